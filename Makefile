@@ -1,0 +1,35 @@
+# Two commands for a newcomer: `make run` renders the default card, `make test` runs every test.
+BUILD_PACKAGES := cmake g++ make pkg-config libpng-dev libtiff-dev nlohmann-json3-dev libcairo2-dev \
+                  libpango1.0-dev libfreetype-dev libfontconfig-dev
+TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg fonts-dejavu-core
+JOBS           ?= 2
+OUTPUT         ?= pm5544.png
+
+.PHONY: run test build bench deps deps-test clean
+
+run: deps build
+	./build/pm5544 $(OUTPUT)
+	@echo "Rendered the default card to $(OUTPUT)"
+
+test: deps-test
+	cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" \
+	      -DPM5544_SANITIZE=ON -DPM5544_BUILD_TESTS=ON
+	cmake --build build/asan -j $(JOBS)
+	ctest --test-dir build/asan --output-on-failure -j $(JOBS)
+
+build:
+	cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DPM5544_BUILD_TESTS=OFF
+	cmake --build build -j $(JOBS) --target pm5544
+
+bench: deps build
+	cmake --build build -j $(JOBS) --target pm5544_bench
+	./build/pm5544_bench
+
+deps:
+	@./scripts/install-packages.sh $(BUILD_PACKAGES)
+
+deps-test:
+	@./scripts/install-packages.sh $(BUILD_PACKAGES) $(TEST_PACKAGES)
+
+clean:
+	rm -rf build

@@ -1,0 +1,3 @@
+#include "PatternRender.h"
+
+int main(int, char**) { return 1; }

@@ -1,0 +1,80 @@
+// Colour axes and the description of how a pixel's code values are coded.
+#pragma once
+
+#include <cstdint>
+
+namespace PatternGen {
+
+// The numbers are part of the interface: axes are compared by value and by range.
+enum colorAxes_e {
+    Colour_RGB = 0,
+    Colour_RGB_219 = 1,
+    Colour_YCbCr_601 = 2,
+    Colour_YCbCr_709 = 3,
+    Colour_YCbCr_PQ = 4,
+    Colour_YCbCr_PQ_Mapped = 5,
+    Colour_YCbCr_HLG = 6,
+    Colour_YCbCr_HLG_Mapped = 7,
+    Colour_YCbCr_2020 = 8,
+    Colour_YCbCr_SLog3 = 9,
+    Colour_YCbCr_SLog3_Mapped = 10,
+    Colour_YCbCr_SLog3_Live = 11,
+    Colour_YCbCr_SLog3_Live_Mapped = 12,
+    Colour_RGB_PQ = 13,
+    Colour_RGB_HLG = 14,
+    Colour_RGB_SLog3 = 15,
+    Colour_RGB_SLog3_Live = 16,
+    Colour_RGB_PQ_Mapped = 17,
+    Colour_RGB_HLG_Mapped = 18,
+    Colour_RGB_SLog3_Mapped = 19,
+    Colour_RGB_SLog3_Live_Mapped = 20,
+};
+
+constexpr int colourAxesCount = 21;
+
+}  // namespace PatternGen
+
+// The enumerator name of an axis; "undefined" for values outside 0..20.
+const char* axisToString(PatternGen::colorAxes_e axes);
+
+class ColourSpace {
+public:
+    int32_t whiteLevel = 0;
+    int32_t blackLevel = 0;
+    int32_t bitDepth = 0;
+    int32_t colourAxes = 0;
+    int32_t gammaType = 0;
+
+    ColourSpace(PatternGen::colorAxes_e axes, int bits);
+
+    void setColourSpace(PatternGen::colorAxes_e axes, int bits);
+    PatternGen::colorAxes_e axes() const { return static_cast<PatternGen::colorAxes_e>(colourAxes); }
+
+    double normaliseLuma(int code) const;
+    double normaliseChroma(int code) const;
+    bool limitLuma(int& code) const;
+    bool limitChroma(int& code) const;
+
+    bool isColourDifference() const;
+    bool colourIsRGB() const;
+    bool colourIsIn2020() const;
+    bool colourIsHDR() const;
+
+    double gammaToLinear(int code) const;
+    double linearToGamma(int code) const;
+    double gammaFloatToLinear(double v) const;
+    double linearFloatToGamma(double v) const;
+    double gammaFloatLinearToNonLinear(double v) const;
+};
+
+// Studio levels for a bit depth (8 to 16); derived wherever needed, never stored.
+namespace Levels {
+inline int studioBlack(int bits) { return 16 << (bits - 8); }
+inline int lumaExcursion(int bits) { return 219 << (bits - 8); }
+inline int studioWhite(int bits) { return studioBlack(bits) + lumaExcursion(bits); }
+inline int chromaZero(int bits) { return 1 << (bits - 1); }
+inline int chromaExcursion(int bits) { return 224 << (bits - 8); }
+inline int lowestLegal(int bits) { return 1 << (bits - 8); }
+inline int highestLegal(int bits) { return (1 << bits) - (1 << (bits - 8)) - 1; }
+inline int fullScale(int bits) { return (1 << bits) - 1; }
+}  // namespace Levels

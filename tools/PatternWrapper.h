@@ -1,0 +1,157 @@
+// The abstract test pattern: geometry, palette, transitions, primitives, loops and text.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ColourSpace.h"
+#include "Pixel.h"
+#include "TTFont.h"
+
+typedef struct _cairo cairo_t;
+typedef struct _PangoLayout PangoLayout;
+typedef struct _PangoFontDescription PangoFontDescription;
+
+class TovaKelmPatternFile;
+
+namespace PatternGen {
+
+enum sampling_e { Sampling_444 = 444, Sampling_422 = 422, Sampling_420 = 420 };
+
+enum quadrant_e { Quadrant_None = 0, Quadrant_TR = 1, Quadrant_BR = 2, Quadrant_BL = 3, Quadrant_TL = 4 };
+
+}  // namespace PatternGen
+
+// One block of text in one font and style.
+struct TextSlug {
+    // The alignment types carry the suffix _e so that the members may keep their names.
+    enum horizAlign_e { centre = 0, left = 1, right = 2 };
+    enum vertAlign_e { middle = 0, top = 1, bottom = 2 };
+
+    std::string text;
+    PangoFontDescription* font = nullptr;
+    int size = 100;
+    bool italic = false;
+    bool bold = true;
+    bool uprightWhenRotated = false;
+    double gap = 0.0;
+    double x = 0.0;
+    double y = 0.0;
+    double letterSpacing = 0.0;
+    horizAlign_e horizAlign = centre;
+    vertAlign_e vertAlign = middle;
+    int measuredWidth = 0;
+    int measuredHeight = 0;
+    int baseline = 0;
+    int fontPixelSize = 0;
+};
+
+// A line of text blocks drawn one after another.
+struct TextLine {
+    std::vector<TextSlug*> slugs;
+    bool rotated = false;
+};
+
+class PatternSpec {
+public:
+    PatternSpec();
+    PatternSpec(const PatternSpec&) = delete;
+    PatternSpec& operator=(const PatternSpec&) = delete;
+
+    // Pattern interface, in slot order.
+    virtual void setup() = 0;
+    virtual Pixel body(int x, int y) = 0;
+    virtual void getLineRepeats(std::vector<std::pair<int, int>>& list);
+    virtual bool useFullCanvasSize();
+
+    bool init(int width, int height, int aspectNum, int aspectDen, PatternGen::colorAxes_e axes,
+              PatternGen::sampling_e sampling, int bits, PatternGen::quadrant_e quadrant, int optionValue,
+              bool edgeTaperOff);
+
+    // Geometry helpers: int arithmetic, products left to right, one truncating division.
+    int heightFraction(int num, int den) const;
+    int widthFraction(int num, int den) const;
+    int fractionOf(int value, int num, int den) const;
+    int aspectAdjustedVertFraction(int num, int den) const;
+    int aspectAdjustedHorizFraction(int num, int den) const;
+    bool insideCircleHeight(int x, int y, int cx, int cy, int r) const;
+    bool insideCircleWidth(int x, int y, int cx, int cy, int r) const;
+
+    // Overlay rasters (cairo RGB30 layout).
+    int newLayer();
+    unsigned getOverlay(unsigned layer, int originX, int y, int x, int stride) const;
+
+    // Transitions.
+    void noRiseTime();
+    double freqToPixels(double frequencyHz) const;
+    void calculateTransition(std::deque<double>& coefficients, double riseTime, double clockMHz) const;
+    void calculateTransition(double riseTime, double clockMHz);
+
+    // Drawing primitives; the variadic arguments are Pixel pointers.
+    bool bars(int x, Pixel& out, int count, int span, ...);
+    bool barsLayered(int x, Pixel& inout, int count, int span, ...);
+    bool barsLayered(int x, Pixel& inout, int count, int* widths, ...);
+    Pixel squareWave(int x, int period, Pixel& low, Pixel& high);
+    bool grid(int x, int y, int pitch, int thickness, Pixel& inout, Pixel line);
+    bool gridVertical(int x, int y, int pitch, int thickness, Pixel& inout, Pixel line);
+    bool gridFlipVphase(int x, int y, int pitch, int thickness, Pixel& inout, Pixel line);
+    void edge(Pixel& inout, int steps, Pixel target, int step);
+    void edgeInv(Pixel& inout, int steps, Pixel target, int step);
+    bool vertLineAt(int centre, int x, int thickness, Pixel left, Pixel line, Pixel right, Pixel& out);
+
+    // Rendering loops: full frame (RGBA/CrYCbA x16), line repeats (3 samples x16), device file.
+    bool run_body(int optionValue, int width, int height, unsigned short* frame);
+    bool run_body(int optionValue, int width, int& height, std::vector<std::pair<int, int>>& lineRepeats,
+                  unsigned char* buffer);
+    bool run_body(int optionValue, int width, int height, std::vector<std::pair<int, int>>& lineRepeats,
+                  TovaKelmPatternFile& file);
+
+    // Text.
+    int textCursor(int x, int y);
+    int textAlign(TextSlug::horizAlign_e horiz, TextSlug::vertAlign_e vert);
+    int textSize(int sizePercent);
+    int defineFont(const char* family);
+    int setText(const char* text);
+    int render_text(int width, int height);
+    void rendertextInternal(cairo_t* cr, int width, int height);
+    void calcSlug(int height, PangoLayout* layout, TextSlug* slug, bool isLast, bool rotated);
+    int renderSlug(cairo_t* cr, PangoLayout* layout, int x, int y, TextSlug* slug, double lineWidth, bool rotated);
+    PangoFontDescription* getFont(int fontIndex, int height, int sizePercent, int& pixelSize);
+
+    // Members, in declaration order.
+    cairo_t* cairoContext = nullptr;
+    std::vector<TTFont> fonts;
+    std::vector<TextLine*> textLines;
+    std::vector<unsigned char*> layers;
+    int textCursorX = 0;
+    int textCursorY = 0;
+    int textSizePercent = 100;
+    TextSlug::horizAlign_e textHorizAlign = TextSlug::centre;
+    TextSlug::vertAlign_e textVertAlign = TextSlug::middle;
+    int width = 3840;
+    int height = 2160;
+    int aspectNum = 16;
+    int aspectDen = 9;
+    ColourSpace colourSpace{PatternGen::Colour_YCbCr_709, 12};
+    PatternGen::sampling_e sampling = PatternGen::Sampling_444;
+    PatternGen::quadrant_e quadrant = PatternGen::Quadrant_None;
+    bool riseTimeEnabled = true;
+    bool edgeTaperOff = false;
+    int transitionLength = 3;
+    // Colour bars in the output colour space: white, yellow, cyan, green, magenta, red, blue, black.
+    // (The 100% set cannot share its name with the bars() primitive.)
+    Pixel bars100[8];
+    Pixel bars75[8];
+    std::deque<double> lumaTransition;
+    std::deque<double> chromaTransition;
+    int optionValue = 0;
+
+protected:
+    // Patterns are never deleted through a PatternSpec pointer.
+    ~PatternSpec();
+
+private:
+    void releaseText();
+};

@@ -1,0 +1,89 @@
+// The pixel value type: a colour space plus four 16-bit code values.
+#pragma once
+
+#include <cstdint>
+
+#include "ColourSpace.h"
+
+class Pixel {
+public:
+    // Sample indices: Cb or B, Y' or G, Cr or R, alpha.
+    enum { CB_B = 0, Y_G = 1, CR_R = 2, ALPHA = 3 };
+
+    // One flag per component, in the order R, G, B: true if it was negative.
+    struct AbsoluteRGB {
+        bool r = false;
+        bool g = false;
+        bool b = false;
+    };
+
+    ColourSpace colourSpace;
+    uint16_t sample[4];
+
+    // Arguments are always (Y' or G, Cb or B, Cr or R); alpha is full scale.
+    Pixel();
+    Pixel(int y, int cb, int cr);
+    Pixel(int y, int cb, int cr, PatternGen::colorAxes_e axes);
+    Pixel(int y, int cb, int cr, PatternGen::colorAxes_e axes, int bits);
+
+    // Same axes, same depth and all four samples equal (levels and gamma not compared).
+    bool sameCodes(const Pixel& other) const {
+        return colourSpace.colourAxes == other.colourSpace.colourAxes &&
+               colourSpace.bitDepth == other.colourSpace.bitDepth && sample[0] == other.sample[0] &&
+               sample[1] == other.sample[1] && sample[2] == other.sample[2] && sample[3] == other.sample[3];
+    }
+
+    // Arithmetic and scaling about each component's reference level.
+    Pixel operator+(const Pixel& other) const;
+    Pixel& operator+=(const Pixel& other);
+    Pixel scale(int num, int den) const;
+    Pixel scale(double factor) const;
+    Pixel scaleLumChrom(double lumaFactor, double chromaFactor) const;
+    Pixel scaleWithClip(int num, int den) const;
+    Pixel scaleWithGamma(int num, int den) const;
+
+    // Level operations.
+    Pixel subBlack() const;
+    Pixel superWhite() const;
+    Pixel noAlpha() const;
+    Pixel legalise() const;
+
+    // lumaMix and chromaMix are the weights of this pixel; the other gets the rest.
+    Pixel blend(double lumaMix, double chromaMix, const Pixel& other) const;
+
+    // Depth changes.
+    Pixel truncateTo(int bits) const;
+    Pixel roundTo(int bits) const;
+
+    // Printing.
+    void print(const char* label) const;
+    int printDiff(const char* label, const Pixel& other) const;
+
+    // Conversions (SDR).
+    Pixel convertTo(PatternGen::colorAxes_e toSpace) const;
+    Pixel convertFromYCbCr2020(PatternGen::colorAxes_e toSpace) const;
+    Pixel convertRGB709toYCbCr2020(double r, double g, double b) const;
+
+    // Assigners: overwrite the samples from normalised R, G, B in this pixel's (already set) axes.
+    void assignRGBValues(double r, double g, double b);
+    void assignRGB219Values(double r, double g, double b);
+    void assignYCbCr601Values(double r, double g, double b);
+    void assignYCbCr709Values(double r, double g, double b);
+    void assignYCbCr2020Values(double r, double g, double b);
+
+    // Conversions (HDR).
+    static double applyPqInverseEOTF(double x);
+    static double applyHlgOETF(double x);
+    static double applySLog3InverseOOTF(double x);
+    static double applySLog3OETFAndRestoreAbsolutisedInput(double x, bool negative);
+    static AbsoluteRGB absolutiseRgbInput(double& r, double& g, double& b);
+    static void restoreAbsolutisedRgbInput(const AbsoluteRGB& flags, double& r, double& g, double& b);
+
+    void applyMatrixRGB709ValuesIn2020(double& r, double& g, double& b) const;
+    Pixel convertRGB709toYCbCrPQ(double r, double g, double b, PatternGen::colorAxes_e toSpace) const;
+    Pixel convertRGB709toYCbCrHLG(double r, double g, double b, PatternGen::colorAxes_e toSpace) const;
+    Pixel convertRGB709toYCbCrSLog3(double r, double g, double b, PatternGen::colorAxes_e toSpace) const;
+    Pixel convertRGB709toRGBHDR(double r, double g, double b, PatternGen::colorAxes_e toSpace) const;
+    Pixel convertYCbCrHDRToRGB(PatternGen::colorAxes_e toSpace) const;
+    Pixel convertHDRFromRGB(PatternGen::colorAxes_e toSpace) const;
+};
