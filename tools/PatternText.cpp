@@ -1,13 +1,263 @@
-// Placeholder definitions; replaced by the text overlay.
+// Text overlay: text blocks placed by the pattern, laid out with Pango and drawn with Cairo into layer 0.
+#include <cairo.h>
+#include <pango/pangocairo.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
 #include "PatternWrapper.h"
-void PatternSpec::releaseText() {}
-int PatternSpec::textCursor(int, int) { return 0; }
-int PatternSpec::textAlign(TextSlug::horizAlign_e, TextSlug::vertAlign_e) { return 0; }
-int PatternSpec::textSize(int) { return 0; }
-int PatternSpec::defineFont(const char*) { return 0; }
-int PatternSpec::setText(const char*) { return 0; }
-int PatternSpec::render_text(int, int) { return 0; }
-void PatternSpec::rendertextInternal(cairo_t*, int, int) {}
-void PatternSpec::calcSlug(int, PangoLayout*, TextSlug*, bool, bool) {}
-int PatternSpec::renderSlug(cairo_t*, PangoLayout*, int, int, TextSlug*, double, bool) { return 0; }
-PangoFontDescription* PatternSpec::getFont(int, int, int, int&) { return nullptr; }
+
+namespace {
+
+// A size of 100% is this fraction of the frame height: 100 / 792 of a line count (72 pixels at 576 lines).
+constexpr int32_t linesPerHundredPercent = 792;
+
+// A quarter turn in radians.
+constexpr double quarterTurn = 1.57079632679489661923;
+
+// Weight of the bold attribute.
+constexpr int boldWeight = 700;
+
+// How far a line laid out with these settings advances the pen past a slug, beyond its measured width.
+int slugGap(const TextSlug& slug) { return static_cast<int>(slug.fontPixelSize * slug.gap); }
+
+// The sum of the advances of all blocks of a measured line.
+int lineAdvance(const TextLine& line) {
+    int total = 0;
+    for (const TextSlug* slug : line.slugs) total += slug->measuredWidth + slugGap(*slug);
+    return total;
+}
+
+bool isTrailingBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
+
+void trimTrailingBlanks(std::string& text) {
+    size_t end = text.size();
+    while (end > 0 && isTrailingBlank(text[end - 1])) --end;
+    text.erase(end);
+}
+
+// Italic, bold and letter spacing of the slug, applied to the whole text of the layout.
+void applyAttributes(PangoLayout* layout, const TextSlug& slug) {
+    PangoAttrList* attributes = pango_attr_list_new();
+    if (slug.italic) pango_attr_list_insert(attributes, pango_attr_style_new(PANGO_STYLE_ITALIC));
+    if (slug.bold) pango_attr_list_insert(attributes, pango_attr_weight_new(static_cast<PangoWeight>(boldWeight)));
+    if (slug.letterSpacing != 0.0) {
+        const int spacing = static_cast<int>(slug.fontPixelSize * slug.letterSpacing * PANGO_SCALE);
+        pango_attr_list_insert(attributes, pango_attr_letter_spacing_new(spacing));
+    }
+    pango_layout_set_attributes(layout, attributes);
+    pango_attr_list_unref(attributes);
+}
+
+void applyGravity(PangoLayout* layout, PangoGravity gravity, PangoGravityHint hint) {
+    PangoContext* context = pango_layout_get_context(layout);
+    pango_context_set_base_gravity(context, gravity);
+    pango_context_set_gravity_hint(context, hint);
+    pango_layout_context_changed(layout);
+}
+
+// Sideways glyphs on a quarter-turned line, unless the slug asks to stay upright.
+void applyLineGravity(PangoLayout* layout, bool sideways) {
+    if (sideways)
+        applyGravity(layout, PANGO_GRAVITY_EAST, PANGO_GRAVITY_HINT_STRONG);
+    else
+        applyGravity(layout, PANGO_GRAVITY_SOUTH, PANGO_GRAVITY_HINT_LINE);
+}
+
+struct PenPosition {
+    int x;
+    int y;
+};
+
+// The start coordinate for each alignment; values other than left/right and top/bottom act as centred.
+int byAlignment(TextSlug::horizAlign_e align, int centred, int left, int right) {
+    return align == TextSlug::left ? left : align == TextSlug::right ? right : centred;
+}
+
+int byAlignment(TextSlug::vertAlign_e align, int middle, int top, int bottom) {
+    return align == TextSlug::top ? top : align == TextSlug::bottom ? bottom : middle;
+}
+
+// Where the first block of a measured line starts, from its cursor, alignment and total advance T.
+// On a turned line x runs across the text (by the baseline b) and y along it (by T).
+PenPosition lineStart(const TextSlug& first, int total, int width, int height, bool rotated) {
+    const int x0 = static_cast<int>(width * first.x / 100);
+    const int y0 = static_cast<int>(height * first.y / 100);
+    const int b = first.baseline;
+    if (!rotated) {
+        return PenPosition{byAlignment(first.horizAlign, x0 + width / 2 - total / 2, x0, x0 - total),
+                           byAlignment(first.vertAlign, y0 - b / 2, y0, y0 + b)};
+    }
+    return PenPosition{byAlignment(first.horizAlign, x0 + width / 2 - b / 2, (width - b) - x0, x0),
+                       byAlignment(first.vertAlign, height / 2 - y0 - total / 2, (height - total) - y0, y0)};
+}
+
+// Turns the frame a quarter turn about its centre so that a line runs down the picture.
+void rotateQuarterTurn(cairo_t* cr, int width, int height) {
+    cairo_translate(cr, width / 2.0, height / 2.0);
+    cairo_rotate(cr, quarterTurn);
+    cairo_translate(cr, -height / 2.0, -width / 2.0);
+}
+
+}  // namespace
+
+void PatternSpec::releaseText() {
+    for (TextLine* line : textLines) {
+        for (TextSlug* slug : line->slugs) {
+            if (slug->font) pango_font_description_free(slug->font);
+            delete slug;
+        }
+        delete line;
+    }
+    textLines.clear();
+}
+
+int PatternSpec::textCursor(int x, int y) {
+    textCursorX = x;
+    textCursorY = y;
+    return 0;
+}
+
+int PatternSpec::textAlign(TextSlug::horizAlign_e horiz, TextSlug::vertAlign_e vert) {
+    textHorizAlign = horiz;
+    textVertAlign = vert;
+    return 0;
+}
+
+int PatternSpec::textSize(int sizePercent) {
+    textSizePercent = sizePercent;
+    return 0;
+}
+
+int PatternSpec::defineFont(const char* family) {
+    TTFont font;
+    const int status = font.createCairoFontfaceFromFile(cairoContext, family);
+    // Kept even when loading failed, so font numbers follow the order of the calls.
+    fonts.push_back(font);
+    return status;
+}
+
+int PatternSpec::setText(const char* text) {
+    auto slug = std::make_unique<TextSlug>();
+    slug->text = text ? text : "";
+    slug->size = textSizePercent;
+    slug->italic = false;
+    slug->bold = true;
+    slug->uprightWhenRotated = false;
+    slug->gap = 0.0;
+    slug->x = textCursorX;
+    slug->y = textCursorY;
+    slug->letterSpacing = 0.0;
+    slug->horizAlign = textHorizAlign;
+    slug->vertAlign = textVertAlign;
+
+    auto line = std::make_unique<TextLine>();
+    line->slugs.push_back(slug.get());
+    textLines.push_back(line.get());
+    // Both are owned by the pattern from here on and released by releaseText.
+    slug.release();
+    line.release();
+    return 0;
+}
+
+int PatternSpec::render_text(int width, int height) {
+    if (layers.empty() || layers[0] == nullptr) return 0;
+
+    const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_RGB30, width);
+    cairo_surface_t* surface =
+        cairo_image_surface_create_for_data(layers[0], CAIRO_FORMAT_RGB30, width, height, stride);
+    cairoContext = cairo_create(surface);
+
+    cairo_set_source_rgb(cairoContext, 0, 0, 0);
+    cairo_paint(cairoContext);
+    rendertextInternal(cairoContext, width, height);
+
+    cairo_destroy(cairoContext);
+    cairoContext = nullptr;
+    cairo_surface_flush(surface);
+    cairo_surface_destroy(surface);
+    return 0;
+}
+
+void PatternSpec::rendertextInternal(cairo_t* cr, int width, int height) {
+    PangoLayout* layout = pango_cairo_create_layout(cr);
+    for (TextLine* line : textLines) {
+        if (line->slugs.empty()) continue;
+        cairo_save(cr);
+        if (line->rotated) rotateQuarterTurn(cr, width, height);
+
+        for (size_t i = 0; i < line->slugs.size(); ++i)
+            calcSlug(height, layout, line->slugs[i], i + 1 == line->slugs.size(), line->rotated);
+
+        PenPosition pen = lineStart(*line->slugs.front(), lineAdvance(*line), width, height, line->rotated);
+        const TextSlug* previous = nullptr;
+        int previousAdvance = 0;
+        for (TextSlug* slug : line->slugs) {
+            if (previous) {
+                const int step = previousAdvance + slugGap(*previous);
+                (line->rotated ? pen.y : pen.x) += step;
+            }
+            previousAdvance = renderSlug(cr, layout, pen.x, pen.y, slug, slug->size / 10.0, line->rotated);
+            previous = slug;
+        }
+        cairo_restore(cr);
+    }
+    g_object_unref(layout);
+}
+
+void PatternSpec::calcSlug(int height, PangoLayout* layout, TextSlug* slug, bool isLast, bool rotated) {
+    // The slug keeps the description it is measured and drawn with; a re-measure replaces it.
+    PangoFontDescription* font = getFont(0, height, slug->size, slug->fontPixelSize);
+    if (slug->font) pango_font_description_free(slug->font);
+    slug->font = font;
+    pango_layout_set_font_description(layout, slug->font);
+
+    applyAttributes(layout, *slug);
+    applyLineGravity(layout, rotated);
+    if (isLast) trimTrailingBlanks(slug->text);
+
+    pango_layout_set_text(layout, slug->text.c_str(), -1);
+    pango_layout_get_pixel_size(layout, &slug->measuredWidth, &slug->measuredHeight);
+    slug->baseline = pango_layout_get_baseline(layout) / PANGO_SCALE;
+}
+
+int PatternSpec::renderSlug(cairo_t* cr, PangoLayout* layout, int x, int y, TextSlug* slug, double lineWidth,
+                            bool rotated) {
+    pango_layout_set_font_description(layout, slug->font);
+    applyAttributes(layout, *slug);
+    applyLineGravity(layout, rotated && !slug->uprightWhenRotated);
+
+    // On a turned line the pen runs along the rotated frame's first axis.
+    if (rotated)
+        cairo_move_to(cr, y, x);
+    else
+        cairo_move_to(cr, x, y);
+
+    cairo_set_source_rgba(cr, 0, 0, 0, 1);
+    cairo_set_line_width(cr, lineWidth);
+    cairo_set_line_cap(cr, CAIRO_LINE_CAP_ROUND);
+    cairo_set_line_join(cr, CAIRO_LINE_JOIN_ROUND);
+
+    pango_layout_set_text(layout, slug->text.c_str(), -1);
+    pango_cairo_layout_path(cr, layout);
+    pango_cairo_update_layout(cr, layout);
+    cairo_stroke_preserve(cr);
+
+    cairo_set_source_rgba(cr, 1, 1, 1, 1);
+    cairo_fill(cr);
+    return slug->measuredWidth;
+}
+
+PangoFontDescription* PatternSpec::getFont(int fontIndex, int height, int sizePercent, int& pixelSize) {
+    // Without that font, an empty description leaves the family to Pango's default.
+    const bool known = fontIndex >= 0 && static_cast<size_t>(fontIndex) < fonts.size();
+    const std::string description = known ? fonts[fontIndex].fontDescForSize(sizePercent) : std::string();
+    PangoFontDescription* font = pango_font_description_from_string(description.c_str());
+
+    // height * size * 1024 / 792, truncated; formed in 64 bits so that no intermediate product overflows.
+    const int64_t absoluteSize = static_cast<int64_t>(height) * sizePercent * PANGO_SCALE / linesPerHundredPercent;
+    pango_font_description_set_absolute_size(font, static_cast<double>(static_cast<int32_t>(absoluteSize)));
+    pixelSize = pango_font_description_get_size(font) / PANGO_SCALE;
+    return font;
+}
