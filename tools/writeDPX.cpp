@@ -1,0 +1,245 @@
+// DPX output without a DPX library: both headers are filled byte by byte and every number is
+// stored little-endian, whatever the host's byte order, so the magic reads "XPDS".
+#include "writeDPX.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+namespace {
+
+// Layout of the 8192 bytes before the image data: file information header (0-767), image
+// information header (768-1407), then zeros.
+namespace Layout {
+const uint32_t kMagic = 0x53445058;           // "XPDS" when stored little-endian
+const uint32_t kImageDataOffset = 8192;
+const uint32_t kGenericHeaderSize = 768;
+const uint32_t kNotEncrypted = 0xFFFFFFFF;
+const uint32_t kFloatOneBits = 0x3F800000;    // IEEE single 1.0
+const char kVersion[] = "V2.0";
+
+const size_t kMagicAt = 0;
+const size_t kImageOffsetAt = 4;
+const size_t kVersionAt = 8;
+const size_t kFileSizeAt = 16;
+const size_t kGenericSizeAt = 24;
+const size_t kFileNameAt = 36, kFileNameSize = 100;
+const size_t kTimeAt = 136, kTimeSize = 24;
+const size_t kCreatorAt = 160, kCreatorSize = 100;
+const size_t kProjectAt = 260, kProjectSize = 200;
+const size_t kCopyrightAt = 460, kCopyrightSize = 200;
+const size_t kEncryptionKeyAt = 660;
+
+const size_t kOrientationAt = 768;
+const size_t kElementCountAt = 770;
+const size_t kPixelsPerLineAt = 772;
+const size_t kLinesAt = 776;
+const size_t kLowCodeAt = 784;
+const size_t kHighCodeAt = 792;
+const size_t kHighQuantityAt = 796;
+const size_t kDescriptorAt = 800;
+const size_t kTransferAt = 801;
+const size_t kColorimetricAt = 802;
+const size_t kBitSizeAt = 803;
+const size_t kPackingAt = 804;
+const size_t kDataOffsetAt = 808;
+}  // namespace Layout
+
+const uint8_t kBT709 = 6;              // transfer characteristic and colorimetric code
+const uint16_t kPackingMethodA = 1;    // samples filled into 32-bit words from the top bits down
+const int kReferenceBlack8 = 16;
+const int kReferenceWhite8 = 235;
+const char kTimeFormat[] = "%Y:%m:%d:%T:%Z";
+
+void putU8(std::vector<uint8_t>& bytes, size_t at, uint8_t value) { bytes[at] = value; }
+
+void putU16(std::vector<uint8_t>& bytes, size_t at, uint16_t value) {
+    bytes[at] = static_cast<uint8_t>(value);
+    bytes[at + 1] = static_cast<uint8_t>(value >> 8);
+}
+
+void putU32(uint8_t* bytes, uint32_t value) {
+    bytes[0] = static_cast<uint8_t>(value);
+    bytes[1] = static_cast<uint8_t>(value >> 8);
+    bytes[2] = static_cast<uint8_t>(value >> 16);
+    bytes[3] = static_cast<uint8_t>(value >> 24);
+}
+
+void putU32(std::vector<uint8_t>& bytes, size_t at, uint32_t value) { putU32(&bytes[at], value); }
+
+// Copies at most fieldSize bytes; the zero-filled header supplies the terminator when there is room.
+void putText(std::vector<uint8_t>& bytes, size_t at, size_t fieldSize, const char* text) {
+    const size_t length = std::strlen(text);
+    std::memcpy(&bytes[at], text, length < fieldSize ? length : fieldSize);
+}
+
+const char* baseName(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    return slash != nullptr ? slash + 1 : path;
+}
+
+// Bytes per line of the image data. 4:2:2 holds two samples per pixel, three to a word, so a line is
+// ceil(2 * width / 3) words; for widths that are multiples of 6 that is 16 * width / 6 bytes.
+uint32_t lineSizeInBytes(DPX::eFormat format, int width) {
+    const uint32_t w = static_cast<uint32_t>(width);
+    switch (format) {
+        case DPX::kRGB:
+        case DPX::kCbYACrYA:
+        case DPX::kCbYCr:
+            return w * 4;
+        case DPX::kRGBA:
+        case DPX::kABGR:
+        case DPX::kCbYCrA:
+            return w * 16 / 3;
+        case DPX::kCbYCrY:
+            return (2 * w + 2) / 3 * 4;
+    }
+    return 0;
+}
+
+uint32_t referenceCode(int code8, int bits) {
+    return bits >= 8 ? static_cast<uint32_t>(code8) << (bits - 8) : static_cast<uint32_t>(code8) >> (8 - bits);
+}
+
+// Local time at the call. The format can exceed the field when the zone abbreviation is long; it is
+// then cut to 23 characters so the field stays zero-terminated.
+void putCreationTime(std::vector<uint8_t>& header) {
+    char formatted[128] = {0};
+    const std::time_t now = std::time(nullptr);
+    const std::tm* local = std::localtime(&now);
+    if (local != nullptr)
+        std::strftime(formatted, sizeof formatted, kTimeFormat, local);
+    putText(header, Layout::kTimeAt, Layout::kTimeSize - 1, formatted);
+}
+
+void fillFileHeader(std::vector<uint8_t>& header, uint32_t fileSize, const char* fileName,
+                    const DPX::Metadata& metadata) {
+    using namespace Layout;
+    putU32(header, kMagicAt, kMagic);
+    putU32(header, kImageOffsetAt, kImageDataOffset);
+    putText(header, kVersionAt, sizeof kVersion, kVersion);
+    putU32(header, kFileSizeAt, fileSize);
+    putU32(header, kGenericSizeAt, kGenericHeaderSize);
+    putText(header, kFileNameAt, kFileNameSize, baseName(fileName));
+    putCreationTime(header);
+    putText(header, kCreatorAt, kCreatorSize, metadata.creator.c_str());
+    putText(header, kProjectAt, kProjectSize, metadata.project.c_str());
+    putText(header, kCopyrightAt, kCopyrightSize, metadata.copyright.c_str());
+    putU32(header, kEncryptionKeyAt, kNotEncrypted);
+}
+
+// Orientation, data sign, low quantity, encoding and paddings stay zero.
+void fillImageHeader(std::vector<uint8_t>& header, DPX::eFormat format, int width, int height, int bits) {
+    using namespace Layout;
+    putU16(header, kOrientationAt, 0);
+    putU16(header, kElementCountAt, 1);
+    putU32(header, kPixelsPerLineAt, static_cast<uint32_t>(width));
+    putU32(header, kLinesAt, static_cast<uint32_t>(height));
+    putU32(header, kLowCodeAt, referenceCode(kReferenceBlack8, bits));
+    putU32(header, kHighCodeAt, referenceCode(kReferenceWhite8, bits));
+    putU32(header, kHighQuantityAt, kFloatOneBits);
+    putU8(header, kDescriptorAt, static_cast<uint8_t>(format));
+    putU8(header, kTransferAt, kBT709);
+    putU8(header, kColorimetricAt, kBT709);
+    putU8(header, kBitSizeAt, static_cast<uint8_t>(bits));
+    putU16(header, kPackingAt, kPackingMethodA);
+    putU32(header, kDataOffsetAt, kImageDataOffset);
+}
+
+// Top 10 bits of three 16-bit samples in bits 31-22, 21-12 and 11-2; bits 1-0 stay zero.
+uint32_t packWord(uint16_t high, uint16_t middle, uint16_t low) {
+    return (static_cast<uint32_t>(high >> 6) << 22) | (static_cast<uint32_t>(middle >> 6) << 12) |
+           (static_cast<uint32_t>(low >> 6) << 2);
+}
+
+// One word per pixel: s0 (R or Cr) high, s1 (G or Y) middle, s2 (B or Cb) low.
+void packLine444(const unsigned short* line, int width, uint8_t* out) {
+    for (int x = 0; x < width; ++x) {
+        const unsigned short* pixel = line + 4 * static_cast<size_t>(x);
+        putU32(out + 4 * static_cast<size_t>(x), packWord(pixel[0], pixel[1], pixel[2]));
+    }
+}
+
+// The k-th sample of a 4:2:2 line in the order Cb0 Y0 Cr0 Y1 Cb2 Y2 Cr2 Y3 ...: chroma comes from the
+// even pixel of each pair. Past the line's 2 * width samples, and for a missing odd pixel, it is zero.
+uint16_t sample422(const unsigned short* line, int width, int k) {
+    if (k >= 2 * width)
+        return 0;
+    const int evenPixel = k / 4 * 2;
+    const int pixel = k % 4 == 3 ? evenPixel + 1 : evenPixel;
+    if (pixel >= width)
+        return 0;
+    static const int kSampleOfSlot[4] = {2, 1, 0, 1};  // Cb (s2), Y (s1), Cr (s0), Y (s1)
+    return line[4 * static_cast<size_t>(pixel) + kSampleOfSlot[k % 4]];
+}
+
+// Three consecutive samples per word, the first in the low bits.
+void packLine422(const unsigned short* line, int width, uint32_t words, uint8_t* out) {
+    for (uint32_t w = 0; w < words; ++w) {
+        const int k = static_cast<int>(3 * w);
+        putU32(out + 4 * static_cast<size_t>(w),
+               packWord(sample422(line, width, k + 2), sample422(line, width, k + 1), sample422(line, width, k)));
+    }
+}
+
+// Descriptors without a defined packing keep the zero-filled line.
+void packLine(const unsigned short* line, DPX::eFormat format, int width, std::vector<uint8_t>& out) {
+    if (format == DPX::kRGB || format == DPX::kCbYCr)
+        packLine444(line, width, out.data());
+    else if (format == DPX::kCbYCrY)
+        packLine422(line, width, static_cast<uint32_t>(out.size() / 4), out.data());
+}
+
+bool writeBytes(FILE* file, const std::vector<uint8_t>& bytes) {
+    return bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+}
+
+bool writeImageData(FILE* file, const unsigned short* frame, DPX::eFormat format, int width, int height,
+                    uint32_t lineSize) {
+    std::vector<uint8_t> line(lineSize, 0);
+    const size_t samplesPerLine = 4 * static_cast<size_t>(width);
+    for (int y = 0; y < height; ++y) {
+        packLine(frame + samplesPerLine * static_cast<size_t>(y), format, width, line);
+        if (!writeBytes(file, line))
+            return false;
+    }
+    return true;
+}
+
+// Removes a file this writer created but could not complete, so a full disk does not leave a
+// truncated DPX behind. Only regular files are removed: a device such as /dev/full stays.
+void removeIncompleteFile(const char* fileName) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(fileName, error))
+        std::remove(fileName);
+}
+
+}  // namespace
+
+namespace DPXWriter {
+
+int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, int bits, const char* fileName,
+             DPX::Metadata& metadata) {
+    const uint32_t lineSize = lineSizeInBytes(format, width);
+    const uint32_t fileSize = Layout::kImageDataOffset + lineSize * static_cast<uint32_t>(height);
+    std::vector<uint8_t> header(Layout::kImageDataOffset, 0);
+    fillFileHeader(header, fileSize, fileName, metadata);
+    fillImageHeader(header, format, width, height, bits);
+
+    FILE* file = std::fopen(fileName, "wb");
+    if (file == nullptr)
+        return -1;
+    const bool written = writeBytes(file, header) && writeImageData(file, frame, format, width, height, lineSize);
+    const bool closed = std::fclose(file) == 0;
+    if (written && closed)
+        return 0;
+    removeIncompleteFile(fileName);
+    return -1;
+}
+
+}  // namespace DPXWriter
