@@ -1,0 +1,46 @@
+#include "TestPattern.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+TestPattern::TestPattern(BodyFn fn) : bodyFn(std::move(fn)) {}
+
+void TestPattern::setup() {
+    ++setupCalls;
+    if (setupFn) setupFn(*this);
+}
+
+Pixel TestPattern::body(int x, int y) {
+    ++bodyCalls;
+    if (x < minX) minX = x;
+    if (x > maxX) maxX = x;
+    if (y < minY) minY = y;
+    if (y > maxY) maxY = y;
+    if (recordCalls) calls.emplace_back(x, y);
+    return bodyFn ? bodyFn(x, y) : Pixel();
+}
+
+void TestPattern::getLineRepeats(std::vector<std::pair<int, int>>& list) {
+    if (useBaseLineRepeats)
+        PatternSpec::getLineRepeats(list);
+    else
+        list = lineRepeats;
+}
+
+bool TestPattern::useFullCanvasSize() { return fullCanvas; }
+
+void TestPattern::initQuietly(int w, int h, int an, int ad, PatternGen::colorAxes_e axes,
+                              PatternGen::sampling_e s, int bits, PatternGen::quadrant_e q, bool taperOff) {
+    // init prints the geometry; keep test output readable by sending it to /dev/null meanwhile.
+    fflush(stdout);
+    const int saved = dup(fileno(stdout));
+    FILE* null = fopen("/dev/null", "w");
+    if (null != nullptr) dup2(fileno(null), fileno(stdout));
+    init(w, h, an, ad, axes, s, bits, q, 0, taperOff);
+    fflush(stdout);
+    if (saved >= 0) {
+        dup2(saved, fileno(stdout));
+        close(saved);
+    }
+    if (null != nullptr) fclose(null);
+}

@@ -1,0 +1,42 @@
+// A configurable pattern for tests: body is a function of (x, y), and every call is recorded.
+#pragma once
+
+#include <climits>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "PatternWrapper.h"
+
+class TestPattern : public PatternSpec {
+public:
+    using BodyFn = std::function<Pixel(int x, int y)>;
+
+    // Without a body function every pixel is the default Pixel().
+    explicit TestPattern(BodyFn bodyFn = nullptr);
+
+    void setup() override;
+    Pixel body(int x, int y) override;
+    void getLineRepeats(std::vector<std::pair<int, int>>& list) override;
+    bool useFullCanvasSize() override;
+
+    // Renders a 12-bit Colour_RGB pattern with the given geometry, silencing init's output.
+    void initQuietly(int width, int height, int aspectNum = 16, int aspectDen = 9,
+                     PatternGen::colorAxes_e axes = PatternGen::Colour_RGB,
+                     PatternGen::sampling_e sampling = PatternGen::Sampling_444, int bits = 12,
+                     PatternGen::quadrant_e quadrant = PatternGen::Quadrant_None, bool edgeTaperOff = false);
+
+    // Configuration.
+    BodyFn bodyFn;
+    std::function<void(TestPattern&)> setupFn;
+    bool fullCanvas = false;
+    bool useBaseLineRepeats = true;
+    std::vector<std::pair<int, int>> lineRepeats;
+    bool recordCalls = false;
+
+    // What the loops asked for.
+    int setupCalls = 0;
+    long long bodyCalls = 0;
+    int minX = INT_MAX, maxX = INT_MIN, minY = INT_MAX, maxY = INT_MIN;
+    std::vector<std::pair<int, int>> calls;
+};
