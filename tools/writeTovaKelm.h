@@ -1,0 +1,110 @@
+// The run-length compressed pattern file played out by the Tova and Kelm generators:
+// an in-memory model (file -> compressed lines -> sections -> samples) and its writer.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+// Four 12-bit code values. Their meaning depends on the file's format:
+// RGB: R, G, B, 0; Y'CbCr 4:4:4: Cr, Y, Cb, 0; Y'CbCr 4:2:2: Cr, Y, Cb of the first pixel and
+// Y of the second; XYZ: X', Y', Z' (component 3 unused).
+struct Sample {
+    uint16_t component[4] = {0, 0, 0, 0};
+
+    // Process-wide: true writes every sample as three words (c0 c1 c2), false as four (c2 c1 c0 c3).
+    static bool b3Words;
+
+    bool operator==(const Sample& other) const {
+        return component[0] == other.component[0] && component[1] == other.component[1] &&
+               component[2] == other.component[2] && component[3] == other.component[3];
+    }
+    bool operator!=(const Sample& other) const { return !(*this == other); }
+
+    // Writes the sample big-endian in the form b3Words selects; throws std::runtime_error on failure.
+    bool Save(FILE* file) const;
+};
+
+// A literal array of samples (repeatCount 0) or one sample repeated repeatCount times.
+class Section {
+public:
+    std::vector<Sample> samplePairs;
+    uint32_t repeatCount = 0;
+
+    virtual ~Section() = default;
+
+    void AddSamplePair(const Sample& sample);
+    // Turns an empty section into a run; refuses a section that already holds samples.
+    void AddRepeatedSamplePair(unsigned int count, const Sample& sample);
+
+    bool Save(FILE* file) const;
+    void ConvertToXYZ(bool standardDefinition);
+
+    bool operator==(const Section& other) const;
+    bool operator!=(const Section& other) const { return !(*this == other); }
+};
+
+// One block of the file: the sections of a line and how many frame lines it stands for.
+// Owns its sections.
+class CompressedLine {
+public:
+    uint16_t percentage = 1;
+    std::vector<Section*> sections;
+
+    CompressedLine() = default;
+    CompressedLine(const CompressedLine&) = delete;
+    CompressedLine& operator=(const CompressedLine&) = delete;
+
+    virtual ~CompressedLine();
+    virtual bool Save(FILE* file) const;
+    virtual void SetPercentage(unsigned short value);
+    virtual unsigned short GetPercentage() const;
+    virtual unsigned short GetSectionCount() const;
+    virtual void ConvertToXYZ(bool standardDefinition);
+    // Compares the sections only; the percentage is not part of a line's identity.
+    virtual bool operator==(const CompressedLine& other) const;
+    virtual bool operator!=(const CompressedLine& other) const;
+
+    // Appends a literal section holding copies of count samples (count 0: an empty literal).
+    void AddArray(unsigned short count, const Sample* samples);
+    // Appends a run section: sample repeated count times.
+    void AddRun(unsigned short count, Sample sample);
+};
+
+// The whole file. Owns its lines.
+class TovaKelmPatternFile {
+public:
+    // Format codes of the header's format byte.
+    enum { Format_YCbCr422 = 0, Format_RGB = 1, Format_YCbCr444 = 2, Format_XYZ = 3 };
+
+    uint32_t blockLayout = 0;  // 0: one block, no count; 1: block count then blocks
+    uint16_t lineWidth = 0;
+    std::vector<CompressedLine*> line_blocks;
+    uint32_t format = Format_YCbCr422;
+    uint32_t bitDepth = 10;
+    bool singleBlock = true;
+
+    TovaKelmPatternFile();
+    TovaKelmPatternFile(const TovaKelmPatternFile&) = delete;
+    TovaKelmPatternFile& operator=(const TovaKelmPatternFile&) = delete;
+
+    virtual ~TovaKelmPatternFile();
+    // Takes ownership of line.
+    virtual void AddBlock(CompressedLine* line);
+
+    // Deletes every line and resets format, bit depth, singleBlock and Sample::b3Words.
+    void Clear();
+    // Returns false if the header could not be written; every other failure throws
+    // std::runtime_error. A file that fails part-way is removed.
+    bool Save(const std::string& fileName);
+    // Rewrites every sample from studio-range R'G'B' to X'Y'Z' (format 3, three-word samples).
+    void ConvertToXYZ();
+};
+
+// Studio-range R'G'B' (black 256, white 3760) to 12-bit X'Y'Z' code values (16..4079).
+void XYZColourSpaceConvert(const Sample* in, Sample* out, unsigned short count, bool standardDefinition);
+float Normalise(unsigned short code);
+float GammaToLinear(float value);
+void LinearRGBtoXYZLinearConversion(float r, float g, float b, float& X, float& Y, float& Z);
+void XYZLinearToXYZLog(float X, float Y, float Z, unsigned short& x, unsigned short& y, unsigned short& z);
