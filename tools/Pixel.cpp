@@ -1,46 +1,582 @@
-// Placeholder definitions; replaced by the colour library.
+// The pixel value type: arithmetic, scaling, blending, depth changes, printing and the SDR
+// conversions with the dispatcher that also routes to the HDR conversions.
 #include "Pixel.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <initializer_list>
+#include <limits>
+
+#include "PixelAssert.h"
+#include "rounding.h"
+
 using PatternGen::colorAxes_e;
-Pixel::Pixel() : Pixel(256, 2048, 2048) {}
-Pixel::Pixel(int y, int cb, int cr) : Pixel(y, cb, cr, PatternGen::Colour_YCbCr_709, 12) {}
-Pixel::Pixel(int y, int cb, int cr, colorAxes_e axes) : Pixel(y, cb, cr, axes, 12) {}
-Pixel::Pixel(int y, int cb, int cr, colorAxes_e axes, int bits) : colourSpace(axes, bits) {
-    sample[0] = cb; sample[1] = y; sample[2] = cr; sample[3] = (1 << bits) - 1;
+
+namespace {
+
+// Encoding and decoding coefficients, as the standards write them.
+namespace BT601 {
+constexpr double kr = 0.299, kg = 0.587, kb = 0.114;
+constexpr double cbR = -0.168736, cbG = -0.331264, cbB = 0.5;
+constexpr double crR = 0.5, crG = -0.4185, crB = -0.0813;
+constexpr double rCr = 1.402;
+constexpr double gCb = 0.344136, gCr = 0.714136;
+constexpr double bCb = 1.772;
+}  // namespace BT601
+
+namespace BT709 {
+constexpr double kr = 0.2126, kg = 0.7152, kb = 0.0722;
+constexpr double cbDivisor = 1.8556, crDivisor = 1.5748;
+constexpr double gCb = 0.1873242729306488, gCr = 0.46812427293064884;
+}  // namespace BT709
+
+namespace BT2020 {
+constexpr double kr = 0.2627, kg = 0.678, kb = 0.0593;
+constexpr double cbDivisor = 1.8814, crDivisor = 1.4746;
+constexpr double gCb = 0.16455312684365778, gCr = 0.5713531268436577;
+}  // namespace BT2020
+
+struct Rgb {
+    double r, g, b;
+};
+struct YCbCr {
+    double y, cb, cr;
+};
+
+YCbCr encode601(const Rgb& c) {
+    return {BT601::kr * c.r + BT601::kg * c.g + BT601::kb * c.b,
+            BT601::cbR * c.r + BT601::cbG * c.g + BT601::cbB * c.b,
+            BT601::crR * c.r + BT601::crG * c.g + BT601::crB * c.b};
 }
-Pixel Pixel::operator+(const Pixel&) const { return *this; }
-Pixel& Pixel::operator+=(const Pixel&) { return *this; }
-Pixel Pixel::scale(int, int) const { return *this; }
-Pixel Pixel::scale(double) const { return *this; }
-Pixel Pixel::scaleLumChrom(double, double) const { return *this; }
-Pixel Pixel::scaleWithClip(int, int) const { return *this; }
-Pixel Pixel::scaleWithGamma(int, int) const { return *this; }
-Pixel Pixel::subBlack() const { return *this; }
-Pixel Pixel::superWhite() const { return *this; }
-Pixel Pixel::noAlpha() const { return *this; }
-Pixel Pixel::legalise() const { return *this; }
-Pixel Pixel::blend(double, double, const Pixel&) const { return *this; }
-Pixel Pixel::truncateTo(int) const { return *this; }
-Pixel Pixel::roundTo(int) const { return *this; }
-void Pixel::print(const char*) const {}
-int Pixel::printDiff(const char*, const Pixel&) const { return 0; }
-Pixel Pixel::convertTo(colorAxes_e) const { return *this; }
-Pixel Pixel::convertFromYCbCr2020(colorAxes_e) const { return *this; }
-Pixel Pixel::convertRGB709toYCbCr2020(double, double, double) const { return *this; }
-void Pixel::assignRGBValues(double, double, double) {}
-void Pixel::assignRGB219Values(double, double, double) {}
-void Pixel::assignYCbCr601Values(double, double, double) {}
-void Pixel::assignYCbCr709Values(double, double, double) {}
-void Pixel::assignYCbCr2020Values(double, double, double) {}
-double Pixel::applyPqInverseEOTF(double) { return 0; }
-double Pixel::applyHlgOETF(double) { return 0; }
-double Pixel::applySLog3InverseOOTF(double) { return 0; }
-double Pixel::applySLog3OETFAndRestoreAbsolutisedInput(double, bool) { return 0; }
-Pixel::AbsoluteRGB Pixel::absolutiseRgbInput(double&, double&, double&) { return {}; }
-void Pixel::restoreAbsolutisedRgbInput(const AbsoluteRGB&, double&, double&, double&) {}
-void Pixel::applyMatrixRGB709ValuesIn2020(double&, double&, double&) const {}
-Pixel Pixel::convertRGB709toYCbCrPQ(double, double, double, colorAxes_e) const { return *this; }
-Pixel Pixel::convertRGB709toYCbCrHLG(double, double, double, colorAxes_e) const { return *this; }
-Pixel Pixel::convertRGB709toYCbCrSLog3(double, double, double, colorAxes_e) const { return *this; }
-Pixel Pixel::convertRGB709toRGBHDR(double, double, double, colorAxes_e) const { return *this; }
-Pixel Pixel::convertYCbCrHDRToRGB(colorAxes_e) const { return *this; }
-Pixel Pixel::convertHDRFromRGB(colorAxes_e) const { return *this; }
+
+YCbCr encode709(const Rgb& c) {
+    return {BT709::kr * c.r + BT709::kg * c.g + BT709::kb * c.b,
+            (-BT709::kr * c.r - BT709::kg * c.g) / BT709::cbDivisor + 0.5 * c.b,
+            0.5 * c.r - (BT709::kg * c.g + BT709::kb * c.b) / BT709::crDivisor};
+}
+
+YCbCr encode2020(const Rgb& c) {
+    return {BT2020::kr * c.r + BT2020::kg * c.g + BT2020::kb * c.b,
+            (-BT2020::kr * c.r - BT2020::kg * c.g) / BT2020::cbDivisor + 0.5 * c.b,
+            0.5 * c.r - (BT2020::kg * c.g + BT2020::kb * c.b) / BT2020::crDivisor};
+}
+
+Rgb decode601(const YCbCr& v) {
+    return {v.y + BT601::rCr * v.cr, v.y - BT601::gCb * v.cb - BT601::gCr * v.cr, v.y + BT601::bCb * v.cb};
+}
+
+Rgb decode709(const YCbCr& v) {
+    return {v.y + BT709::crDivisor * v.cr, v.y - BT709::gCb * v.cb - BT709::gCr * v.cr,
+            v.y + BT709::cbDivisor * v.cb};
+}
+
+Rgb decode2020(const YCbCr& v) {
+    return {v.y + BT2020::crDivisor * v.cr, v.y - BT2020::gCb * v.cb - BT2020::gCr * v.cr,
+            v.y + BT2020::cbDivisor * v.cb};
+}
+
+// A real-valued result as a sample: truncated toward zero, negatives (and NaN) become 0, then
+// the low 16 bits are kept.
+uint16_t storeReal(double v) {
+    if (!(v > 0.0) || !std::isfinite(v)) return 0;
+    return static_cast<uint16_t>(std::fmod(std::trunc(v), 65536.0));
+}
+
+// A real-valued code converted to int without overflow; NaN gives 0.
+int toInt(double v) {
+    if (std::isnan(v)) return 0;
+    if (v >= static_cast<double>(std::numeric_limits<int>::max())) return std::numeric_limits<int>::max();
+    if (v <= static_cast<double>(std::numeric_limits<int>::min())) return std::numeric_limits<int>::min();
+    return static_cast<int>(v);
+}
+
+// offset + round(v * range), rounding halves away from zero.
+int codeFrom(int offset, double v, int range) { return toInt(offset + std::round(v * range)); }
+
+bool isPlainRGB(int axes) { return axes == PatternGen::Colour_RGB || axes == PatternGen::Colour_RGB_219; }
+bool isSdrYCbCr(int axes) { return axes == PatternGen::Colour_YCbCr_601 || axes == PatternGen::Colour_YCbCr_709; }
+bool isHdrYCbCr(int axes) {
+    return (axes >= PatternGen::Colour_YCbCr_PQ && axes <= PatternGen::Colour_YCbCr_HLG_Mapped) ||
+           (axes >= PatternGen::Colour_YCbCr_SLog3 && axes <= PatternGen::Colour_YCbCr_SLog3_Live_Mapped);
+}
+bool isRgbHdr(int axes) {
+    return axes >= PatternGen::Colour_RGB_PQ && axes <= PatternGen::Colour_RGB_SLog3_Live_Mapped;
+}
+bool isRgbHdrUnmapped(int axes) {
+    return axes >= PatternGen::Colour_RGB_PQ && axes <= PatternGen::Colour_RGB_SLog3_Live;
+}
+bool isPq(int axes) { return axes == PatternGen::Colour_YCbCr_PQ || axes == PatternGen::Colour_YCbCr_PQ_Mapped; }
+bool isHlg(int axes) { return axes == PatternGen::Colour_YCbCr_HLG || axes == PatternGen::Colour_YCbCr_HLG_Mapped; }
+
+// Chroma samples move about the chroma zero; luma and all RGB components about black.
+bool isChromaSample(const ColourSpace& cs, int index) { return cs.isColourDifference() && index != Pixel::Y_G; }
+
+int referenceLevel(const ColourSpace& cs, int index) {
+    return isChromaSample(cs, index) ? Levels::chromaZero(cs.bitDepth) : cs.blackLevel;
+}
+
+bool limitSample(const ColourSpace& cs, int index, int& code) {
+    return isChromaSample(cs, index) ? cs.limitChroma(code) : cs.limitLuma(code);
+}
+
+// ref + (num * (c - ref) + den / 2) / den with truncating division; 64 bits avoid overflow.
+uint16_t scaleAbout(int ref, int code, int num, int den) {
+    const int64_t offset = static_cast<int64_t>(num) * (code - ref) + den / 2;
+    return static_cast<uint16_t>(ref + offset / den);
+}
+
+uint16_t scaleAbout(int ref, int code, double factor) { return storeReal(ref + (code - ref) * factor); }
+
+uint16_t clampToLegal(int code, int bits) {
+    if (code < Levels::lowestLegal(bits)) return static_cast<uint16_t>(Levels::lowestLegal(bits));
+    if (code > Levels::highestLegal(bits)) return static_cast<uint16_t>(Levels::highestLegal(bits));
+    return static_cast<uint16_t>(code);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Construction
+
+Pixel::Pixel() : colourSpace(PatternGen::Colour_YCbCr_709, 12) {
+    sample[CB_B] = static_cast<uint16_t>(Levels::chromaZero(12));
+    sample[Y_G] = static_cast<uint16_t>(colourSpace.blackLevel);
+    sample[CR_R] = static_cast<uint16_t>(Levels::chromaZero(12));
+    sample[ALPHA] = static_cast<uint16_t>(Levels::fullScale(12));
+}
+
+Pixel::Pixel(int y, int cb, int cr) : Pixel(y, cb, cr, PatternGen::Colour_YCbCr_709, 12) {}
+
+Pixel::Pixel(int y, int cb, int cr, colorAxes_e axes) : Pixel(y, cb, cr, axes, 12) {}
+
+Pixel::Pixel(int y, int cb, int cr, colorAxes_e axes, int bits) : colourSpace(axes, bits) {
+    sample[CB_B] = static_cast<uint16_t>(cb);
+    sample[Y_G] = static_cast<uint16_t>(y);
+    sample[CR_R] = static_cast<uint16_t>(cr);
+    sample[ALPHA] = static_cast<uint16_t>(Levels::fullScale(bits));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Arithmetic and scaling
+
+Pixel Pixel::operator+(const Pixel& other) const {
+    Pixel result(*this);
+    result += other;
+    return result;
+}
+
+Pixel& Pixel::operator+=(const Pixel& other) {
+    for (int i = CB_B; i <= CR_R; ++i)
+        sample[i] = static_cast<uint16_t>(sample[i] + other.sample[i] - referenceLevel(colourSpace, i));
+    return *this;
+}
+
+Pixel Pixel::scale(int num, int den) const {
+    Pixel result(*this);
+    for (int i = CB_B; i <= CR_R; ++i) result.sample[i] = scaleAbout(referenceLevel(colourSpace, i), sample[i], num, den);
+    return result;
+}
+
+Pixel Pixel::scale(double factor) const { return scaleLumChrom(factor, factor); }
+
+Pixel Pixel::scaleLumChrom(double lumaFactor, double chromaFactor) const {
+    Pixel result(*this);
+    for (int i = CB_B; i <= CR_R; ++i) {
+        const double factor = isChromaSample(colourSpace, i) ? chromaFactor : lumaFactor;
+        result.sample[i] = scaleAbout(referenceLevel(colourSpace, i), sample[i], factor);
+    }
+    return result;
+}
+
+Pixel Pixel::scaleWithClip(int num, int den) const {
+    Pixel result = scale(num, den);
+    for (int i = CB_B; i <= CR_R; ++i) {
+        int code = result.sample[i];
+        limitSample(colourSpace, i, code);
+        result.sample[i] = static_cast<uint16_t>(code);
+    }
+    return result;
+}
+
+// Scales in linear light: decode with the space's gamma law, scale, re-encode. Chroma scales linearly.
+Pixel Pixel::scaleWithGamma(int num, int den) const {
+    Pixel result(*this);
+    const bool fullRange = colourSpace.colourAxes == PatternGen::Colour_RGB;
+    for (int i = CB_B; i <= CR_R; ++i) {
+        if (isChromaSample(colourSpace, i)) {
+            result.sample[i] = scaleAbout(referenceLevel(colourSpace, i), sample[i], num, den);
+            continue;
+        }
+        const double g = colourSpace.linearFloatToGamma(colourSpace.gammaToLinear(sample[i]) * num / den);
+        const double code = fullRange ? Levels::fullScale(colourSpace.bitDepth) * g
+                                      : colourSpace.blackLevel + Levels::lumaExcursion(colourSpace.bitDepth) * g;
+        result.sample[i] = storeReal(code);
+    }
+    return result;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Level operations
+
+Pixel Pixel::subBlack() const {
+    Pixel result(*this);
+    const int bits = colourSpace.bitDepth;
+    const int axes = colourSpace.colourAxes;
+    if (axes == PatternGen::Colour_RGB_219) {
+        for (int i = CB_B; i <= CR_R; ++i) result.sample[i] = static_cast<uint16_t>(Levels::lowestLegal(bits));
+    } else if (colourSpace.isColourDifference()) {
+        result.sample[Y_G] = static_cast<uint16_t>(Levels::lowestLegal(bits));
+        result.sample[CB_B] = result.sample[CR_R] = static_cast<uint16_t>(Levels::chromaZero(bits));
+    }
+    return result;
+}
+
+Pixel Pixel::superWhite() const {
+    Pixel result(*this);
+    const int bits = colourSpace.bitDepth;
+    const int axes = colourSpace.colourAxes;
+    if (axes == PatternGen::Colour_RGB_219 || isRgbHdr(axes)) {
+        for (int i = CB_B; i <= CR_R; ++i) result.sample[i] = static_cast<uint16_t>(Levels::highestLegal(bits));
+    } else if (colourSpace.isColourDifference()) {
+        result.sample[Y_G] = static_cast<uint16_t>(Levels::highestLegal(bits));
+        result.sample[CB_B] = result.sample[CR_R] = static_cast<uint16_t>(Levels::chromaZero(bits));
+    }
+    return result;
+}
+
+// Studio-coded axes use studio black as "no alpha"; full-range and HDR RGB the lowest legal code.
+Pixel Pixel::noAlpha() const {
+    Pixel result(*this);
+    const int bits = colourSpace.bitDepth;
+    const int axes = colourSpace.colourAxes;
+    const bool studio = axes == PatternGen::Colour_RGB_219 || colourSpace.isColourDifference();
+    result.sample[ALPHA] = static_cast<uint16_t>(studio ? Levels::studioBlack(bits) : Levels::lowestLegal(bits));
+    return result;
+}
+
+Pixel Pixel::legalise() const {
+    Pixel result(*this);
+    for (int i = CB_B; i <= CR_R; ++i) result.sample[i] = clampToLegal(sample[i], colourSpace.bitDepth);
+    return result;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Blending
+
+Pixel Pixel::blend(double lumaMix, double chromaMix, const Pixel& other) const {
+    Pixel result(*this);
+    const ColourSpace& cs = colourSpace;
+    const int bits = cs.bitDepth;
+    if (cs.isColourDifference()) {
+        const double luma = lumaMix * cs.normaliseLuma(sample[Y_G]) + (1 - lumaMix) * cs.normaliseLuma(other.sample[Y_G]);
+        result.sample[Y_G] = storeReal(Levels::studioBlack(bits) + luma * Levels::lumaExcursion(bits));
+        for (int i : {CB_B, CR_R}) {
+            const double chroma =
+                chromaMix * cs.normaliseChroma(sample[i]) + (1 - chromaMix) * cs.normaliseChroma(other.sample[i]);
+            result.sample[i] = storeReal(Levels::chromaZero(bits) + chroma * Levels::chromaExcursion(bits));
+        }
+    } else {
+        for (int i = CB_B; i <= CR_R; ++i) result.sample[i] = storeReal(other.sample[i] * (1 - lumaMix) + sample[i] * lumaMix);
+    }
+    return result;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Depth changes
+
+Pixel Pixel::truncateTo(int bits) const {
+    Pixel result(*this);
+    const int oldBits = colourSpace.bitDepth;
+    for (int i = CB_B; i <= ALPHA; ++i) {
+        if (bits < oldBits)
+            result.sample[i] = static_cast<uint16_t>(sample[i] >> (oldBits - bits));
+        else if (bits > oldBits)
+            result.sample[i] = static_cast<uint16_t>(static_cast<uint32_t>(sample[i]) << (bits - oldBits));
+    }
+    result.colourSpace.bitDepth = bits;
+    return result;
+}
+
+Pixel Pixel::roundTo(int bits) const {
+    const int oldBits = colourSpace.bitDepth;
+    if (bits > oldBits) return truncateTo(bits);
+    Pixel result(*this);
+    const int s = oldBits - bits;
+    for (int i = CB_B; i <= ALPHA; ++i) {
+        const unsigned rounded = isChromaSample(colourSpace, i) ? Rounding::roundChromaTo(oldBits, s, sample[i])
+                                                                 : Rounding::roundTo(s, sample[i]);
+        result.sample[i] = static_cast<uint16_t>(rounded >> s);
+    }
+    result.colourSpace.bitDepth = bits;
+    return result;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Printing
+
+void Pixel::print(const char* label) const {
+    if (!colourSpace.isColourDifference()) {
+        std::printf("%sR: %4d G: %4d B: %4d\n", label, sample[CR_R], sample[Y_G], sample[CB_B]);
+        return;
+    }
+    const int offset = colourSpace.bitDepth == 12 ? 2048 : 512;
+    std::printf("%sY: %4d Cb: %4d(%4d) Cr: %4d(%4d)\n", label, sample[Y_G], sample[CB_B] - offset, sample[CB_B],
+                sample[CR_R] - offset, sample[CR_R]);
+}
+
+int Pixel::printDiff(const char* label, const Pixel& other) const {
+    if (sample[Y_G] == other.sample[Y_G] && sample[CB_B] == other.sample[CB_B] && sample[CR_R] == other.sample[CR_R])
+        return 0;
+    std::printf("%s", label);
+    if (sample[Y_G] != other.sample[Y_G]) std::printf("Y %4d %+4d\t", sample[Y_G], sample[Y_G] - other.sample[Y_G]);
+    if (sample[CB_B] != other.sample[CB_B])
+        std::printf("Cb %4d %+4d\t", sample[CB_B], sample[CB_B] - other.sample[CB_B]);
+    if (sample[CR_R] != other.sample[CR_R])
+        std::printf("Cr %4d %+4d\t", sample[CR_R], sample[CR_R] - other.sample[CR_R]);
+    std::printf("\n");
+    return 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Assigners: overwrite the samples from normalised R, G, B in this pixel's axes.
+
+namespace {
+
+void storeYCbCr(Pixel& p, const YCbCr& v) {
+    const ColourSpace& cs = p.colourSpace;
+    const int bits = cs.bitDepth;
+    int y = codeFrom(Levels::studioBlack(bits), v.y, Levels::lumaExcursion(bits));
+    int cb = codeFrom(Levels::chromaZero(bits), v.cb, Levels::chromaExcursion(bits));
+    int cr = codeFrom(Levels::chromaZero(bits), v.cr, Levels::chromaExcursion(bits));
+    cs.limitLuma(y);
+    cs.limitChroma(cb);
+    cs.limitChroma(cr);
+    p.sample[Pixel::Y_G] = static_cast<uint16_t>(y);
+    p.sample[Pixel::CB_B] = static_cast<uint16_t>(cb);
+    p.sample[Pixel::CR_R] = static_cast<uint16_t>(cr);
+    p.colourSpace.blackLevel = Levels::studioBlack(bits);
+    p.colourSpace.whiteLevel = Levels::studioWhite(bits);
+}
+
+double clampUnit(double v) {
+    if (v >= 1.0) return 1.0;
+    if (v <= 0.0) return 0.0;
+    return v;
+}
+
+}  // namespace
+
+void Pixel::assignRGBValues(double r, double g, double b) {
+    const int axis = colourSpace.colourAxes;
+    PIXEL_ASSERT(axis == PatternGen::Colour_RGB);
+    const int full = Levels::fullScale(colourSpace.bitDepth);
+    sample[CR_R] = static_cast<uint16_t>(codeFrom(0, clampUnit(r), full));
+    sample[Y_G] = static_cast<uint16_t>(codeFrom(0, clampUnit(g), full));
+    sample[CB_B] = static_cast<uint16_t>(codeFrom(0, clampUnit(b), full));
+    colourSpace.blackLevel = 0;
+    colourSpace.whiteLevel = full;
+}
+
+// Studio-range RGB keeps excursions beyond black and white, within the legal range.
+void Pixel::assignRGB219Values(double r, double g, double b) {
+    const int axis = colourSpace.colourAxes;
+    PIXEL_ASSERT(axis == PatternGen::Colour_RGB_219);
+    const int bits = colourSpace.bitDepth;
+    const double values[3] = {b, g, r};  // sample order B, G, R
+    for (int i = CB_B; i <= CR_R; ++i) {
+        int code = codeFrom(Levels::studioBlack(bits), values[i], Levels::lumaExcursion(bits));
+        colourSpace.limitLuma(code);
+        sample[i] = static_cast<uint16_t>(code);
+    }
+    colourSpace.blackLevel = Levels::studioBlack(bits);
+    colourSpace.whiteLevel = Levels::studioWhite(bits);
+}
+
+void Pixel::assignYCbCr601Values(double r, double g, double b) {
+    const int axis = colourSpace.colourAxes;
+    PIXEL_ASSERT(axis == PatternGen::Colour_YCbCr_601);
+    storeYCbCr(*this, encode601({r, g, b}));
+}
+
+void Pixel::assignYCbCr709Values(double r, double g, double b) {
+    const int axis = colourSpace.colourAxes;
+    PIXEL_ASSERT(axis == PatternGen::Colour_YCbCr_709);
+    storeYCbCr(*this, encode709({r, g, b}));
+}
+
+void Pixel::assignYCbCr2020Values(double r, double g, double b) {
+    PIXEL_ASSERT(colourSpace.colourIsIn2020());
+    storeYCbCr(*this, encode2020({r, g, b}));
+}
+
+// ---------------------------------------------------------------------------------------------
+// SDR conversions
+
+Pixel Pixel::convertRGB709toYCbCr2020(double r, double g, double b) const {
+    Pixel result(*this);
+    result.colourSpace.colourAxes = PatternGen::Colour_YCbCr_2020;
+    result.assignYCbCr2020Values(r, g, b);
+    return result;
+}
+
+namespace {
+
+Rgb normalisedRgb(const Pixel& p) {
+    const ColourSpace& cs = p.colourSpace;
+    return {cs.normaliseLuma(p.sample[Pixel::CR_R]), cs.normaliseLuma(p.sample[Pixel::Y_G]),
+            cs.normaliseLuma(p.sample[Pixel::CB_B])};
+}
+
+YCbCr normalisedYCbCr(const Pixel& p) {
+    const ColourSpace& cs = p.colourSpace;
+    return {cs.normaliseLuma(p.sample[Pixel::Y_G]), cs.normaliseChroma(p.sample[Pixel::CB_B]),
+            cs.normaliseChroma(p.sample[Pixel::CR_R])};
+}
+
+// HDR encodings from SDR work on 10-bit codes: a 12-bit source is cut to 10 bits (no rounding).
+Rgb normalisedRgbForHdr(const Pixel& p) {
+    if (p.colourSpace.bitDepth != 12) return normalisedRgb(p);
+    Pixel reduced(p);
+    reduced.colourSpace.setColourSpace(p.colourSpace.axes(), 10);
+    for (int i = Pixel::CB_B; i <= Pixel::CR_R; ++i) reduced.sample[i] = static_cast<uint16_t>(p.sample[i] >> 2);
+    return normalisedRgb(reduced);
+}
+
+Pixel rgbToHdrYCbCr(const Pixel& source, const Rgb& c, colorAxes_e toSpace) {
+    if (isPq(toSpace)) return source.convertRGB709toYCbCrPQ(c.r, c.g, c.b, toSpace);
+    if (isHlg(toSpace)) return source.convertRGB709toYCbCrHLG(c.r, c.g, c.b, toSpace);
+    return source.convertRGB709toYCbCrSLog3(c.r, c.g, c.b, toSpace);
+}
+
+// A Y'CbCr colour on its way to HDR passes through a 10-bit RGB pixel: full range when its luma
+// code is within studio black..white, studio range otherwise so that the excursion survives.
+Pixel viaIntermediateRgb(int lumaCode, int sourceBits, const Rgb& c, colorAxes_e toSpace) {
+    const bool nominal = lumaCode >= Levels::studioBlack(sourceBits) && lumaCode <= Levels::studioWhite(sourceBits);
+    Pixel intermediate(0, 0, 0, nominal ? PatternGen::Colour_RGB : PatternGen::Colour_RGB_219, 10);
+    if (nominal)
+        intermediate.assignRGBValues(c.r, c.g, c.b);
+    else
+        intermediate.assignRGB219Values(c.r, c.g, c.b);
+    return intermediate.convertTo(toSpace);
+}
+
+}  // namespace
+
+Pixel Pixel::convertTo(colorAxes_e toSpace) const {
+    const int axis = colourSpace.colourAxes;
+    Pixel result(*this);
+    result.colourSpace.setColourSpace(toSpace, colourSpace.bitDepth);
+
+    if (isPlainRGB(axis)) {
+        const Rgb c = normalisedRgb(*this);
+        if (toSpace == PatternGen::Colour_RGB) {
+            if (axis != PatternGen::Colour_RGB) result.assignRGBValues(c.r, c.g, c.b);
+        } else if (toSpace == PatternGen::Colour_RGB_219) {
+            if (axis != PatternGen::Colour_RGB_219) result.assignRGB219Values(c.r, c.g, c.b);
+        } else if (toSpace == PatternGen::Colour_YCbCr_601) {
+            result.assignYCbCr601Values(c.r, c.g, c.b);
+        } else if (toSpace == PatternGen::Colour_YCbCr_709) {
+            result.assignYCbCr709Values(c.r, c.g, c.b);
+        } else if (toSpace == PatternGen::Colour_YCbCr_2020) {
+            result = convertRGB709toYCbCr2020(c.r, c.g, c.b);
+        } else if (isHdrYCbCr(toSpace)) {
+            result = rgbToHdrYCbCr(*this, normalisedRgbForHdr(*this), toSpace);
+        } else if (isRgbHdr(toSpace)) {
+            result = convertRGB709toRGBHDR(c.r, c.g, c.b, toSpace);
+        }
+    } else if (isSdrYCbCr(axis)) {
+        const YCbCr v = normalisedYCbCr(*this);
+        const Rgb c = axis == PatternGen::Colour_YCbCr_601 ? decode601(v) : decode709(v);
+        if (toSpace == PatternGen::Colour_RGB) {
+            result.assignRGBValues(c.r, c.g, c.b);
+        } else if (toSpace == PatternGen::Colour_RGB_219) {
+            result.assignRGB219Values(c.r, c.g, c.b);
+        } else if (toSpace == axis) {
+            // same axis: the copy
+        } else if (isSdrYCbCr(toSpace)) {
+            PIXEL_ASSERT(0);  // no direct 601 <-> 709 conversion
+        } else if (toSpace == PatternGen::Colour_YCbCr_2020) {
+            result = convertRGB709toYCbCr2020(c.r, c.g, c.b);
+        } else if (isHdrYCbCr(toSpace)) {
+            result = viaIntermediateRgb(sample[Y_G], colourSpace.bitDepth, c, toSpace);
+        } else if (isRgbHdr(toSpace)) {
+            result = convertRGB709toRGBHDR(c.r, c.g, c.b, toSpace);
+        }
+    } else if (axis == PatternGen::Colour_YCbCr_2020) {
+        result = convertFromYCbCr2020(toSpace);
+    } else if (isHdrYCbCr(axis)) {
+        if (toSpace == PatternGen::Colour_RGB) {
+            // The transfer function is not inverted: the result holds HDR-coded R'G'B'.
+            const Rgb c = decode2020(normalisedYCbCr(*this));
+            result.assignRGBValues(c.r, c.g, c.b);
+        } else if (isRgbHdr(toSpace)) {
+            result = convertYCbCrHDRToRGB(toSpace);
+        } else {
+            PIXEL_ASSERT(axis == toSpace);
+        }
+    } else if (isRgbHdrUnmapped(axis)) {
+        if (toSpace != axis) result = convertHDRFromRGB(toSpace);
+    } else if (isRgbHdr(axis)) {
+        PIXEL_ASSERT(axis == toSpace);
+    }
+
+    // Depth fix-up when the result is deeper than the source.
+    const int oldBits = colourSpace.bitDepth;
+    const int newBits = result.colourSpace.bitDepth;
+    if (newBits > oldBits) {
+        const int shift = newBits - oldBits;
+        if (sample[ALPHA] == Levels::fullScale(oldBits))
+            result.sample[ALPHA] = static_cast<uint16_t>(Levels::fullScale(newBits));
+        else
+            result.sample[ALPHA] = static_cast<uint16_t>(static_cast<uint32_t>(result.sample[ALPHA]) << shift);
+        if (toSpace == axis)
+            for (int i = CB_B; i <= CR_R; ++i)
+                result.sample[i] = static_cast<uint16_t>(static_cast<uint32_t>(result.sample[i]) << shift);
+    }
+    return result;
+}
+
+// Decodes a BT.2020 Y'CbCr pixel; the result is always 12 bits deep.
+Pixel Pixel::convertFromYCbCr2020(colorAxes_e toSpace) const {
+    Pixel result(*this);
+    result.colourSpace.setColourSpace(toSpace, 12);
+    const Rgb c = decode2020(normalisedYCbCr(*this));
+    switch (toSpace) {
+        case PatternGen::Colour_RGB:
+            result.assignRGBValues(c.r, c.g, c.b);
+            break;
+        case PatternGen::Colour_RGB_219:
+        case PatternGen::Colour_RGB_PQ:  // the unmapped RGB HDR axes fail the studio-RGB assertion
+        case PatternGen::Colour_RGB_HLG:
+        case PatternGen::Colour_RGB_SLog3:
+        case PatternGen::Colour_RGB_SLog3_Live:
+            result.assignRGB219Values(c.r, c.g, c.b);
+            break;
+        case PatternGen::Colour_YCbCr_601:
+            result.assignYCbCr601Values(c.r, c.g, c.b);
+            break;
+        case PatternGen::Colour_YCbCr_709:
+            result.assignYCbCr709Values(c.r, c.g, c.b);
+            break;
+        case PatternGen::Colour_YCbCr_2020:
+            break;
+        case PatternGen::Colour_YCbCr_PQ:
+        case PatternGen::Colour_YCbCr_HLG:
+        case PatternGen::Colour_YCbCr_SLog3:
+        case PatternGen::Colour_YCbCr_SLog3_Live:
+            result = viaIntermediateRgb(sample[Y_G], colourSpace.bitDepth, c, toSpace);
+            break;
+        case PatternGen::Colour_YCbCr_PQ_Mapped:
+        case PatternGen::Colour_YCbCr_HLG_Mapped:
+        case PatternGen::Colour_YCbCr_SLog3_Mapped:
+        case PatternGen::Colour_YCbCr_SLog3_Live_Mapped:
+        case PatternGen::Colour_RGB_PQ_Mapped:
+        case PatternGen::Colour_RGB_HLG_Mapped:
+        case PatternGen::Colour_RGB_SLog3_Mapped:
+        case PatternGen::Colour_RGB_SLog3_Live_Mapped:
+            PIXEL_ASSERT(0);
+            break;
+    }
+    return result;
+}
