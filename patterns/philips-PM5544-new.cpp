@@ -1,0 +1,478 @@
+// The PM5544 test card. setup() renders every pixel once through render() into a padded line
+// buffer, shapes each edge with a raised-cosine transition of its own choosing and keeps the
+// finished frame; body() only looks pixels up.
+#include "philips-PM5544-new.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+using PatternGen::colorAxes_e;
+
+namespace {
+
+constexpr double pi = 3.141592653589793;
+
+// Rise time of the card's narrow-edge transition: 15 ns at the 74.25 MHz luma clock.
+constexpr double narrowEdgeRiseTimeNs = 15.0;
+constexpr double narrowEdgeClockMHz = 74.25;
+
+// Frequency gratings: five packets, each a sine about 50% between black and white.
+constexpr int gratingPackets = 5;
+constexpr int gratingScale = 4096;
+
+// Code values of one palette entry: (Y', Cb, Cr), or (G, B, R) for the studio RGB table.
+struct Codes {
+    int a;
+    int b;
+    int c;
+};
+
+constexpr int paletteSize = 16;
+
+// Every table lists the entries in member order.
+Pixel PhilipsPm5544Spec::*const paletteMembers[paletteSize] = {
+    &PhilipsPm5544Spec::black,     &PhilipsPm5544Spec::grey20,    &PhilipsPm5544Spec::grey40,
+    &PhilipsPm5544Spec::grey50,    &PhilipsPm5544Spec::grey60,    &PhilipsPm5544Spec::grey75,
+    &PhilipsPm5544Spec::grey80,    &PhilipsPm5544Spec::white,     &PhilipsPm5544Spec::yellow75,
+    &PhilipsPm5544Spec::cyan75,    &PhilipsPm5544Spec::green75,   &PhilipsPm5544Spec::magenta75,
+    &PhilipsPm5544Spec::red75,     &PhilipsPm5544Spec::blue75,    &PhilipsPm5544Spec::yellow100,
+    &PhilipsPm5544Spec::red100,
+};
+
+// Studio-range R'G'B' (G, B, R). The 10-bit 60% grey is 602 and the 12-bit 75% yellow is
+// brighter than the other 75% colours: both are the card's own levels.
+const Codes studioRgb12[paletteSize] = {
+    {256, 256, 256},     // black
+    {957, 957, 957},     // grey 20%
+    {1658, 1658, 1658},  // grey 40%
+    {2008, 2008, 2008},  // grey 50%
+    {2358, 2358, 2358},  // grey 60%
+    {2884, 2884, 2884},  // grey 75%
+    {3059, 3059, 3059},  // grey 80%
+    {3760, 3760, 3760},  // white
+    {2948, 512, 2948},   // 75% yellow
+    {2884, 2884, 256},   // 75% cyan
+    {2884, 256, 256},    // 75% green
+    {256, 2884, 2884},   // 75% magenta
+    {256, 256, 2884},    // 75% red
+    {256, 2884, 256},    // 75% blue
+    {3760, 256, 3760},   // 100% yellow
+    {256, 256, 3760},    // 100% red
+};
+
+const Codes studioRgb10[paletteSize] = {
+    {64, 64, 64},     // black
+    {239, 239, 239},  // grey 20%
+    {414, 414, 414},  // grey 40%
+    {502, 502, 502},  // grey 50%
+    {602, 602, 602},  // grey 60%
+    {721, 721, 721},  // grey 75%
+    {765, 765, 765},  // grey 80%
+    {940, 940, 940},  // white
+    {721, 64, 721},   // 75% yellow
+    {721, 721, 64},   // 75% cyan
+    {721, 64, 64},    // 75% green
+    {64, 721, 721},   // 75% magenta
+    {64, 64, 721},    // 75% red
+    {64, 721, 64},    // 75% blue
+    {940, 64, 940},   // 100% yellow
+    {64, 64, 940},    // 100% red
+};
+
+// Y'CbCr BT.709 (Y', Cb, Cr).
+const Codes ycbcr709_12[paletteSize] = {
+    {256, 2048, 2048},   // black
+    {957, 2048, 2048},   // grey 20%
+    {1658, 2048, 2048},  // grey 40%
+    {2008, 2048, 2048},  // grey 50%
+    {2358, 2048, 2048},  // grey 60%
+    {2884, 2048, 2048},  // grey 75%
+    {3059, 2048, 2048},  // grey 80%
+    {3760, 2048, 2048},  // white
+    {2694, 704, 2171},   // 75% yellow
+    {2325, 2356, 704},   // 75% cyan
+    {2136, 1012, 827},   // 75% green
+    {1004, 3084, 3269},  // 75% magenta
+    {815, 1740, 3392},   // 75% red
+    {446, 3392, 1925},   // 75% blue
+    {3507, 256, 2212},   // 100% yellow
+    {1001, 1637, 3840},  // 100% red
+};
+
+const Codes ycbcr709_10[paletteSize] = {
+    {64, 512, 512},   // black
+    {239, 512, 512},  // grey 20%
+    {414, 512, 512},  // grey 40%
+    {502, 512, 512},  // grey 50%
+    {602, 512, 512},  // grey 60%
+    {721, 512, 512},  // grey 75%
+    {765, 512, 512},  // grey 80%
+    {940, 512, 512},  // white
+    {674, 176, 543},  // 75% yellow
+    {581, 589, 176},  // 75% cyan
+    {534, 253, 207},  // 75% green
+    {251, 771, 817},  // 75% magenta
+    {204, 435, 848},  // 75% red
+    {111, 848, 481},  // 75% blue
+    {877, 64, 553},   // 100% yellow
+    {250, 409, 960},  // 100% red
+};
+
+// Y'CbCr BT.2020 (Y', Cb, Cr).
+const Codes ycbcr2020_12[paletteSize] = {
+    {256, 2048, 2048},   // black
+    {957, 2048, 2048},   // grey 20%
+    {1658, 2048, 2048},  // grey 40%
+    {2008, 2048, 2048},  // grey 50%
+    {2358, 2048, 2048},  // grey 60%
+    {2884, 2048, 2048},  // grey 75%
+    {3059, 2048, 2048},  // grey 80%
+    {3760, 2048, 2048},  // white
+    {2728, 704, 2156},   // 75% yellow
+    {2194, 2423, 704},   // 75% cyan
+    {2038, 1079, 812},   // 75% green
+    {1102, 3017, 3284},  // 75% magenta
+    {946, 1673, 3392},   // 75% red
+    {412, 3392, 1940},   // 75% blue
+    {3552, 256, 2192},   // 100% yellow
+    {1177, 1548, 3840},  // 100% red
+};
+
+const Codes ycbcr2020_10[paletteSize] = {
+    {64, 512, 512},   // black
+    {239, 512, 512},  // grey 20%
+    {414, 512, 512},  // grey 40%
+    {502, 512, 512},  // grey 50%
+    {602, 512, 512},  // grey 60%
+    {721, 512, 512},  // grey 75%
+    {765, 512, 512},  // grey 80%
+    {940, 512, 512},  // white
+    {682, 176, 539},  // 75% yellow
+    {548, 606, 176},  // 75% cyan
+    {509, 270, 203},  // 75% green
+    {276, 754, 821},  // 75% magenta
+    {237, 418, 848},  // 75% red
+    {103, 848, 485},  // 75% blue
+    {888, 64, 548},   // 100% yellow
+    {294, 387, 960},  // 100% red
+};
+
+// Which table a set of output axes starts from, and whether its entries are then converted.
+struct PaletteChoice {
+    colorAxes_e tableAxes;
+    bool convert;
+};
+
+PaletteChoice paletteFor(colorAxes_e axes) {
+    switch (axes) {
+        case PatternGen::Colour_RGB:
+        case PatternGen::Colour_RGB_219:
+            return {PatternGen::Colour_RGB_219, false};
+        case PatternGen::Colour_YCbCr_709:
+            return {PatternGen::Colour_YCbCr_709, false};
+        case PatternGen::Colour_YCbCr_2020:
+            return {PatternGen::Colour_YCbCr_2020, false};
+        case PatternGen::Colour_YCbCr_PQ:
+        case PatternGen::Colour_YCbCr_HLG:
+        case PatternGen::Colour_YCbCr_SLog3:
+        case PatternGen::Colour_YCbCr_SLog3_Live:
+            return {PatternGen::Colour_YCbCr_2020, true};
+        default:  // 601, the Mapped Y'CbCr axes and every R'G'B' HDR axis
+            return {PatternGen::Colour_RGB_219, true};
+    }
+}
+
+const Codes* tableFor(colorAxes_e tableAxes, bool tenBit) {
+    switch (tableAxes) {
+        case PatternGen::Colour_YCbCr_709:
+            return tenBit ? ycbcr709_10 : ycbcr709_12;
+        case PatternGen::Colour_YCbCr_2020:
+            return tenBit ? ycbcr2020_10 : ycbcr2020_12;
+        default:
+            return tenBit ? studioRgb10 : studioRgb12;
+    }
+}
+
+// True if one of the count pixels after position i differs from it (the scan stops at the end).
+bool changeAfter(const std::vector<Pixel>& line, size_t i, size_t count) {
+    for (size_t k = 1; k <= count && i + k < line.size(); ++k) {
+        if (!line[i + k].sameCodes(line[i])) return true;
+    }
+    return false;
+}
+
+// True if one of the count pixels before position i differs from it (the scan stops at the start).
+bool changeBefore(const std::vector<Pixel>& line, size_t i, size_t count) {
+    for (size_t k = 1; k <= count && k <= i; ++k) {
+        if (!line[i - k].sameCodes(line[i])) return true;
+    }
+    return false;
+}
+
+// The coefficient tables chosen for one pixel and how many pixels each side of an edge they shape.
+struct EdgeShape {
+    const std::deque<double>& luma;
+    const std::deque<double>& chroma;
+    int pixelsInFront;
+    int pixelsBehind;
+};
+
+// Blends the pixel at i towards the first differing pixel within pixelsInFront after it; the
+// nearer that pixel, the larger its weight.
+Pixel transitionTo(const std::vector<Pixel>& line, size_t i, const EdgeShape& shape, const Pixel& shaped) {
+    if (i + 1 >= line.size()) {
+        puts("Error - transitionTo iterator starting at end of line");
+        return shaped;
+    }
+    if (shape.pixelsInFront == 0) return shaped;
+    for (int k = 0; k < shape.pixelsInFront; ++k) {
+        const size_t position = i + static_cast<size_t>(k) + 1;
+        if (position >= line.size()) {
+            printf("Error - hit unexpected end on line.  pixelsInFront=%u i=%u\n",
+                   static_cast<unsigned>(shape.pixelsInFront), static_cast<unsigned>(k));
+            return shaped;
+        }
+        if (!line[position].sameCodes(line[i])) {
+            const size_t j = static_cast<size_t>(shape.pixelsBehind - 1 - k);
+            return line[position].blend(shape.luma.at(j), shape.chroma.at(j), shaped);
+        }
+    }
+    return shaped;
+}
+
+// Blends the pixel at i with the first differing pixel within pixelsBehind before it; the
+// nearer that pixel, the smaller the pixel's own weight.
+Pixel transitionFrom(const std::vector<Pixel>& line, size_t i, const EdgeShape& shape, const Pixel& shaped) {
+    if (i == 0) {
+        puts("Error - transitionFrom starting at beginning of line");
+        return shaped;
+    }
+    if (shape.pixelsBehind == 0) return shaped;
+    for (int k = 0; k < shape.pixelsBehind; ++k) {
+        const size_t position = i - static_cast<size_t>(k) - 1;
+        if (!line[position].sameCodes(line[i])) {
+            const size_t j = static_cast<size_t>(shape.pixelsBehind + k);
+            return shaped.blend(shape.luma.at(j), shape.chroma.at(j), line[position]);
+        }
+        if (position == 0 && k + 1 < shape.pixelsBehind) {
+            puts("Error - hit unexpected beginning on line");
+            return shaped;
+        }
+    }
+    return shaped;
+}
+
+}  // namespace
+
+PhilipsPm5544Spec::PhilipsPm5544Spec()
+    : squareWavePeriod(static_cast<int>(freqToPixels(250000.0))), burstStartFreq(800000), burstFreqStep(1000000) {}
+
+PhilipsPm5544Spec::~PhilipsPm5544Spec() = default;
+
+bool PhilipsPm5544Spec::useFullCanvasSize() { return true; }
+
+void PhilipsPm5544Spec::setup() {
+    choosePalette();
+    deriveParameters();
+
+    std::deque<double> edgeTransition;
+    calculateTransition(edgeTransition, narrowEdgeRiseTimeNs, narrowEdgeClockMHz);
+
+    const size_t front = static_cast<size_t>((savedTransitionLength + 1) / 2);
+    std::vector<Pixel> line;
+    line.reserve(static_cast<size_t>(savedTransitionLength) + static_cast<size_t>(width));
+    for (int y = 0; y < height; ++y) {
+        fillLine(y, line);
+        for (size_t i = front; i < front + static_cast<size_t>(width); ++i) {
+            cardFrame.push_back(shapePixel(line, i, edgeTransition));
+        }
+    }
+}
+
+void PhilipsPm5544Spec::choosePalette() {
+    const auto axes = colourSpace.axes();
+    const bool tenBit = colourSpace.bitDepth == 10;
+    const int bits = tenBit ? 10 : 12;
+    const PaletteChoice choice = paletteFor(axes);
+    const Codes* table = tableFor(choice.tableAxes, tenBit);
+    for (int i = 0; i < paletteSize; ++i) {
+        const Pixel entry(table[i].a, table[i].b, table[i].c, choice.tableAxes, bits);
+        this->*paletteMembers[i] = choice.convert ? entry.convertTo(axes) : entry;
+    }
+}
+
+void PhilipsPm5544Spec::deriveParameters() {
+    // The framework's primitives draw hard edges while the card renders; the card shapes
+    // its edges itself afterwards.
+    savedTransitionLength = transitionLength;
+    transitionLength = 0;
+    riseTimeEnabled = false;
+
+    squareWavePeriod = static_cast<int>(freqToPixels(500000.0));
+    if (height > 2000) {
+        burstStartFreq *= 4;
+        burstFreqStep *= 4;
+    } else if (height > 600) {
+        burstStartFreq *= 2;
+        burstFreqStep *= 2;
+    }
+    idBoxWidth = h(168);
+    pulseBarWidth = h(252);
+    redBoxWidth = h(42);
+    cardFrame.reserve(static_cast<size_t>(width) * static_cast<size_t>(height));
+}
+
+// Black padding, then the rendered pixels, then black padding: output column x lands at buffer
+// position x + front, and the outermost n/2 columns at each end are padding.
+void PhilipsPm5544Spec::fillLine(int y, std::vector<Pixel>& line) {
+    const int n = savedTransitionLength;
+    const int front = (n + 1) / 2;
+    const int back = n - front;
+    line.clear();
+    line.insert(line.end(), static_cast<size_t>(front + n / 2), black);
+    for (int x = n / 2; x < width - n / 2; ++x) {
+        line.push_back(render(x, y));
+    }
+    line.insert(line.end(), static_cast<size_t>(back + n / 2), black);
+}
+
+Pixel PhilipsPm5544Spec::shapePixel(const std::vector<Pixel>& line, size_t i,
+                                    const std::deque<double>& edgeTransition) const {
+    const Pixel& pixel = line[i];
+    const size_t n = static_cast<size_t>(savedTransitionLength);
+    const size_t front = (n + 1) / 2;
+    const size_t back = n - front;
+
+    // A feature one pixel wide keeps its full amplitude.
+    const bool differsBefore = i > 0 && !line[i - 1].sameCodes(pixel);
+    const bool differsAfter = i + 1 < line.size() && !line[i + 1].sameCodes(pixel);
+    if (differsBefore && differsAfter) return pixel;
+
+    const bool nearBefore = changeBefore(line, i, front);
+    const bool nearAfter = changeAfter(line, i, back);
+    if (!nearBefore && !nearAfter) return pixel;
+    const bool wideAfter = changeAfter(line, i, n);
+    const bool wideBefore = changeBefore(line, i, n);
+
+    // Changes close together on both sides get the shorter ramp.
+    const bool narrow = (nearBefore && wideAfter) || (nearAfter && wideBefore);
+    const std::deque<double>& luma = narrow ? edgeTransition : lumaTransition;
+    const std::deque<double>& chroma = sampling == PatternGen::Sampling_444 ? lumaTransition : chromaTransition;
+    const int lumaSize = static_cast<int>(luma.size());
+    const int chromaSize = static_cast<int>(chroma.size());
+    if (lumaSize == 0 || lumaSize > chromaSize) {
+        printf("Error transition size problem - luma size=%d chroma size=%d\n", lumaSize, chromaSize);
+        return pixel;
+    }
+    const int pixelsInFront = (lumaSize + 1) / 2;
+    const EdgeShape shape{luma, chroma, pixelsInFront, lumaSize - pixelsInFront};
+
+    Pixel shaped = pixel;
+    if (wideAfter) shaped = transitionTo(line, i, shape, shaped);  // "to" first, "from" on top
+    if (wideBefore) shaped = transitionFrom(line, i, shape, shaped);
+    return shaped;
+}
+
+Pixel PhilipsPm5544Spec::body(int x, int y) {
+    if (x < 0 || y < 0) printf("PhilipsPm5544Spec::body x=%d y=%d\n", x, y);
+    const unsigned index = static_cast<unsigned>(x) + static_cast<unsigned>(width) * static_cast<unsigned>(y);
+    return cardFrame.at(index);
+}
+
+Pixel PhilipsPm5544Spec::render(int x, int y) {
+    const int X = x - widthFraction(1, 2);
+    const int Y = y - heightFraction(1, 2);
+    if (!insideCircleHeight(X, Y, 0, 0, h(252))) return renderOutsideCircle(X, Y);
+
+    // Bands inside the circle, top to bottom; the first test that holds decides.
+    Pixel result;
+    if (Y < -h(231) - 1) return white;
+    if (Y < -h(189) - 1) {  // black identification box on white
+        result = white;
+        int widths[] = {idBoxWidth};
+        barsLayered(X + h(84) - 1, result, 1, widths, &black);
+        return result;
+    }
+    if (Y < 1 - h(147)) {  // white bar on black, with a black line in it
+        result = black;
+        int widths[] = {pulseBarWidth};
+        barsLayered(X + h(126), result, 1, widths, &white);
+        if (h(21) - 1 <= X + h(126) && X + h(126) <= h(21) + 1) result = black;
+        return result;
+    }
+    if (Y < 1 - h(105)) return squareWave(X, squareWavePeriod, grey75, black);
+    if (-h(21) < Y && Y < h(21)) return renderCentre(X, Y);
+    if (-h(63) < Y && Y < h(63) && std::abs(X) < heightFraction(39, 1080)) return renderCentre(X, Y);
+    if (Y < 1 - h(21)) {  // six 75% colour bars, centred
+        const int span = h(504);
+        bars(X + fractionOf(span, 3, 6), result, 6, span, &yellow75, &cyan75, &green75, &magenta75, &red75,
+             &blue75);
+        return result;
+    }
+    if (h(21) - 1 <= Y && Y <= h(105)) return renderGratings(X);
+    if (h(105) - 1 <= Y && Y <= h(147)) {  // six-step grey scale, centred
+        const int span = h(474);
+        bars(X + fractionOf(span, 3, 6), result, 6, span, &black, &grey20, &grey40, &grey60, &grey80, &white);
+        return result;
+    }
+    if (h(147) - 1 <= Y && Y <= h(189)) {  // black bar on white, with a white line in it
+        result = white;
+        int widths[] = {pulseBarWidth};
+        barsLayered(X + h(126), result, 1, widths, &black);
+        if (h(21) - 1 <= X + h(126) && X + h(126) <= h(21) + 1) result = white;
+        return result;
+    }
+    // Bottom cap (every remaining row lies at or below h(189) - 1): red box on yellow.
+    result = yellow100;
+    int widths[] = {redBoxWidth};
+    barsLayered(X + h(21) - 1, result, 1, widths, &red100);
+    return result;
+}
+
+Pixel PhilipsPm5544Spec::renderOutsideCircle(int X, int Y) {
+    if (insideCircleHeight(X, Y, 0, 0, h(254))) return white;  // the circle's outline
+
+    const int gridPitch = heightFraction(79, 1080);
+    const bool fieldRows = -heightFraction(47, 100) <= Y && Y <= heightFraction(47, 100);
+    const bool fieldColumns = -widthFraction(47, 100) <= X && X < widthFraction(47, 100);
+    Pixel result;
+    if (fieldRows && fieldColumns) {  // white grid on 50% grey
+        result = grey50;
+        grid(X, Y, gridPitch, 2, result, white);
+        return result;
+    }
+    // The border: white castellations on black, crossed by the grid lines at the sides.
+    result = black;
+    gridFlipVphase(X, Y, 2 * gridPitch, gridPitch, result, white);
+    if (fieldRows) grid(X, Y, gridPitch, 2, result, white);
+    return result;
+}
+
+// Black with the two-pixel centre cross and the grid's vertical lines.
+Pixel PhilipsPm5544Spec::renderCentre(int X, int Y) {
+    Pixel result = (Y == -1 || Y == 0 || X == -1 || X == 0) ? white : black;
+    gridVertical(X, Y, heightFraction(79, 1080), 1, result, white);
+    return result;
+}
+
+// Five packets of rising frequency, the phase running on continuously from packet to packet.
+Pixel PhilipsPm5544Spec::renderGratings(int X) {
+    const int blockWidth = h(395);
+    const int p = X + fractionOf(blockWidth, 5, 10);
+    if (p < 0 || p >= blockWidth) return p == -1 ? grey50 : black;
+
+    double phase = 0.0;
+    for (int k = 0; k < gratingPackets; ++k) {
+        const int start = fractionOf(blockWidth, 2 * k, 10);
+        const int end = fractionOf(blockWidth, 2 * (k + 1), 10);
+        const int period = static_cast<int>(freqToPixels(burstStartFreq + k * burstFreqStep));
+        if (p < end) {
+            const int s = static_cast<int>(gratingScale / 2 +
+                                           gratingScale / 2 * std::sin(2.0 * pi * (p - start) / period + phase));
+            return white.scale(s, gratingScale);
+        }
+        phase += 2.0 * pi * (end - start) / period;
+    }
+    return black;  // not reached: the last packet ends at the block's end
+}

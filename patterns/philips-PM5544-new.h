@@ -1,0 +1,66 @@
+// The PM5544 test card: palette per encoding, layout in 576ths of the height, pre-rendered
+// frame with its own edge shaping, and a per-pixel look-up for the rendering loops.
+#pragma once
+
+#include <deque>
+#include <vector>
+
+#include "PatternWrapper.h"
+#include "Pixel.h"
+
+class PhilipsPm5544Spec : public PatternSpec {
+public:
+    PhilipsPm5544Spec();
+    ~PhilipsPm5544Spec();
+
+    // Chooses the palette, derives the size-dependent parameters and renders and shapes the whole frame.
+    void setup() override;
+    // The finished pixel from cardFrame (bounds-checked).
+    Pixel body(int x, int y) override;
+    bool useFullCanvasSize() override;
+
+    // The card's pixel at canvas position (x, y), with hard edges.
+    Pixel render(int x, int y);
+
+    // Palette, set by setup() for the output colour axes.
+    Pixel black;
+    Pixel grey20;
+    Pixel grey40;
+    Pixel grey50;  // background
+    Pixel grey60;
+    Pixel grey75;  // light half of the square wave
+    Pixel grey80;
+    Pixel white;
+    Pixel yellow75;
+    Pixel cyan75;
+    Pixel green75;
+    Pixel magenta75;
+    Pixel red75;
+    Pixel blue75;
+    Pixel yellow100;  // bottom band of the circle
+    Pixel red100;     // box in the bottom band
+
+    int savedTransitionLength = 0;  // framework transitionLength before setup() switched it off
+    int squareWavePeriod;           // pixels
+    int burstStartFreq;             // Hz, first grating packet
+    int burstFreqStep;              // Hz added per further packet
+    int idBoxWidth = 0;             // pixels
+    int pulseBarWidth = 0;          // pixels
+    int redBoxWidth = 0;            // pixels
+
+    // The whole pre-rendered frame, width x height, row-major.
+    std::vector<Pixel> cardFrame;
+
+private:
+    // Layout unit: k/576 of the picture height.
+    int h(int k) const { return heightFraction(k, 576); }
+
+    void choosePalette();
+    void deriveParameters();
+    void fillLine(int y, std::vector<Pixel>& line);
+    Pixel shapePixel(const std::vector<Pixel>& line, size_t i, const std::deque<double>& edgeTransition) const;
+
+    Pixel renderOutsideCircle(int X, int Y);
+    Pixel renderCentre(int X, int Y);
+    Pixel renderGratings(int X);
+};
