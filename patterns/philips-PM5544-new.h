@@ -8,7 +8,7 @@
 #include "PatternWrapper.h"
 #include "Pixel.h"
 
-class PhilipsPm5544Spec : public PatternSpec {
+class PhilipsPm5544Spec final : public PatternSpec {
 public:
     PhilipsPm5544Spec();
     ~PhilipsPm5544Spec();
