@@ -2,6 +2,7 @@
 // conversions with the dispatcher that also routes to the HDR conversions.
 #include "Pixel.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -121,9 +122,13 @@ bool limitSample(const ColourSpace& cs, int index, int& code) {
 }
 
 // ref + (num * (c - ref) + den / 2) / den with truncating division; 64 bits avoid overflow.
-uint16_t scaleAbout(int ref, int code, int num, int den) {
+int64_t scaledCode(int ref, int code, int num, int den) {
     const int64_t offset = static_cast<int64_t>(num) * (code - ref) + den / 2;
-    return static_cast<uint16_t>(ref + offset / den);
+    return ref + offset / den;
+}
+
+uint16_t scaleAbout(int ref, int code, int num, int den) {
+    return static_cast<uint16_t>(scaledCode(ref, code, num, den));
 }
 
 uint16_t scaleAbout(int ref, int code, double factor) { return storeReal(ref + (code - ref) * factor); }
@@ -189,10 +194,12 @@ Pixel Pixel::scaleLumChrom(double lumaFactor, double chromaFactor) const {
     return result;
 }
 
+// Clips the scaled codes before they are reduced to 16 bits, so results below black stay low.
 Pixel Pixel::scaleWithClip(int num, int den) const {
-    Pixel result = scale(num, den);
+    Pixel result(*this);
     for (int i = CB_B; i <= CR_R; ++i) {
-        int code = result.sample[i];
+        const int64_t scaled = scaledCode(referenceLevel(colourSpace, i), sample[i], num, den);
+        int code = static_cast<int>(std::max<int64_t>(std::min<int64_t>(scaled, INT32_MAX), INT32_MIN));
         limitSample(colourSpace, i, code);
         result.sample[i] = static_cast<uint16_t>(code);
     }
