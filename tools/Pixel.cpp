@@ -413,7 +413,8 @@ void Pixel::assignYCbCr709Values(double r, double g, double b) {
 }
 
 void Pixel::assignYCbCr2020Values(double r, double g, double b) {
-    PIXEL_ASSERT(colourSpace.colourIsIn2020());
+    const auto colourIsIn2020 = [this] { return colourSpace.colourIsIn2020(); };
+    PIXEL_ASSERT(colourIsIn2020());
     storeYCbCr(*this, encode2020({r, g, b}));
 }
 
