@@ -57,8 +57,9 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
 
     Pixel held;
     const unsigned short* evenRow = nullptr;
-    unsigned short* out = frame;
+    const size_t frameRowSamples = static_cast<size_t>(frameWidth) * 4;
     for (int y = range.y0; y < range.y1; ++y) {
+        unsigned short* out = frame + static_cast<size_t>(y - range.y0) * frameRowSamples;
         if (isEven(y)) evenRow = out;
         // A first row that is odd has no even row above it: it holds chroma like 4:2:2.
         const bool repeatRowAbove = sampling == PatternGen::Sampling_420 && !isEven(y) && evenRow != nullptr;
