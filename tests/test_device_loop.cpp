@@ -93,12 +93,9 @@ void expectSectionsWithinLimits(const DeviceFileReader::Block& block) {
 TestPattern::BodyFn mixedContent(colorAxes_e axes, int width) {
     return [axes, width](int x, int y) {
         const int group = y / 3;
-        if (x < width / 4)
-            return code(axes, 1000 + 10 * group, 2048, 2048);
-        if (x < width / 2)
-            return code(axes, 256 + (x * 37) % 3000, 512 + x % 7, 3000 - group);
-        if (x < 3 * width / 4)
-            return code(axes, (x / 2) % 2 ? 3760 : 256, 2048, 2048);
+        if (x < width / 4) return code(axes, 1000 + 10 * group, 2048, 2048);
+        if (x < width / 2) return code(axes, 256 + (x * 37) % 3000, 512 + x % 7, 3000 - group);
+        if (x < 3 * width / 4) return code(axes, (x / 2) % 2 ? 3760 : 256, 2048, 2048);
         return code(axes, 2000, 1000 + group, 3000);
     };
 }
@@ -145,8 +142,7 @@ TEST(DeviceLoop, FileExpandsToThePatternsPixels) {
             const DeviceFileReader::Block& block = parsed.blocks[b];
             expectSectionsWithinLimits(block);
             const std::vector<Components> samples = block.expand();
-            for (int line = 0; line < block.percentage; ++line, ++y)
-                expectLineMatches(r, samples, y, c.pairs);
+            for (int line = 0; line < block.percentage; ++line, ++y) expectLineMatches(r, samples, y, c.pairs);
             if (b > 0) {
                 EXPECT_NE(samples, parsed.blocks[b - 1].expand());
             }
@@ -158,8 +154,7 @@ TEST(DeviceLoop, FileExpandsToThePatternsPixels) {
 TEST(DeviceLoop, RunLengthRule) {
     const auto sectionShape = [](const CompressedLine& line) {
         std::vector<std::pair<uint32_t, size_t>> shape;  // (repeatCount, samples held)
-        for (const Section* s : line.sections)
-            shape.emplace_back(s->repeatCount, s->samplePairs.size());
+        for (const Section* s : line.sections) shape.emplace_back(s->repeatCount, s->samplePairs.size());
         return shape;
     };
     using Shape = std::vector<std::pair<uint32_t, size_t>>;
@@ -235,8 +230,7 @@ TEST(DeviceLoop, LineRepeatsRenderListedLines) {
 
     Render three(byLine, 4, 1080, rgb, PatternGen::Sampling_444, {{0, 99}, {1, 199}, {2, 1079}});
     std::set<int> rows;
-    for (const auto& call : three.pattern.calls)
-        rows.insert(call.second);
+    for (const auto& call : three.pattern.calls) rows.insert(call.second);
     EXPECT_EQ(rows, (std::set<int>{99, 199, 1079}));
     EXPECT_FALSE(three.file.singleBlock);
     three.file.format = TovaKelmPatternFile::Format_RGB;  // as the driver sets it for "rgb"
@@ -280,8 +274,8 @@ TEST(DeviceLoop, VeryWideLineSplitsIntoValidSections) {
     const colorAxes_e rgb = PatternGen::Colour_RGB;
     const int width = 70000;
     testing::internal::CaptureStdout();
-    Render r([&](int x, int) { return x < 35000 ? code(rgb, 100, 200, 300) : code(rgb, (x * 7) % 4096, 1, 2); },
-             width, 1, rgb, PatternGen::Sampling_444);
+    Render r([&](int x, int) { return x < 35000 ? code(rgb, 100, 200, 300) : code(rgb, (x * 7) % 4096, 1, 2); }, width,
+             1, rgb, PatternGen::Sampling_444);
     testing::internal::GetCapturedStdout();
     r.file.format = TovaKelmPatternFile::Format_RGB;
 

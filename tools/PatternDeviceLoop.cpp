@@ -22,8 +22,7 @@ constexpr uint16_t singleEntryPercentage = 100;
 
 bool isDeviceWidth(int width) {
     for (int valid : DeviceLimits::validWidths)
-        if (width == valid)
-            return true;
+        if (width == valid) return true;
     return false;
 }
 
@@ -103,8 +102,7 @@ public:
     std::unique_ptr<CompressedLine> render(int y) {
         auto line = std::make_unique<CompressedLine>();
         compressor_.start(line.get());
-        for (int x = 0; x < width_; ++x)
-            compressor_.add(pairs_ ? pairSample(x, y) : singleSample(x, y));
+        for (int x = 0; x < width_; ++x) compressor_.add(pairs_ ? pairSample(x, y) : singleSample(x, y));
         compressor_.finish();
         return line;
     }
@@ -159,13 +157,11 @@ void renderWholeFrame(DeviceLineRenderer& renderer, int height, TovaKelmPatternF
             ++linesRepresented;  // the duplicate is freed as line goes out of scope
             continue;
         }
-        if (previous)
-            handOver(file, std::move(previous), linesRepresented);
+        if (previous) handOver(file, std::move(previous), linesRepresented);
         previous = std::move(line);
         linesRepresented = 1;
     }
-    if (previous)
-        handOver(file, std::move(previous), linesRepresented);
+    if (previous) handOver(file, std::move(previous), linesRepresented);
 }
 
 // One block per listed (block index, last source line) pair, rendered from that source line.
@@ -185,8 +181,7 @@ void renderLineRepeats(DeviceLineRenderer& renderer, const std::vector<std::pair
 
 bool PatternSpec::run_body(int, int width, int height, std::vector<std::pair<int, int>>& lineRepeats,
                            TovaKelmPatternFile& file) {
-    if (!isDeviceWidth(width))
-        printf("Warning %d is not a valid Tova or Kelm pattern width\n", width);
+    if (!isDeviceWidth(width)) printf("Warning %d is not a valid Tova or Kelm pattern width\n", width);
 
     file.lineWidth = static_cast<uint16_t>(width);
     getLineRepeats(lineRepeats);

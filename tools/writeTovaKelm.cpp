@@ -52,8 +52,7 @@ void checkLineFits(const CompressedLine& line) {
 void discardFile(FILE* file, const std::string& fileName) {
     fclose(file);
     std::error_code error;
-    if (std::filesystem::is_regular_file(fileName, error))
-        std::filesystem::remove(fileName, error);
+    if (std::filesystem::is_regular_file(fileName, error)) std::filesystem::remove(fileName, error);
 }
 
 }  // namespace
@@ -75,8 +74,7 @@ bool Sample::Save(FILE* file) const {
         putWord(bytes + 6, component[3]);
         size = 8;
     }
-    if (fwrite(bytes, 1, size, file) != size)
-        throw std::runtime_error("Problem writing Sample.\n");
+    if (fwrite(bytes, 1, size, file) != size) throw std::runtime_error("Problem writing Sample.\n");
     return true;
 }
 
@@ -85,8 +83,7 @@ bool Sample::Save(FILE* file) const {
 void Section::AddSamplePair(const Sample& sample) { samplePairs.push_back(sample); }
 
 void Section::AddRepeatedSamplePair(unsigned int count, const Sample& sample) {
-    if (!samplePairs.empty())
-        throw std::runtime_error("Cannot add repeated samples - samplePairs not empty!");
+    if (!samplePairs.empty()) throw std::runtime_error("Cannot add repeated samples - samplePairs not empty!");
     repeatCount = count;
     samplePairs.push_back(sample);
 }
@@ -98,14 +95,11 @@ bool Section::Save(FILE* file) const {
             throw std::runtime_error("Repeated TPSection block must have exactly 1 sample pair.");
         countWord = static_cast<uint16_t>(2u * repeatCount);
     } else {
-        if (!writeWord(file, 0))
-            throw std::runtime_error("Problem saving Section SamplePairs.\n");
+        if (!writeWord(file, 0)) throw std::runtime_error("Problem saving Section SamplePairs.\n");
         countWord = static_cast<uint16_t>(2u * samplePairs.size()) & 0xFFFE;
     }
-    if (!writeWord(file, countWord))
-        throw std::runtime_error("Problem saving Section SamplePair count.\n");
-    for (const Sample& sample : samplePairs)
-        sample.Save(file);
+    if (!writeWord(file, countWord)) throw std::runtime_error("Problem saving Section SamplePair count.\n");
+    for (const Sample& sample : samplePairs) sample.Save(file);
     return true;
 }
 
@@ -116,19 +110,14 @@ bool Section::operator==(const Section& other) const {
 // ---- CompressedLine ----
 
 CompressedLine::~CompressedLine() {
-    for (Section* section : sections)
-        delete section;
+    for (Section* section : sections) delete section;
 }
 
 bool CompressedLine::Save(FILE* file) const {
-    if (!writeWord(file, percentage))
-        throw std::runtime_error("Problem writing Percentage.");
-    if (sections.empty())
-        throw std::runtime_error("Zero length section is invalid!");
-    if (!writeWord(file, GetSectionCount()))
-        throw std::runtime_error("Problem writing sections");
-    for (const Section* section : sections)
-        section->Save(file);
+    if (!writeWord(file, percentage)) throw std::runtime_error("Problem writing Percentage.");
+    if (sections.empty()) throw std::runtime_error("Zero length section is invalid!");
+    if (!writeWord(file, GetSectionCount())) throw std::runtime_error("Problem writing sections");
+    for (const Section* section : sections) section->Save(file);
     return true;
 }
 
@@ -139,16 +128,13 @@ unsigned short CompressedLine::GetPercentage() const { return percentage; }
 unsigned short CompressedLine::GetSectionCount() const { return static_cast<unsigned short>(sections.size()); }
 
 void CompressedLine::ConvertToXYZ(bool standardDefinition) {
-    for (Section* section : sections)
-        section->ConvertToXYZ(standardDefinition);
+    for (Section* section : sections) section->ConvertToXYZ(standardDefinition);
 }
 
 bool CompressedLine::operator==(const CompressedLine& other) const {
-    if (sections.size() != other.sections.size())
-        return false;
+    if (sections.size() != other.sections.size()) return false;
     for (size_t i = 0; i < sections.size(); ++i)
-        if (*sections[i] != *other.sections[i])
-            return false;
+        if (*sections[i] != *other.sections[i]) return false;
     return true;
 }
 
@@ -184,8 +170,7 @@ void TovaKelmPatternFile::AddBlock(CompressedLine* line) {
 }
 
 void TovaKelmPatternFile::Clear() {
-    for (CompressedLine* line : line_blocks)
-        delete line;
+    for (CompressedLine* line : line_blocks) delete line;
     line_blocks.clear();
     Sample::b3Words = false;
     format = Format_YCbCr422;
@@ -198,25 +183,21 @@ bool TovaKelmPatternFile::Save(const std::string& fileName) {
     if (blockLayout == 1) {
         unsigned long blocks = 0;
         for (const CompressedLine* line : line_blocks) {
-            if (line->sections.empty())
-                continue;
+            if (line->sections.empty()) continue;
             checkLineFits(*line);
             ++blocks;
         }
-        if (blocks > DeviceFile::maxCount)
-            refuse("Too many blocks", blocks, DeviceFile::maxCount);
+        if (blocks > DeviceFile::maxCount) refuse("Too many blocks", blocks, DeviceFile::maxCount);
     } else if (blockLayout == 0 && !line_blocks.empty()) {
         checkLineFits(*line_blocks.front());
     }
 
     FILE* file = fopen(fileName.c_str(), "wb");
-    if (file == nullptr)
-        throw std::runtime_error("Can't save file: " + fileName);
+    if (file == nullptr) throw std::runtime_error("Can't save file: " + fileName);
 
     bitDepth = DeviceFile::bitDepth;
     uint8_t header[DeviceFile::headerSize] = {};
-    for (size_t i = 0; i < sizeof DeviceFile::magic; ++i)
-        header[i] = static_cast<uint8_t>(DeviceFile::magic[i]);
+    for (size_t i = 0; i < sizeof DeviceFile::magic; ++i) header[i] = static_cast<uint8_t>(DeviceFile::magic[i]);
     header[8] = static_cast<uint8_t>(blockLayout & 0xFF);
     putWord(header + 9, lineWidth);
     header[11] = singleBlock ? 0 : 1;
@@ -230,15 +211,12 @@ bool TovaKelmPatternFile::Save(const std::string& fileName) {
     bool result = true;
     try {
         if (blockLayout == 0) {
-            if (!line_blocks.empty())
-                result = line_blocks.front()->Save(file);
+            if (!line_blocks.empty()) result = line_blocks.front()->Save(file);
         } else if (blockLayout == 1) {
             uint16_t blocks = 0;
             for (const CompressedLine* line : line_blocks)
-                if (line->GetSectionCount() != 0)
-                    ++blocks;
-            if (!writeWord(file, blocks))
-                throw std::runtime_error("Problem saving line_blocks");
+                if (line->GetSectionCount() != 0) ++blocks;
+            if (!writeWord(file, blocks)) throw std::runtime_error("Problem saving line_blocks");
             for (const CompressedLine* line : line_blocks)
                 if (line->GetSectionCount() != 0 && !line->Save(file))
                     throw std::runtime_error("Problem saving line_blocks");
@@ -251,10 +229,8 @@ bool TovaKelmPatternFile::Save(const std::string& fileName) {
     // Buffered data reaches the disk only now; a failure here loses the body, so treat it as one.
     if (fclose(file) != 0) {
         std::error_code error;
-        if (std::filesystem::is_regular_file(fileName, error))
-            std::filesystem::remove(fileName, error);
-        if (blockLayout == 1)
-            throw std::runtime_error("Problem saving line_blocks");
+        if (std::filesystem::is_regular_file(fileName, error)) std::filesystem::remove(fileName, error);
+        if (blockLayout == 1) throw std::runtime_error("Problem saving line_blocks");
         return false;
     }
     return result;

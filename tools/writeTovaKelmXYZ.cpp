@@ -49,33 +49,26 @@ float matrixRow(int row, float r, float g, float b) {
 }
 
 unsigned short encodeXYZ(float value) {
-    if (value < 0.0f)
-        value = 0.0f;
+    if (value < 0.0f) value = 0.0f;
     const float scaled = value * ST428_1::luminanceScale;
-    const float code =
-        static_cast<float>(std::pow(static_cast<double>(scaled), static_cast<double>(ST428_1::inverseGamma)) *
-                           ST428_1::codeScale);
+    const float code = static_cast<float>(
+        std::pow(static_cast<double>(scaled), static_cast<double>(ST428_1::inverseGamma)) * ST428_1::codeScale);
     int result = static_cast<int>(code);
-    if (result > ST428_1::highestCode)
-        result = ST428_1::highestCode;
-    if (result < ST428_1::lowestCode)
-        result = ST428_1::lowestCode;
+    if (result > ST428_1::highestCode) result = ST428_1::highestCode;
+    if (result < ST428_1::lowestCode) result = ST428_1::lowestCode;
     return static_cast<unsigned short>(result);
 }
 
 }  // namespace
 
 float Normalise(unsigned short code) {
-    if (code < StudioRGB12::black)
-        return 0.0f;
-    if (code > StudioRGB12::white)
-        return 1.0f;
+    if (code < StudioRGB12::black) return 0.0f;
+    if (code > StudioRGB12::white) return 1.0f;
     return static_cast<float>(code - StudioRGB12::black) / StudioRGB12::excursion;
 }
 
 float GammaToLinear(float value) {
-    if (value < BT709::linearLimit)
-        return value / BT709::linearSlope;
+    if (value < BT709::linearLimit) return value / BT709::linearSlope;
     const float base = (value + BT709::offset) / BT709::scale;
     return static_cast<float>(std::pow(static_cast<double>(base), static_cast<double>(BT709::inverseExponent)));
 }
@@ -109,22 +102,18 @@ void XYZColourSpaceConvert(const Sample* in, Sample* out, unsigned short count, 
 void Section::ConvertToXYZ(bool standardDefinition) {
     // A run stores its one sample; a literal all of them.
     size_t count = repeatCount != 0 ? 1 : static_cast<unsigned short>(samplePairs.size());
-    if (count > samplePairs.size())
-        count = samplePairs.size();
+    if (count > samplePairs.size()) count = samplePairs.size();
     std::vector<Sample> converted(count);
-    XYZColourSpaceConvert(samplePairs.data(), converted.data(), static_cast<unsigned short>(count),
-                          standardDefinition);
+    XYZColourSpaceConvert(samplePairs.data(), converted.data(), static_cast<unsigned short>(count), standardDefinition);
     samplePairs.swap(converted);
 }
 
 void TovaKelmPatternFile::ConvertToXYZ() {
     const bool standardDefinition = lineWidth == 720;
     if (blockLayout == 0) {
-        if (!line_blocks.empty())
-            line_blocks.front()->ConvertToXYZ(standardDefinition);
+        if (!line_blocks.empty()) line_blocks.front()->ConvertToXYZ(standardDefinition);
     } else if (blockLayout == 1) {
-        for (CompressedLine* line : line_blocks)
-            line->ConvertToXYZ(standardDefinition);
+        for (CompressedLine* line : line_blocks) line->ConvertToXYZ(standardDefinition);
     }
     Sample::b3Words = true;
     format = Format_XYZ;

@@ -57,8 +57,7 @@ public:
     explicit Cursor(const std::vector<uint8_t>& bytes) : bytes_(bytes) {}
 
     uint8_t byte() {
-        if (pos_ >= bytes_.size())
-            throw std::runtime_error("truncated at byte " + std::to_string(pos_));
+        if (pos_ >= bytes_.size()) throw std::runtime_error("truncated at byte " + std::to_string(pos_));
         return bytes_[pos_++];
     }
     uint16_t word() {
@@ -92,21 +91,17 @@ inline Block readBlock(Cursor& in, int words) {
     Block block;
     block.percentage = in.word();
     const uint16_t sectionCount = in.word();
-    if (sectionCount == 0)
-        throw std::runtime_error("block without sections");
+    if (sectionCount == 0) throw std::runtime_error("block without sections");
     for (uint16_t i = 0; i < sectionCount; ++i) {
         Section section;
         const uint16_t first = in.word();
         if (first == 0) {
             const uint16_t doubled = in.word();
-            if (doubled & 1)
-                throw std::runtime_error("odd literal count word");
+            if (doubled & 1) throw std::runtime_error("odd literal count word");
             section.length = doubled / 2u;
-            for (uint32_t s = 0; s < section.length; ++s)
-                section.samples.push_back(readSample(in, words));
+            for (uint32_t s = 0; s < section.length; ++s) section.samples.push_back(readSample(in, words));
         } else {
-            if (first & 1)
-                throw std::runtime_error("odd run length word");
+            if (first & 1) throw std::runtime_error("odd run length word");
             section.run = true;
             section.length = first / 2u;
             section.samples.push_back(readSample(in, words));
@@ -120,8 +115,7 @@ inline Block readBlock(Cursor& in, int words) {
 inline File parse(const std::vector<uint8_t>& bytes, int wordsPerSample = 0) {
     Cursor in(bytes);
     File file;
-    for (int i = 0; i < 8; ++i)
-        file.magic.push_back(static_cast<char>(in.byte()));
+    for (int i = 0; i < 8; ++i) file.magic.push_back(static_cast<char>(in.byte()));
     file.layout = in.byte();
     file.width = in.word();
     file.multiBlock = in.byte();
@@ -132,20 +126,17 @@ inline File parse(const std::vector<uint8_t>& bytes, int wordsPerSample = 0) {
     if (file.layout == 1) {
         file.hasCount = true;
         file.blockCount = in.word();
-        for (uint16_t b = 0; b < file.blockCount; ++b)
-            file.blocks.push_back(readBlock(in, words));
+        for (uint16_t b = 0; b < file.blockCount; ++b) file.blocks.push_back(readBlock(in, words));
     } else if (file.layout == 0 && !in.atEnd()) {
         file.blocks.push_back(readBlock(in, words));
     }
-    if (!in.atEnd())
-        throw std::runtime_error("trailing bytes after offset " + std::to_string(in.position()));
+    if (!in.atEnd()) throw std::runtime_error("trailing bytes after offset " + std::to_string(in.position()));
     return file;
 }
 
 inline std::vector<uint8_t> readBytes(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
-    if (!stream)
-        throw std::runtime_error("cannot open " + path);
+    if (!stream) throw std::runtime_error("cannot open " + path);
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
 }
 
