@@ -32,11 +32,11 @@ constexpr int paletteSize = 16;
 
 // Every table lists the entries in member order.
 Pixel PhilipsPm5544Spec::*const paletteMembers[paletteSize] = {
-    &PhilipsPm5544Spec::black,     &PhilipsPm5544Spec::grey20,    &PhilipsPm5544Spec::grey40,
-    &PhilipsPm5544Spec::grey50,    &PhilipsPm5544Spec::grey60,    &PhilipsPm5544Spec::grey75,
-    &PhilipsPm5544Spec::grey80,    &PhilipsPm5544Spec::white,     &PhilipsPm5544Spec::yellow75,
-    &PhilipsPm5544Spec::cyan75,    &PhilipsPm5544Spec::green75,   &PhilipsPm5544Spec::magenta75,
-    &PhilipsPm5544Spec::red75,     &PhilipsPm5544Spec::blue75,    &PhilipsPm5544Spec::yellow100,
+    &PhilipsPm5544Spec::black,  &PhilipsPm5544Spec::grey20,  &PhilipsPm5544Spec::grey40,
+    &PhilipsPm5544Spec::grey50, &PhilipsPm5544Spec::grey60,  &PhilipsPm5544Spec::grey75,
+    &PhilipsPm5544Spec::grey80, &PhilipsPm5544Spec::white,   &PhilipsPm5544Spec::yellow75,
+    &PhilipsPm5544Spec::cyan75, &PhilipsPm5544Spec::green75, &PhilipsPm5544Spec::magenta75,
+    &PhilipsPm5544Spec::red75,  &PhilipsPm5544Spec::blue75,  &PhilipsPm5544Spec::yellow100,
     &PhilipsPm5544Spec::red100,
 };
 
@@ -406,8 +406,7 @@ Pixel PhilipsPm5544Spec::render(int x, int y) {
     if (-h(63) < Y && Y < h(63) && std::abs(X) < heightFraction(39, 1080)) return renderCentre(X, Y);
     if (Y < 1 - h(21)) {  // six 75% colour bars, centred
         const int span = h(504);
-        bars(X + fractionOf(span, 3, 6), result, 6, span, &yellow75, &cyan75, &green75, &magenta75, &red75,
-             &blue75);
+        bars(X + fractionOf(span, 3, 6), result, 6, span, &yellow75, &cyan75, &green75, &magenta75, &red75, &blue75);
         return result;
     }
     if (h(21) - 1 <= Y && Y <= h(105)) return renderGratings(X);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -18,8 +19,7 @@ namespace {
 
 // Renders a card; fails the test if the edge shaping reported a problem.
 std::unique_ptr<PhilipsPm5544Spec> makeCard(int width, int height, int aspectNum, int aspectDen, colorAxes_e axes,
-                                            int bits = 12,
-                                            PatternGen::sampling_e sampling = PatternGen::Sampling_444) {
+                                            int bits = 12, PatternGen::sampling_e sampling = PatternGen::Sampling_444) {
     auto card = std::make_unique<PhilipsPm5544Spec>();
     testing::internal::CaptureStdout();
     card->init(width, height, aspectNum, aspectDen, axes, sampling, bits, PatternGen::Quadrant_None, 0, false);
@@ -29,11 +29,13 @@ std::unique_ptr<PhilipsPm5544Spec> makeCard(int width, int height, int aspectNum
 }
 
 std::string codes(const Pixel& p) {
-    return "axes " + std::to_string(p.colourSpace.colourAxes) + " bits " + std::to_string(p.colourSpace.bitDepth) +
-           " (" + std::to_string(p.sample[1]) + ", " + std::to_string(p.sample[0]) + ", " +
-           std::to_string(p.sample[2]) + ", " + std::to_string(p.sample[3]) + ")";
+    char text[64];
+    snprintf(text, sizeof text, "axes %d bits %d (%u, %u, %u, %u)", p.colourSpace.colourAxes, p.colourSpace.bitDepth,
+             p.sample[1], p.sample[0], p.sample[2], p.sample[3]);
+    return text;
 }
 
+// Same axes, depth and samples, with the codes of both in the failure message.
 ::testing::AssertionResult same(const Pixel& actual, const Pixel& expected) {
     if (actual.sameCodes(expected)) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << codes(actual) << " but expected " << codes(expected);
@@ -59,54 +61,45 @@ TEST(CardModel, ConstructionDefaultsAndSizeDependentParameters) {
     PhilipsPm5544Spec fresh;
     EXPECT_TRUE(fresh.useFullCanvasSize());
     EXPECT_TRUE(fresh.cardFrame.empty());
-    EXPECT_EQ(fresh.squareWavePeriod, 594);
-    EXPECT_EQ(fresh.burstStartFreq, 800000);
-    EXPECT_EQ(fresh.burstFreqStep, 1000000);
+    EXPECT_EQ((std::vector<int>{fresh.squareWavePeriod, fresh.burstStartFreq, fresh.burstFreqStep}),
+              (std::vector<int>{594, 800000, 1000000}));
 
-    struct Expect {
-        int width, height, period, burstStart, burstStep, idBox, pulseBar, redBox;
-    };
-    for (const Expect& e : {Expect{64, 576, 27, 800000, 1000000, 168, 252, 42},
-                            Expect{48, 1080, 148, 1600000, 2000000, 315, 472, 78},
-                            Expect{32, 2160, 297, 3200000, 4000000, 630, 945, 157}}) {
-        auto card = makeCard(e.width, e.height, 16, 9, PatternGen::Colour_YCbCr_709);
-        EXPECT_EQ(card->squareWavePeriod, e.period) << e.height;
-        EXPECT_EQ(card->burstStartFreq, e.burstStart) << e.height;
-        EXPECT_EQ(card->burstFreqStep, e.burstStep) << e.height;
-        EXPECT_EQ(card->idBoxWidth, e.idBox) << e.height;
-        EXPECT_EQ(card->pulseBarWidth, e.pulseBar) << e.height;
-        EXPECT_EQ(card->redBoxWidth, e.redBox) << e.height;
+    // Width, height, then square-wave period, burst start and step, id box, pulse bar, red box.
+    const std::vector<std::vector<int>> rasters = {{64, 576, 27, 800000, 1000000, 168, 252, 42},
+                                                   {48, 1080, 148, 1600000, 2000000, 315, 472, 78},
+                                                   {32, 2160, 297, 3200000, 4000000, 630, 945, 157}};
+    for (const auto& r : rasters) {
+        auto card = makeCard(r[0], r[1], 16, 9, PatternGen::Colour_YCbCr_709);
+        EXPECT_EQ((std::vector<int>{r[0], r[1], card->squareWavePeriod, card->burstStartFreq, card->burstFreqStep,
+                                    card->idBoxWidth, card->pulseBarWidth, card->redBoxWidth}),
+                  r);
         EXPECT_EQ(card->savedTransitionLength, 4);
         EXPECT_EQ(card->transitionLength, 0);
         EXPECT_FALSE(card->riseTimeEnabled);
-        EXPECT_EQ(card->cardFrame.size(), static_cast<size_t>(e.width) * static_cast<size_t>(e.height));
+        EXPECT_EQ(card->cardFrame.size(), static_cast<size_t>(r[0]) * static_cast<size_t>(r[1]));
     }
 }
 
 TEST(CardPalette, TablesAsBuiltPerEncodingAndDepth) {
-    struct Case {
+    using C = PhilipsPm5544Spec;
+    const colorAxes_e rgb = PatternGen::Colour_RGB_219, y709 = PatternGen::Colour_YCbCr_709,
+                      y2020 = PatternGen::Colour_YCbCr_2020;
+    const struct {
         colorAxes_e axes;
         int bits;
         Member member;
         Pixel expected;
+    } cases[] = {
+        {y709, 10, &C::white, Pixel(940, 512, 512, y709, 10)},
+        {y709, 10, &C::grey60, Pixel(602, 512, 512, y709, 10)},   // not 590
+        {y709, 8, &C::white, Pixel(3760, 2048, 2048, y709, 12)},  // any depth but 10 takes the 12-bit codes
+        {y2020, 12, &C::yellow75, Pixel(2728, 704, 2156, y2020, 12)},
+        {y2020, 10, &C::red100, Pixel(294, 387, 960, y2020, 10)},
+        {PatternGen::Colour_RGB, 12, &C::yellow75, Pixel(2948, 512, 2948, rgb, 12)},  // brighter than cyan75
+        {PatternGen::Colour_RGB, 16, &C::cyan75, Pixel(2884, 2884, 256, rgb, 12)},
+        {rgb, 10, &C::grey60, Pixel(602, 602, 602, rgb, 10)},
     };
-    const colorAxes_e rgb219 = PatternGen::Colour_RGB_219, y709 = PatternGen::Colour_YCbCr_709,
-                      y2020 = PatternGen::Colour_YCbCr_2020;
-    const std::vector<Case> cases = {
-        {y709, 10, &PhilipsPm5544Spec::white, Pixel(940, 512, 512, y709, 10)},
-        {y709, 10, &PhilipsPm5544Spec::grey60, Pixel(602, 512, 512, y709, 10)},
-        {y709, 10, &PhilipsPm5544Spec::yellow100, Pixel(877, 64, 553, y709, 10)},
-        {y709, 8, &PhilipsPm5544Spec::white, Pixel(3760, 2048, 2048, y709, 12)},
-        {y709, 16, &PhilipsPm5544Spec::magenta75, Pixel(1004, 3084, 3269, y709, 12)},
-        {y2020, 12, &PhilipsPm5544Spec::yellow75, Pixel(2728, 704, 2156, y2020, 12)},
-        {y2020, 10, &PhilipsPm5544Spec::red100, Pixel(294, 387, 960, y2020, 10)},
-        {y2020, 10, &PhilipsPm5544Spec::grey60, Pixel(602, 512, 512, y2020, 10)},
-        {PatternGen::Colour_RGB, 12, &PhilipsPm5544Spec::yellow75, Pixel(2948, 512, 2948, rgb219, 12)},
-        {PatternGen::Colour_RGB, 12, &PhilipsPm5544Spec::cyan75, Pixel(2884, 2884, 256, rgb219, 12)},
-        {rgb219, 10, &PhilipsPm5544Spec::grey60, Pixel(602, 602, 602, rgb219, 10)},
-        {rgb219, 10, &PhilipsPm5544Spec::yellow75, Pixel(721, 64, 721, rgb219, 10)},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         auto card = makeCard(64, 36, 16, 9, c.axes, c.bits);
         EXPECT_TRUE(same((*card).*c.member, c.expected)) << "axes " << c.axes << " at " << c.bits << " bits";
     }
@@ -135,63 +128,49 @@ TEST(CardPalette, ConvertedEncodingsStartFromTheRightTable) {
 }
 
 TEST_F(CardLayout, EveryBandAtRepresentativePoints) {
-    struct Probe {
+    using C = PhilipsPm5544Spec;
+    const struct {
         int X, Y;
         Member expected;
+    } probes[] = {
+        // clang-format off
+        {0, -240, &C::white}, {-50, -233, &C::white},                                                // top cap
+        {0, -232, &C::black}, {-83, -200, &C::black}, {-84, -200, &C::white}, {84, -200, &C::black},  // id box
+        {85, -200, &C::white},
+        {-127, -170, &C::black}, {-126, -170, &C::white}, {125, -147, &C::white}, {126, -170, &C::black},  // white
+        {-107, -170, &C::white}, {-106, -170, &C::black}, {-104, -170, &C::black}, {-103, -170, &C::white}, // bar
+        {0, -146, &C::black}, {12, -120, &C::black}, {13, -120, &C::grey75}, {26, -105, &C::grey75},  // square
+        {27, -120, &C::black}, {-1, -120, &C::grey75},                                                // wave
+        {-200, -104, &C::yellow75}, {-169, -50, &C::yellow75}, {-168, -50, &C::cyan75},               // colour
+        {-84, -50, &C::green75}, {50, -21, &C::magenta75}, {84, -50, &C::red75}, {200, -50, &C::blue75},  // bars
+        {0, 0, &C::white}, {-1, 15, &C::white}, {15, -1, &C::white}, {5, 20, &C::black},              // centre
+        {5, -20, &C::black}, {20, 5, &C::white}, {21, 5, &C::white}, {22, 5, &C::black}, {-22, 5, &C::white},
+        {19, 62, &C::black}, {5, -62, &C::black}, {-20, -40, &C::green75}, {5, -63, &C::magenta75},   // strip
+        {-199, 60, &C::black}, {-198, 60, &C::grey50}, {198, 60, &C::black}, {-193, 105, &C::white},  // gratings
+        {-159, 120, &C::black}, {-158, 106, &C::grey20}, {-80, 120, &C::grey20}, {-79, 120, &C::grey40},  // grey
+        {0, 147, &C::grey60}, {79, 120, &C::grey80}, {158, 120, &C::white},                           // scale
+        {-127, 148, &C::white}, {-126, 170, &C::black}, {125, 189, &C::black}, {126, 170, &C::white}, // black
+        {-105, 170, &C::white}, {-107, 170, &C::black},                                               // bar
+        {-21, 190, &C::yellow100}, {-20, 220, &C::red100}, {21, 220, &C::red100}, {22, 251, &C::yellow100},
+        {0, -252, &C::white}, {0, 253, &C::white}, {152, -201, &C::white},                            // outline
+        {0, -254, &C::grey50}, {20, -260, &C::white}, {300, -232, &C::white}, {300, -235, &C::grey50},  // field
+        {0, -280, &C::black}, {22, -280, &C::white}, {61, -280, &C::white}, {62, -280, &C::black},    // border
+        {0, -272, &C::white},
+        // clang-format on
     };
-    using C = PhilipsPm5544Spec;
-    const std::vector<Probe> probes = {
-        {0, -240, &C::white},       {-50, -233, &C::white},     // top cap
-        {0, -232, &C::black},       {-83, -200, &C::black},     // identification box, X -83 .. 84
-        {-84, -200, &C::white},     {84, -200, &C::black},      {85, -200, &C::white},
-        {-127, -170, &C::black},    {-126, -170, &C::white},    // white bar X -126 .. 125
-        {125, -147, &C::white},     {126, -170, &C::black},     {-107, -170, &C::white},
-        {-106, -170, &C::black},    {-104, -170, &C::black},    {-103, -170, &C::white},  // its black line
-        {0, -146, &C::black},       {12, -120, &C::black},      // square wave, period 27: black first
-        {13, -120, &C::grey75},     {26, -105, &C::grey75},     {27, -120, &C::black},
-        {-1, -120, &C::grey75},     {-200, -104, &C::yellow75},  // colour bars, 84 wide from X -252
-        {-169, -50, &C::yellow75},  {-168, -50, &C::cyan75},    {-84, -50, &C::green75},
-        {50, -21, &C::magenta75},   {84, -50, &C::red75},       {200, -50, &C::blue75},
-        {0, 0, &C::white},          {-1, 15, &C::white},        // centre cross
-        {15, -1, &C::white},        {5, 20, &C::black},         {5, -20, &C::black},
-        {20, 5, &C::white},         {21, 5, &C::white},         {22, 5, &C::black},      // grid line
-        {-22, 5, &C::white},        {19, 62, &C::black},        {5, -62, &C::black},     // centre strip
-        {-20, -40, &C::green75},    {5, -63, &C::magenta75},
-        {-199, 60, &C::black},      {-198, 60, &C::grey50},     {198, 60, &C::black},    // gratings' ends
-        {-197, 21, &C::grey50},     {-193, 105, &C::white},     {-185, 60, &C::black},
-        {-159, 120, &C::black},     {-158, 106, &C::grey20},    {-80, 120, &C::grey20},  // grey scale
-        {-79, 120, &C::grey40},     {0, 147, &C::grey60},       {79, 120, &C::grey80},
-        {158, 120, &C::white},      {-127, 148, &C::white},     {-126, 170, &C::black},  // black bar
-        {125, 189, &C::black},      {126, 170, &C::white},      {-105, 170, &C::white},
-        {-107, 170, &C::black},     {-21, 190, &C::yellow100},  {-20, 220, &C::red100},  // bottom cap
-        {21, 220, &C::red100},      {22, 251, &C::yellow100},
-        {0, -252, &C::white},       {0, 253, &C::white},        {152, -201, &C::white},  // outline
-        {0, -254, &C::grey50},      {0, -260, &C::grey50},      {20, -260, &C::white},   // field and grid
-        {300, -232, &C::white},     {300, -235, &C::grey50},
-        {0, -280, &C::black},       {22, -280, &C::white},      {61, -280, &C::white},   // castellations
-        {62, -280, &C::black},      {0, -272, &C::white},
-    };
-    for (const Probe& p : probes) {
-        EXPECT_TRUE(same(at(p.X, p.Y), card->*p.expected)) << "X=" << p.X << " Y=" << p.Y;
-    }
+    for (const auto& p : probes) EXPECT_TRUE(same(at(p.X, p.Y), card->*p.expected)) << "X=" << p.X << " Y=" << p.Y;
 }
 
 TEST_F(CardLayout, GratingsRunFromGreyWithContinuousPhase) {
-    // Packet 0 is 0.8 MHz (period 16), packet 1 1.8 MHz (period 7); X = p - 197.
-    EXPECT_TRUE(same(at(-197, 60), yuv(2008, 2048, 2048)));  // p 0: sin 0
-    EXPECT_TRUE(same(at(-118, 60), yuv(1337, 2048, 2048)));  // p 79: phase carried over from packet 0
-    EXPECT_TRUE(same(at(-117, 60), yuv(2855, 2048, 2048)));
-    EXPECT_TRUE(same(at(-39, 60), yuv(3735, 2048, 2048)));   // p 158
-    EXPECT_TRUE(same(at(40, 60), yuv(1714, 2048, 2048)));    // p 237
-    EXPECT_TRUE(same(at(119, 60), yuv(3651, 2048, 2048)));   // p 316
+    // Position p = X + 197; packet k starts at p = 79k; 0.8 MHz is a period of 16 pixels, 1.8 MHz of 7.
+    const std::vector<std::pair<int, int>> lumaAt = {{0, 2008},  {4, 3760},   {12, 256},   {79, 1337},
+                                                     {80, 2855}, {158, 3735}, {237, 1714}, {316, 3651}};
+    for (const auto& [p, luma] : lumaAt) EXPECT_TRUE(same(at(p - 197, 60), yuv(luma, 2048, 2048))) << "p=" << p;
 }
 
 TEST_F(CardLayout, HardEdgeBetweenFlatAreasIsShapedOverFourPixels) {
-    const std::vector<double> ramp{0.068797, 0.330117, 0.669883, 0.931203};
-    ASSERT_EQ(card->lumaTransition.size(), ramp.size());
-    for (size_t i = 0; i < ramp.size(); ++i) EXPECT_NEAR(card->lumaTransition[i], ramp[i], 5e-7);
     // Left edge of the red box in the bottom cap: yellow up to X -21, red from X -20.
-    const std::vector<Pixel> expected = {card->yellow100,       yuv(3334, 351, 2324), yuv(2679, 711, 2749),
+    const std::vector<Pixel> expected = {card->yellow100,       yuv(3334, 351, 2324),  yuv(2679, 711, 2749),
                                          yuv(1828, 1181, 3302), yuv(1173, 1541, 3727), card->red100};
     for (int i = 0; i < 6; ++i) EXPECT_TRUE(same(framed(-23 + i, 220), expected[i])) << "X=" << -23 + i;
 }
@@ -203,51 +182,30 @@ TEST_F(CardLayout, TwoPixelFeatureTakesTheNarrowRampAndItsNeighboursTheWideOne) 
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(same(framed(-4 + i, 10), yuv(luma[i], 2048, 2048))) << "X=" << -4 + i;
 }
 
-TEST_F(CardLayout, OnePixelFeaturesAndFlatAreasAreLeftAlone) {
+TEST_F(CardLayout, OnePixelFeaturesKeepTheirFullAmplitude) {
     int isolated = 0;
-    // The 4.8 MHz packet alternates every pixel at 576 lines.
-    for (int X = 120; X < 197; ++X) {
+    for (int X = 120; X < 197; ++X) {  // the 4.8 MHz packet alternates every pixel at 576 lines
         const Pixel p = at(X, 60);
         if (p.sameCodes(at(X - 1, 60)) || p.sameCodes(at(X + 1, 60))) continue;
         ++isolated;
         EXPECT_TRUE(same(framed(X, 60), p)) << "X=" << X;
     }
     EXPECT_GT(isolated, 60);
-
-    std::vector<Pixel> row;
-    for (int y = 0; y < 576; y += 7) {
-        row.clear();
-        for (int x = 2; x < 766; ++x) row.push_back(card->render(x, y));
-        for (size_t i = 4; i + 4 < row.size(); ++i) {
-            bool flat = true;
-            for (size_t k = i - 4; k <= i + 4; ++k) flat = flat && row[k].sameCodes(row[i]);
-            if (flat) {
-                ASSERT_TRUE(same(card->cardFrame[static_cast<size_t>(y) * 768 + i + 2], row[i])) << y;
-            }
-        }
-    }
 }
 
 TEST_F(CardLayout, EveryRowStartsAndEndsWithTwoShapedBlackPixels) {
     const auto& L = card->lumaTransition;
+    const Pixel& black = card->black;
     int shapedRows = 0;
     for (int y = 0; y < 576; ++y) {
         const Pixel* row = &card->cardFrame[static_cast<size_t>(y) * 768];
         const Pixel first = card->render(2, y), last = card->render(765, y);
-        const Pixel& black = card->black;
-        if (first.sameCodes(black)) {
-            EXPECT_TRUE(same(row[0], black) && same(row[1], black)) << y;
-        } else {
-            ++shapedRows;
-            EXPECT_TRUE(same(row[0], first.blend(L[0], L[0], black))) << y;
-            EXPECT_TRUE(same(row[1], first.blend(L[1], L[1], black))) << y;
-        }
-        if (last.sameCodes(black)) {
-            EXPECT_TRUE(same(row[766], black) && same(row[767], black)) << y;
-        } else {
-            EXPECT_TRUE(same(row[766], black.blend(L[2], L[2], last))) << y;
-            EXPECT_TRUE(same(row[767], black.blend(L[3], L[3], last))) << y;
-        }
+        const bool plainFirst = first.sameCodes(black), plainLast = last.sameCodes(black);
+        shapedRows += !plainFirst;
+        EXPECT_TRUE(same(row[0], plainFirst ? black : first.blend(L[0], L[0], black))) << y;
+        EXPECT_TRUE(same(row[1], plainFirst ? black : first.blend(L[1], L[1], black))) << y;
+        EXPECT_TRUE(same(row[766], plainLast ? black : black.blend(L[2], L[2], last))) << y;
+        EXPECT_TRUE(same(row[767], plainLast ? black : black.blend(L[3], L[3], last))) << y;
     }
     EXPECT_GT(shapedRows, 0);
 }
@@ -258,7 +216,7 @@ TEST(CardShaping, SubsampledChromaFollowsTheDoubledRamp) {
     for (auto sampling : {PatternGen::Sampling_422, PatternGen::Sampling_420}) {
         auto card = makeCard(384, 288, 4, 3, PatternGen::Colour_YCbCr_709, 12, sampling);
         auto framed = [&](int X, int Y) { return card->cardFrame.at(static_cast<size_t>((Y + 144) * 384 + X + 192)); };
-        const std::vector<Pixel> expected = {card->yellow100,       yuv(3334, 505, 2505), yuv(2679, 505, 2505),
+        const std::vector<Pixel> expected = {card->yellow100,       yuv(3334, 505, 2505),  yuv(2679, 505, 2505),
                                              yuv(1828, 1387, 3546), yuv(1173, 1387, 3546), card->red100};
         for (int i = 0; i < 6; ++i) EXPECT_TRUE(same(framed(-12 + i, 110), expected[i])) << "X=" << -12 + i;
     }
@@ -286,7 +244,6 @@ TEST(CardBody, LooksUpTheStoredFrameWithABoundsCheck) {
     const auto& frame = card->cardFrame;
     EXPECT_TRUE(same(card->body(0, 0), frame.front()));
     EXPECT_TRUE(same(card->body(63, 35), frame.back()));
-    EXPECT_TRUE(same(card->body(17, 9), frame[9 * 64 + 17]));
 
     // A negative coordinate is reported, then the index is formed in unsigned arithmetic.
     testing::internal::CaptureStdout();
