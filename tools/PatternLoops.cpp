@@ -40,11 +40,21 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
         range = {0, frameWidth, 0, frameHeight};
     } else {
         switch (quadrant) {
-            case PatternGen::Quadrant_TL: range = {-frameWidth, 0, 0, frameHeight}; break;
-            case PatternGen::Quadrant_TR: range = {0, frameWidth, 0, frameHeight}; break;
-            case PatternGen::Quadrant_BL: range = {-frameWidth, 0, frameHeight, 2 * frameHeight}; break;
-            case PatternGen::Quadrant_BR: range = {0, frameWidth, frameHeight, 2 * frameHeight}; break;
-            default: range = {-halfWidth, halfWidth, 0, frameHeight}; break;
+            case PatternGen::Quadrant_TL:
+                range = {-frameWidth, 0, 0, frameHeight};
+                break;
+            case PatternGen::Quadrant_TR:
+                range = {0, frameWidth, 0, frameHeight};
+                break;
+            case PatternGen::Quadrant_BL:
+                range = {-frameWidth, 0, frameHeight, 2 * frameHeight};
+                break;
+            case PatternGen::Quadrant_BR:
+                range = {0, frameWidth, frameHeight, 2 * frameHeight};
+                break;
+            default:
+                range = {-halfWidth, halfWidth, 0, frameHeight};
+                break;
         }
     }
 

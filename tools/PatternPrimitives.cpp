@@ -68,8 +68,8 @@ int toLineUnits(int value, int width, int height, int aspectNum, int aspectDen) 
 
 // One vertical grid line at offset remX into the pitch. lineWidth is the width W of a line with
 // its ramps; alwaysSolid draws the whole width in the line colour.
-bool verticalGridLine(int remX, int lineWidth, int n, int thickness, bool alwaysSolid,
-                      const std::deque<double>& luma, Pixel& inout, const Pixel& line) {
+bool verticalGridLine(int remX, int lineWidth, int n, int thickness, bool alwaysSolid, const std::deque<double>& luma,
+                      Pixel& inout, const Pixel& line) {
     if (remX >= lineWidth) return false;
     if (alwaysSolid) {
         inout = line;
@@ -96,8 +96,8 @@ bool PatternSpec::bars(int x, Pixel& out, int count, int span, ...) {
     const int n = transitionLength;
     va_list ap;
     va_start(ap, span);
-    out = barColour(x, bars100[7], count, BarEdges(count, span, nullptr), (n + 1) / 2, (n + 1) / 2,
-                    lumaTransition, chromaTransition, ap);
+    out = barColour(x, bars100[7], count, BarEdges(count, span, nullptr), (n + 1) / 2, (n + 1) / 2, lumaTransition,
+                    chromaTransition, ap);
     va_end(ap);
     return true;
 }
@@ -109,8 +109,8 @@ bool PatternSpec::barsLayered(int x, Pixel& inout, int count, int span, ...) {
     const Pixel incoming = inout;
     va_list ap;
     va_start(ap, span);
-    inout = barColour(x, incoming, count, BarEdges(count, span, nullptr), (n + 1) / 2, (n - 1) / 2,
-                      lumaTransition, chromaTransition, ap);
+    inout = barColour(x, incoming, count, BarEdges(count, span, nullptr), (n + 1) / 2, (n - 1) / 2, lumaTransition,
+                      chromaTransition, ap);
     va_end(ap);
     return true;
 }
@@ -122,8 +122,8 @@ bool PatternSpec::barsLayered(int x, Pixel& inout, int count, int* widths, ...) 
     const Pixel incoming = inout;
     va_list ap;
     va_start(ap, widths);
-    inout = barColour(x, incoming, count, BarEdges(count, 0, widths), (n + 1) / 2, (n - 1) / 2,
-                      lumaTransition, chromaTransition, ap);
+    inout = barColour(x, incoming, count, BarEdges(count, 0, widths), (n + 1) / 2, (n - 1) / 2, lumaTransition,
+                      chromaTransition, ap);
     va_end(ap);
     return true;
 }
@@ -191,8 +191,7 @@ void PatternSpec::edgeInv(Pixel& inout, int steps, Pixel target, int step) {
         inout = target;
         return;
     }
-    inout = target.blend(1.0 - coefficient(lumaTransition, step), 1.0 - coefficient(chromaTransition, step),
-                         inout);
+    inout = target.blend(1.0 - coefficient(lumaTransition, step), 1.0 - coefficient(chromaTransition, step), inout);
 }
 
 namespace {

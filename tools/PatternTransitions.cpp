@@ -22,9 +22,7 @@ constexpr int highDefinitionMaxLines = 1089;
 }  // namespace SampleRate
 
 // f(t) = (1 - cos(pi t / T)) / 2: the ramp's level at time t of a ramp lasting T.
-double rampLevel(double t, double duration) {
-    return (1.0 - std::cos(t * RaisedCosine::pi / duration)) / 2.0;
-}
+double rampLevel(double t, double duration) { return (1.0 - std::cos(t * RaisedCosine::pi / duration)) / 2.0; }
 
 }  // namespace
 

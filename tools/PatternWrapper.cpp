@@ -77,16 +77,16 @@ bool PatternSpec::init(int width, int height, int aspectNum, int aspectDen, Patt
     for (int i = 0; i < 8; ++i) bars75[i] = bars100[i].scale(75, 100).convertTo(axes);
     for (int i = 0; i < 8; ++i) {
         if (axes == PatternGen::Colour_YCbCr_601)
-            bars100[i] = Pixel(bars601YCbCr[i][0], bars601YCbCr[i][1], bars601YCbCr[i][2],
-                               PatternGen::Colour_YCbCr_601);
+            bars100[i] =
+                Pixel(bars601YCbCr[i][0], bars601YCbCr[i][1], bars601YCbCr[i][2], PatternGen::Colour_YCbCr_601);
         else
             bars100[i] = bars100[i].convertTo(axes);
     }
 
     printf("Width x Height: %dx%d\n", this->width, this->height);
     printf("Aspect: %d:%d\n", this->aspectNum, this->aspectDen);
-    const double pixelAspect = (static_cast<double>(this->aspectDen) * this->width) /
-                               (static_cast<double>(this->aspectNum) * this->height);
+    const double pixelAspect =
+        (static_cast<double>(this->aspectDen) * this->width) / (static_cast<double>(this->aspectNum) * this->height);
     printf("Pixel aspect: 1:%.3lf\n", pixelAspect);
 
     calculateTransition(defaultRiseTimeNs, defaultClockMHz);

@@ -1,7 +1,8 @@
 #include "TestPattern.h"
 
-#include <cstdio>
 #include <unistd.h>
+
+#include <cstdio>
 
 TestPattern::TestPattern(BodyFn fn) : bodyFn(std::move(fn)) {}
 
@@ -29,8 +30,8 @@ void TestPattern::getLineRepeats(std::vector<std::pair<int, int>>& list) {
 
 bool TestPattern::useFullCanvasSize() { return fullCanvas; }
 
-void TestPattern::initQuietly(int w, int h, int an, int ad, PatternGen::colorAxes_e axes,
-                              PatternGen::sampling_e s, int bits, PatternGen::quadrant_e q, bool taperOff) {
+void TestPattern::initQuietly(int w, int h, int an, int ad, PatternGen::colorAxes_e axes, PatternGen::sampling_e s,
+                              int bits, PatternGen::quadrant_e q, bool taperOff) {
     // init prints the geometry; keep test output readable by sending it to /dev/null meanwhile.
     fflush(stdout);
     const int saved = dup(fileno(stdout));
