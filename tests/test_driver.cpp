@@ -38,7 +38,7 @@ bool fileExists(const std::string& path) {
     return stat(path.c_str(), &st) == 0;
 }
 
-struct Run {
+struct ProgramRun {
     int status = -1;
     std::string out;
     std::string err;
@@ -54,11 +54,11 @@ protected:
     }
     void TearDown() override { std::system(("rm -rf '" + dir + "'").c_str()); }
 
-    Run run(const std::string& args) {
+    ProgramRun run(const std::string& args) {
         const std::string out = dir + "/stdout.txt", err = dir + "/stderr.txt";
         const std::string command =
             "cd '" + dir + "' && '" PM5544_EXE "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null";
-        Run r;
+        ProgramRun r;
         const int raw = std::system(command.c_str());
         r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
         r.out = readFile(out);
@@ -171,7 +171,7 @@ TEST(CommandLine, WordsAndFileNames) {
 }
 
 TEST_F(ProgramTest, CommandLineErrorsGoToStandardError) {
-    Run r = run("");
+    ProgramRun r = run("");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "Error: Filename not given\n");
     EXPECT_EQ(r.out, "");
@@ -210,7 +210,7 @@ TEST_F(ProgramTest, DeviceChecksPrintTheirMessageAndWriteNothing) {
         {"-c RGB-headroom card.yc4", "Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"},
     };
     for (const auto& [args, message] : cases) {
-        Run r = run(args);
+        ProgramRun r = run(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(r.out, message) << args;
         EXPECT_EQ(r.err, "") << args;
@@ -222,13 +222,13 @@ TEST_F(ProgramTest, DeviceChecksPrintTheirMessageAndWriteNothing) {
 }
 
 TEST_F(ProgramTest, StudioRGBPassesTheRgbChecksWhateverTheSampling) {
-    Run r = run("-d 1280x720 -c RGB-headroom -s 420 card.rgb");
+    ProgramRun r = run("-d 1280x720 -c RGB-headroom -s 420 card.rgb");
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(readFile(path("card.rgb")).substr(0, 8), std::string("PATTERN\0", 8));
 }
 
 TEST_F(ProgramTest, SelfTestReturnsItsResultAndWritesNothing) {
-    Run r = run("-u");
+    ProgramRun r = run("-u");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out.rfind("Width x Height: 1920x1080\nAspect: 16:9\nPixel aspect: 1:1.000\n", 0), 0u);
     r = run("-u card.png");
@@ -237,7 +237,7 @@ TEST_F(ProgramTest, SelfTestReturnsItsResultAndWritesNothing) {
 }
 
 TEST_F(ProgramTest, ProgressLinesOfAPngRun) {
-    Run r = run("-d 160x90 card.png");
+    ProgramRun r = run("-d 160x90 card.png");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("size 160x90\n"), std::string::npos);
     EXPECT_NE(r.out.find("Width x Height: 160x90\nAspect: 16:9\nPixel aspect: 1:1.000\n"), std::string::npos);
@@ -246,7 +246,7 @@ TEST_F(ProgramTest, ProgressLinesOfAPngRun) {
 }
 
 TEST_F(ProgramTest, NamesWithoutAKnownExtensionAreWrittenAsPng) {
-    Run r = run("-d 160x90 card");
+    ProgramRun r = run("-d 160x90 card");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("Writing PNG file by default\n"), std::string::npos);
     EXPECT_EQ(r.out.find("writing to:"), std::string::npos);
@@ -266,7 +266,7 @@ TEST_F(ProgramTest, NamesWithoutAKnownExtensionAreWrittenAsPng) {
 
 TEST_F(ProgramTest, PngSamplesAreRoundedToTheOutputDepth) {
     for (const char* args : {"-b 10 -c 709 -d 160x90 card.png", "-b 8 -d 160x90 card.png"}) {
-        Run r = run(args);
+        ProgramRun r = run(args);
         ASSERT_EQ(r.status, 0) << r.err;
         std::vector<uint16_t> samples = decodePng(path("card.png"), 160, 90);
         ASSERT_EQ(samples.size(), 160u * 90 * 4) << "ffmpeg could not decode the PNG";
@@ -286,7 +286,7 @@ TEST_F(ProgramTest, DpxDescriptorFollowsAxesAndSampling) {
         {"-c 601", 100}, {"-c RGB-PQ", 100},
     };
     for (const auto& [args, descriptor] : cases) {
-        Run r = run(std::string("-d 192x108 -b 12 ") + args + " card.dpx");
+        ProgramRun r = run(std::string("-d 192x108 -b 12 ") + args + " card.dpx");
         ASSERT_EQ(r.status, 0) << args << r.err;
         const std::string file = readFile(path("card.dpx"));
         ASSERT_GT(file.size(), 8192u);
@@ -297,7 +297,7 @@ TEST_F(ProgramTest, DpxDescriptorFollowsAxesAndSampling) {
 }
 
 TEST_F(ProgramTest, FailuresEndWithAMessageAndNoFile) {
-    Run r = run("-d 160x90 -q TL card.png");
+    ProgramRun r = run("-d 160x90 -q TL card.png");
     EXPECT_NE(r.status, 0);
     EXPECT_NE(r.err.find("Quadrant mode is depracated"), std::string::npos);
     EXPECT_FALSE(fileExists(path("card.png")));
