@@ -44,15 +44,24 @@ int maxDifference(const Pixel& a, const Pixel& b) {
 bool isHdrYCbCr(int a) { return (a >= 4 && a <= 7) || (a >= 9 && a <= 12); }
 int rgbCounterpart(int yCbCr) {
     switch (yCbCr) {
-        case 4: return 13;
-        case 6: return 14;
-        case 9: return 15;
-        case 11: return 16;
-        case 5: return 17;
-        case 7: return 18;
-        case 10: return 19;
-        case 12: return 20;
-        default: return -1;
+        case 4:
+            return 13;
+        case 6:
+            return 14;
+        case 9:
+            return 15;
+        case 11:
+            return 16;
+        case 5:
+            return 17;
+        case 7:
+            return 18;
+        case 10:
+            return 19;
+        case 12:
+            return 20;
+        default:
+            return -1;
     }
 }
 
@@ -158,13 +167,13 @@ TEST(SdrConversionDeathTest, UnsupportedPairsReportTheAssertion) {
                  report(convertTo, "axis == toSpace"));
     EXPECT_DEATH(Pixel(2036, 2036, 2036, Colour_RGB_PQ_Mapped).convertTo(Colour_RGB),
                  report(convertTo, "axis == toSpace"));
-    EXPECT_DEATH(Pixel(940, 512, 512, Colour_YCbCr_2020, 10).convertTo(Colour_RGB_PQ),
-                 report("void Pixel::assignRGB219Values(double, double, double)",
-                        "axis == PatternGen::Colour_RGB_219"));
+    EXPECT_DEATH(
+        Pixel(940, 512, 512, Colour_YCbCr_2020, 10).convertTo(Colour_RGB_PQ),
+        report("void Pixel::assignRGB219Values(double, double, double)", "axis == PatternGen::Colour_RGB_219"));
     EXPECT_DEATH(Pixel(940, 512, 512, Colour_YCbCr_2020, 10).convertTo(Colour_YCbCr_HLG_Mapped),
                  report("Pixel Pixel::convertFromYCbCr2020(PatternGen::colorAxes_e) const", "0"));
-    EXPECT_DEATH(Pixel().assignRGBValues(0, 0, 0), report("void Pixel::assignRGBValues(double, double, double)",
-                                                           "axis == PatternGen::Colour_RGB"));
+    EXPECT_DEATH(Pixel().assignRGBValues(0, 0, 0),
+                 report("void Pixel::assignRGBValues(double, double, double)", "axis == PatternGen::Colour_RGB"));
     EXPECT_DEATH(Pixel().assignYCbCr2020Values(0, 0, 0), "tools/Pixel.*Assertion `colourIsIn2020\\(\\)' failed");
 }
 

@@ -1,7 +1,6 @@
 // Pixel arithmetic, scaling, level operations, blending, depth changes, printing and Rounding.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
 
 #include "Pixel.h"
@@ -70,10 +69,6 @@ TEST(Pixel, ScaleWithClipAndWithGamma) {
     expectCodes(Pixel(3760, 2148, 1948, Colour_YCbCr_601).scaleWithGamma(1, 2), 2008, 2098, 1999);
     // Full-range RGB white and black are fixed points of any law.
     expectCodes(Pixel(4095, 0, 4095, Colour_RGB).scaleWithGamma(1, 1), 4095, 0, 4095);
-    // 709 luma: 0.5^2.4 halved, then the 0.45 power.
-    const double g = std::pow(std::pow(0.5, 2.4) / 2, 0.45);
-    EXPECT_EQ(Pixel(256 + 1752, 2048, 2048).scaleWithGamma(1, 2).sample[Pixel::Y_G],
-              static_cast<int>(256 + 3504 * g));
 }
 
 TEST(Pixel, LevelOperationsPerAxisGroup) {

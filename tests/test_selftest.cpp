@@ -42,8 +42,9 @@ TEST(SelfTest, GeometryLinesAndResult) {
     const SelfTestRun run = runSelfTest();
     EXPECT_EQ(run.result, 1);
     EXPECT_EQ(run.output.rfind("Width x Height: 1920x1080\nAspect: 16:9\nPixel aspect: 1:1.000\n\nCheck", 0), 0u);
-    EXPECT_EQ(runSelfTest(720, 576, 4, 3).output.rfind("Width x Height: 720x576\nAspect: 4:3\nPixel aspect: 1:0.938\n", 0),
-              0u);
+    EXPECT_EQ(
+        runSelfTest(720, 576, 4, 3).output.rfind("Width x Height: 720x576\nAspect: 4:3\nPixel aspect: 1:0.938\n", 0),
+        0u);
 }
 
 TEST(SelfTest, HeadingsInOrderEachAfterABlankLine) {
@@ -86,11 +87,11 @@ TEST(SelfTest, KnownDifferenceLines) {
     EXPECT_EQ(group(out, "Check 75% scaling").rfind("  Yellow75  Cb  705   +1\t\n", 0), 0u);
     EXPECT_EQ(group(out, "Check 10 bit rounding").rfind("  Yellow_709_10  Cb   64   +1\t\n", 0), 0u);
     // Labels go through "%s": a doubled percent sign stays doubled.
-    EXPECT_NE(group(out, "Check 75% 10 bit rounding").find("  Grey 40%% 709_10    Y  415   +1\t\n"),
-              std::string::npos);
+    EXPECT_NE(group(out, "Check 75% 10 bit rounding").find("  Grey 40%% 709_10    Y  415   +1\t\n"), std::string::npos);
     EXPECT_EQ(group(out, "Check 709 YCbCr - HLG 2020"), "  White HLG   Y  616 +114\t\n");
-    EXPECT_EQ(group(out, "Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0),
-              0u);
+    EXPECT_EQ(
+        group(out, "Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0),
+        0u);
     EXPECT_EQ(group(out, "Check Ref PQ 12bits - 10 bits rounded").find("White"), std::string::npos);
     EXPECT_EQ(group(out, "Check I and Q vectors YCbCr - RGB-219 - and back"), "");
     // The 709 and 601 halves of the RGB - YCbCr group are separated by one blank line.

@@ -147,10 +147,7 @@ bool ColourSpace::colourIsIn2020() const {
     return colourAxes >= PatternGen::Colour_YCbCr_PQ && colourAxes <= PatternGen::Colour_RGB_SLog3_Live_Mapped;
 }
 
-bool ColourSpace::colourIsHDR() const {
-    return colourIsIn2020() && colourAxes != PatternGen::Colour_YCbCr_2020;
-}
-
+bool ColourSpace::colourIsHDR() const { return colourIsIn2020() && colourAxes != PatternGen::Colour_YCbCr_2020; }
 
 double ColourSpace::gammaToLinear(int code) const { return decodePower(gammaType, normaliseLuma(code)); }
 

@@ -46,8 +46,7 @@ struct YCbCr {
 };
 
 YCbCr encode601(const Rgb& c) {
-    return {BT601::kr * c.r + BT601::kg * c.g + BT601::kb * c.b,
-            BT601::cbR * c.r + BT601::cbG * c.g + BT601::cbB * c.b,
+    return {BT601::kr * c.r + BT601::kg * c.g + BT601::kb * c.b, BT601::cbR * c.r + BT601::cbG * c.g + BT601::cbB * c.b,
             BT601::crR * c.r + BT601::crG * c.g + BT601::crB * c.b};
 }
 
@@ -68,8 +67,7 @@ Rgb decode601(const YCbCr& v) {
 }
 
 Rgb decode709(const YCbCr& v) {
-    return {v.y + BT709::crDivisor * v.cr, v.y - BT709::gCb * v.cb - BT709::gCr * v.cr,
-            v.y + BT709::cbDivisor * v.cb};
+    return {v.y + BT709::crDivisor * v.cr, v.y - BT709::gCb * v.cb - BT709::gCr * v.cr, v.y + BT709::cbDivisor * v.cb};
 }
 
 Rgb decode2020(const YCbCr& v) {
@@ -179,7 +177,8 @@ Pixel& Pixel::operator+=(const Pixel& other) {
 
 Pixel Pixel::scale(int num, int den) const {
     Pixel result(*this);
-    for (int i = CB_B; i <= CR_R; ++i) result.sample[i] = scaleAbout(referenceLevel(colourSpace, i), sample[i], num, den);
+    for (int i = CB_B; i <= CR_R; ++i)
+        result.sample[i] = scaleAbout(referenceLevel(colourSpace, i), sample[i], num, den);
     return result;
 }
 
@@ -276,7 +275,8 @@ Pixel Pixel::blend(double lumaMix, double chromaMix, const Pixel& other) const {
     const ColourSpace& cs = colourSpace;
     const int bits = cs.bitDepth;
     if (cs.isColourDifference()) {
-        const double luma = lumaMix * cs.normaliseLuma(sample[Y_G]) + (1 - lumaMix) * cs.normaliseLuma(other.sample[Y_G]);
+        const double luma =
+            lumaMix * cs.normaliseLuma(sample[Y_G]) + (1 - lumaMix) * cs.normaliseLuma(other.sample[Y_G]);
         result.sample[Y_G] = storeReal(Levels::studioBlack(bits) + luma * Levels::lumaExcursion(bits));
         for (int i : {CB_B, CR_R}) {
             const double chroma =
@@ -284,7 +284,8 @@ Pixel Pixel::blend(double lumaMix, double chromaMix, const Pixel& other) const {
             result.sample[i] = storeReal(Levels::chromaZero(bits) + chroma * Levels::chromaExcursion(bits));
         }
     } else {
-        for (int i = CB_B; i <= CR_R; ++i) result.sample[i] = storeReal(other.sample[i] * (1 - lumaMix) + sample[i] * lumaMix);
+        for (int i = CB_B; i <= CR_R; ++i)
+            result.sample[i] = storeReal(other.sample[i] * (1 - lumaMix) + sample[i] * lumaMix);
     }
     return result;
 }
@@ -312,7 +313,7 @@ Pixel Pixel::roundTo(int bits) const {
     const int s = oldBits - bits;
     for (int i = CB_B; i <= ALPHA; ++i) {
         const unsigned rounded = isChromaSample(colourSpace, i) ? Rounding::roundChromaTo(oldBits, s, sample[i])
-                                                                 : Rounding::roundTo(s, sample[i]);
+                                                                : Rounding::roundTo(s, sample[i]);
         result.sample[i] = static_cast<uint16_t>(rounded >> s);
     }
     result.colourSpace.bitDepth = bits;

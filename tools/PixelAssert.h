@@ -37,6 +37,6 @@ inline const char* programName() {
 
 }  // namespace PixelAssert
 
-#define PIXEL_ASSERT(expression)                                                                          \
-    ((expression) ? static_cast<void>(0)                                                                  \
+#define PIXEL_ASSERT(expression)         \
+    ((expression) ? static_cast<void>(0) \
                   : PixelAssert::fail(#expression, PixelAssert::sourceName(__FILE__), __LINE__, __PRETTY_FUNCTION__))

@@ -78,15 +78,24 @@ bool isLiveYCbCr(int axes) {
 // The Y'CbCr HDR axis an RGB HDR axis is derived from; -1 for any other axis.
 int yCbCrCounterpart(int rgbAxes) {
     switch (rgbAxes) {
-        case PatternGen::Colour_RGB_PQ: return PatternGen::Colour_YCbCr_PQ;
-        case PatternGen::Colour_RGB_HLG: return PatternGen::Colour_YCbCr_HLG;
-        case PatternGen::Colour_RGB_SLog3: return PatternGen::Colour_YCbCr_SLog3;
-        case PatternGen::Colour_RGB_SLog3_Live: return PatternGen::Colour_YCbCr_SLog3_Live;
-        case PatternGen::Colour_RGB_PQ_Mapped: return PatternGen::Colour_YCbCr_PQ_Mapped;
-        case PatternGen::Colour_RGB_HLG_Mapped: return PatternGen::Colour_YCbCr_HLG_Mapped;
-        case PatternGen::Colour_RGB_SLog3_Mapped: return PatternGen::Colour_YCbCr_SLog3_Mapped;
-        case PatternGen::Colour_RGB_SLog3_Live_Mapped: return PatternGen::Colour_YCbCr_SLog3_Live_Mapped;
-        default: return -1;
+        case PatternGen::Colour_RGB_PQ:
+            return PatternGen::Colour_YCbCr_PQ;
+        case PatternGen::Colour_RGB_HLG:
+            return PatternGen::Colour_YCbCr_HLG;
+        case PatternGen::Colour_RGB_SLog3:
+            return PatternGen::Colour_YCbCr_SLog3;
+        case PatternGen::Colour_RGB_SLog3_Live:
+            return PatternGen::Colour_YCbCr_SLog3_Live;
+        case PatternGen::Colour_RGB_PQ_Mapped:
+            return PatternGen::Colour_YCbCr_PQ_Mapped;
+        case PatternGen::Colour_RGB_HLG_Mapped:
+            return PatternGen::Colour_YCbCr_HLG_Mapped;
+        case PatternGen::Colour_RGB_SLog3_Mapped:
+            return PatternGen::Colour_YCbCr_SLog3_Mapped;
+        case PatternGen::Colour_RGB_SLog3_Live_Mapped:
+            return PatternGen::Colour_YCbCr_SLog3_Live_Mapped;
+        default:
+            return -1;
     }
 }
 

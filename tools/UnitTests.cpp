@@ -130,8 +130,8 @@ int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, col
     std::puts("\nCheck 10 bit rounding");
     checkGroup(y709, y709at10, barOrder, labels709at10, roundTo10);
 
-    const char* const labels709x75at10[] = {"  Yellow_709_10  ", "  Cyan_709_10    ",   "  Green_709_10   ",
-                                            "  Magenta_709_10 ", "  Red_709_10     ",   "  Blue_709_10    ",
+    const char* const labels709x75at10[] = {"  Yellow_709_10  ",     "  Cyan_709_10    ", "  Green_709_10   ",
+                                            "  Magenta_709_10 ",     "  Red_709_10     ", "  Blue_709_10    ",
                                             "  Grey 40%% 709_10    "};
     std::printf("\nCheck 75%% 10 bit rounding\n");
     checkGroup(y709x75, y709x75at10, barOrderNoWhite, labels709x75at10, roundTo10);
@@ -146,8 +146,10 @@ int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, col
                                      "  Green 709   ", "  Red 709     ", "  Blue 709    ", "  Black 709   "};
     const char* const labels601[] = {"  White 601   ", "  Yellow 601  ", "  Cyan 601    ", "  Magenta 601 ",
                                      "  Green 601   ", "  Red 601     ", "  Blue 601    ", "  Black 601   "};
-    const ColourSet from709 = transformed(rgb100, [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_709); });
-    const ColourSet from601 = transformed(rgb100, [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_601); });
+    const ColourSet from709 =
+        transformed(rgb100, [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_709); });
+    const ColourSet from601 =
+        transformed(rgb100, [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_601); });
     std::puts("\nCheck RGB - YCbCr Maths");
     checkGroup(from709, y709, mathsOrder, labels709);
     std::puts("");
@@ -202,8 +204,9 @@ int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, col
     std::puts("\nCheck Ref PQ 12bits - 10 bits rounded");
     checkGroup(pq12, pq10, pqRoundingOrder, labelsPqRounding, roundTo10);
 
-    const char* const labelsSLog3[] = {"  White SLog3   ", "  Yellow SLog3  ", "  Cyan RSLog3    ", "  Magenta SLog3 ",
-                                       "  Green SLog3   ", "  Red SLog3     ", "  Blue SLog3    ", "  Grey 40% SLog3   "};
+    const char* const labelsSLog3[] = {"  White SLog3   ", "  Yellow SLog3  ",   "  Cyan RSLog3    ",
+                                       "  Magenta SLog3 ", "  Green SLog3   ",   "  Red SLog3     ",
+                                       "  Blue SLog3    ", "  Grey 40% SLog3   "};
     std::puts("\nCheck SLog3");
     checkGroup(rgb75, sLog3at10, mathsOrder, labelsSLog3,
                [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_SLog3).roundTo(10); });
