@@ -10,7 +10,7 @@
 
 namespace {
 
-// A size of 100% is this fraction of the frame height: 100 / 792 of a line count (72 pixels at 576 lines).
+// Text of size 100% is 100/792 of the frame height high (72 pixels at 576 lines).
 constexpr int32_t linesPerHundredPercent = 792;
 
 // A quarter turn in radians.
@@ -19,7 +19,7 @@ constexpr double quarterTurn = 1.57079632679489661923;
 // Weight of the bold attribute.
 constexpr int boldWeight = 700;
 
-// How far a line laid out with these settings advances the pen past a slug, beyond its measured width.
+// The extra advance after a slug: its gap in whole pixels.
 int slugGap(const TextSlug& slug) { return static_cast<int>(slug.fontPixelSize * slug.gap); }
 
 // The sum of the advances of all blocks of a measured line.
@@ -141,14 +141,10 @@ int PatternSpec::defineFont(const char* family) {
 int PatternSpec::setText(const char* text) {
     auto slug = std::make_unique<TextSlug>();
     slug->text = text ? text : "";
+    // Style fields keep their defaults: bold, upright, no gap and no letter spacing.
     slug->size = textSizePercent;
-    slug->italic = false;
-    slug->bold = true;
-    slug->uprightWhenRotated = false;
-    slug->gap = 0.0;
     slug->x = textCursorX;
     slug->y = textCursorY;
-    slug->letterSpacing = 0.0;
     slug->horizAlign = textHorizAlign;
     slug->vertAlign = textVertAlign;
 

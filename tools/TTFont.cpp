@@ -16,9 +16,6 @@ namespace {
 // Shown in the messages when no font file matched the family.
 const char* const noFontPath = "(none)";
 
-// Fontconfig's type code for a string value in FcPatternBuild.
-constexpr int fcStringType = FcTypeString;
-
 // Loaded faces live for the whole run and TTFont copies share them, so nothing ever releases them.
 // Each FreeType library (which owns its faces) and Cairo face is recorded here so they stay reachable
 // rather than lost when the last TTFont copy goes away.
@@ -48,7 +45,7 @@ FcFontSet* listFamily(const char* family) {
     // The font list is not re-read while the program runs.
     FcConfigSetRescanInterval(config, 0);
 
-    FcPattern* pattern = FcPatternBuild(nullptr, FC_FAMILY, fcStringType, family, static_cast<char*>(nullptr));
+    FcPattern* pattern = FcPatternBuild(nullptr, FC_FAMILY, FcTypeString, family, static_cast<char*>(nullptr));
     FcObjectSet* properties = FcObjectSetBuild(FC_FAMILY, FC_STYLE, FC_LANG, FC_FILE, static_cast<char*>(nullptr));
     FcFontSet* matches = FcFontList(config, pattern, properties);
     FcObjectSetDestroy(properties);
