@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "LargeBuffer.h"
 #include "UnitTests.h"
 #include "rounding.h"
 #include "writeDPX.h"
@@ -208,7 +209,7 @@ int dpxFormatCode(const Settings& s) {
 // Renders the full frame, rounds it to the output depth and writes it as PNG or DPX.
 void writeFullFrame(PatternSpec& spec, const Settings& s, Output output, bool announce) {
     const size_t pixels = size_t(s.width) * size_t(s.height);
-    std::unique_ptr<uint16_t[]> frame(new uint16_t[pixels * samplesPerFramePixel]);
+    LargeBuffer::Ptr<uint16_t> frame = LargeBuffer::allocate<uint16_t>(pixels * samplesPerFramePixel);
     spec.run_body(s.optionValue, s.width, s.height, frame.get());
     if (announce) std::printf("writing to: %s\n", s.fileName.c_str());
     roundFrame(frame.get(), pixels, s.axes, s.bits);
@@ -230,7 +231,7 @@ void writeFullFrame(PatternSpec& spec, const Settings& s, Output output, bool an
 
 void writeTiffFile(PatternSpec& spec, const Settings& s) {
     const size_t bytes = size_t(s.width) * size_t(s.height) * bytesPerLinePixel;
-    std::unique_ptr<unsigned char[]> lines(new unsigned char[bytes]);
+    LargeBuffer::Ptr<unsigned char> lines = LargeBuffer::allocate<unsigned char>(bytes);
     std::vector<std::pair<int, int>> lineRepeats;
     int storedLines = s.height;
     spec.run_body(s.optionValue, s.width, storedLines, lineRepeats, lines.get());

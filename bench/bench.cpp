@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "LargeBuffer.h"
 #include "PatternRender.h"
 #include "philips-PM5544-new.h"
 #include "writeDPX.h"
@@ -44,7 +45,7 @@ int renderOnce(int width, int height, Format format, int reportFd) {
 
     Clock::time_point t = Clock::now();
     const size_t pixels = size_t(width) * size_t(height);
-    std::unique_ptr<uint16_t[]> frame(new uint16_t[pixels * 4]);
+    LargeBuffer::Ptr<uint16_t> frame = LargeBuffer::allocate<uint16_t>(pixels * 4);
     card.run_body(0, width, height, frame.get());
     const double loopTime = secondsSince(t);
 

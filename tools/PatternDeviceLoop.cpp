@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "ConversionCache.h"
 #include "PatternWrapper.h"
 #include "writeTovaKelm.h"
 
@@ -95,6 +96,7 @@ public:
         : pattern_(pattern),
           width_(width),
           axes_(pattern.colourSpace.axes()),
+          cache_(axes_),
           pairs_(usesSamplePairs(pattern.colourSpace, pattern.sampling)) {}
 
     bool usesThreeWords() const { return !pairs_; }
@@ -108,7 +110,7 @@ public:
     }
 
 private:
-    Pixel converted(int x, int y) { return pattern_.body(x, y).convertTo(axes_); }
+    Pixel converted(int x, int y) { return cache_.convert(pattern_.body(x, y)); }
 
     Sample singleSample(int x, int y) {
         const Pixel q = converted(x, y);
@@ -138,6 +140,7 @@ private:
     PatternSpec& pattern_;
     int width_;
     PatternGen::colorAxes_e axes_;
+    ConversionCache cache_;
     bool pairs_;
     LineCompressor compressor_;
 };

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "ConversionCache.h"
 #include "PatternWrapper.h"
 
 namespace {
@@ -61,7 +62,7 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
     Pixel black(0, 0, 0, PatternGen::Colour_RGB);
     if (colourSpace.isColourDifference()) black = black.convertTo(PatternGen::Colour_YCbCr_709);
 
-    const PatternGen::colorAxes_e axes = colourSpace.axes();
+    ConversionCache cache(colourSpace.axes());
     const bool taper = riseTimeEnabled && !edgeTaperOff;
     const bool subsampled = sampling != PatternGen::Sampling_444;
 
@@ -75,7 +76,7 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
         const bool repeatRowAbove = sampling == PatternGen::Sampling_420 && !isEven(y) && evenRow != nullptr;
         const unsigned short* above = evenRow;
         for (int x = range.x0; x < range.x1; ++x, out += 4) {
-            Pixel q = body(x, y).convertTo(axes);
+            Pixel q = cache.convert(body(x, y));
             if (q.colourSpace.bitDepth == tenBitDepth) {
                 widenTenBitSamples(q, 4);
                 q.colourSpace.bitDepth = 12;
@@ -104,6 +105,9 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
                 out[2] = toFrame(chroma.sample[Pixel::CB_B]);
             }
         }
+        // A centred picture of odd width renders one column fewer than the frame row holds:
+        // leave that column black and transparent rather than uninitialised.
+        std::fill(out, frame + static_cast<size_t>(y - range.y0 + 1) * frameRowSamples, static_cast<unsigned short>(0));
     }
     return true;
 }
@@ -130,11 +134,11 @@ bool PatternSpec::run_body(int, int lineWidth, int& lineCount, std::vector<std::
                            unsigned char* buffer) {
     getLineRepeats(lineRepeats);
     unsigned short* samples = reinterpret_cast<unsigned short*>(buffer);
-    const PatternGen::colorAxes_e axes = colourSpace.axes();
+    ConversionCache cache(colourSpace.axes());
     const bool rgb = colourSpace.colourIsRGB();
     auto renderLine = [&](int storedLine, int sourceLine) {
         unsigned short* out = samples + static_cast<size_t>(storedLine) * static_cast<size_t>(lineWidth) * 3;
-        for (int x = 0; x < lineWidth; ++x, out += 3) storeThreeSamples(body(x, sourceLine).convertTo(axes), rgb, out);
+        for (int x = 0; x < lineWidth; ++x, out += 3) storeThreeSamples(cache.convert(body(x, sourceLine)), rgb, out);
     };
 
     if (lineRepeats.empty()) {

@@ -1,0 +1,35 @@
+// Converts a stream of pixels into one colour axis, converting each run of identical input
+// pixels only once: patterns are made of flat areas, and a conversion costs far more than a
+// comparison.
+#pragma once
+
+#include "Pixel.h"
+
+class ConversionCache {
+public:
+    explicit ConversionCache(PatternGen::colorAxes_e axes) : axes_(axes) {}
+
+    const Pixel& convert(const Pixel& in) {
+        if (!valid_ || !identical(in, lastIn_)) {
+            lastIn_ = in;
+            lastOut_ = in.convertTo(axes_);
+            valid_ = true;
+        }
+        return lastOut_;
+    }
+
+private:
+    // Every field a conversion reads: the whole colour space and all four samples.
+    static bool identical(const Pixel& a, const Pixel& b) {
+        const ColourSpace& ca = a.colourSpace;
+        const ColourSpace& cb = b.colourSpace;
+        return ca.colourAxes == cb.colourAxes && ca.bitDepth == cb.bitDepth && ca.whiteLevel == cb.whiteLevel &&
+               ca.blackLevel == cb.blackLevel && ca.gammaType == cb.gammaType && a.sample[0] == b.sample[0] &&
+               a.sample[1] == b.sample[1] && a.sample[2] == b.sample[2] && a.sample[3] == b.sample[3];
+    }
+
+    PatternGen::colorAxes_e axes_;
+    bool valid_ = false;
+    Pixel lastIn_;
+    Pixel lastOut_;
+};
