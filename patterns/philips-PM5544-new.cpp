@@ -1,9 +1,16 @@
-// The PM5544 test card. setup() renders every pixel once through render() into a padded line
-// buffer, shapes each edge with a raised-cosine transition of its own choosing and keeps the
+// The PM5544 test card. setup() fills a padded line buffer per row with the pixels render()
+// defines, shapes each edge with a raised-cosine transition of its own choosing and keeps the
 // finished frame; body() only looks pixels up.
+//
+// render(x, y) is the card's reference definition. setup() fills its lines from per-column
+// tables instead (fillLineFast), which give the same pixels at a fraction of the cost, and
+// shapes only the pixels near a change of colour, copying those the line above already shaped
+// from the same neighbourhood.
 #include "philips-PM5544-new.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -20,6 +27,11 @@ constexpr double narrowEdgeClockMHz = 74.25;
 // Frequency gratings: five packets, each a sine about 50% between black and white.
 constexpr int gratingPackets = 5;
 constexpr int gratingScale = 4096;
+
+// The background grid's lines are 2 thick; drawn hard-edged (n = 0), a vertical grid line is
+// thickness + 1 wide in line units.
+constexpr int gridThickness = 2;
+constexpr int gridLineWidth = gridThickness + 1;
 
 // Code values of one palette entry: (Y', Cb, Cr), or (G, B, R) for the studio RGB table.
 struct Codes {
@@ -263,7 +275,63 @@ Pixel transitionFrom(const std::vector<Pixel>& line, size_t i, const EdgeShape& 
     return shaped;
 }
 
+// Same colour space (all of it, not only axes and depth) and same samples: two pixels that are
+// identical in this sense blend identically.
+bool identical(const Pixel& a, const Pixel& b) {
+    const ColourSpace& ca = a.colourSpace;
+    const ColourSpace& cb = b.colourSpace;
+    return a.sameCodes(b) && ca.whiteLevel == cb.whiteLevel && ca.blackLevel == cb.blackLevel &&
+           ca.gammaType == cb.gammaType;
+}
+
+// Remainder made non-negative by adding the divisor once, as the framework's grids take it.
+int positiveMod(int value, int divisor) {
+    const int rem = value % divisor;
+    return rem < 0 ? rem + divisor : rem;
+}
+
+// Whether a line buffer equals the one above it within a window. Windows are asked for from
+// left to right (neither end ever moves left), so each position is compared at most once.
+class UnchangedWindow {
+public:
+    UnchangedWindow(const std::vector<Pixel>& line, const std::vector<Pixel>& above) : line_(line), above_(above) {}
+
+    // Positions from..to, inclusive.
+    bool within(size_t from, size_t to) {
+        for (size_t p = std::max(checkedTo_, from); p <= to; ++p) {
+            if (!identical(line_[p], above_[p])) {
+                lastDifference_ = p;
+                anyDifference_ = true;
+            }
+        }
+        checkedTo_ = std::max(checkedTo_, to + 1);
+        return !anyDifference_ || lastDifference_ < from;
+    }
+
+private:
+    const std::vector<Pixel>& line_;
+    const std::vector<Pixel>& above_;
+    size_t checkedTo_ = 0;
+    size_t lastDifference_ = 0;
+    bool anyDifference_ = false;
+};
+
 }  // namespace
+
+// What render(x, y) computes from the column alone, for the fast line fill. The rows of pixels
+// are built on first use: inside the circle one per band, centre-strip row and centre-cross
+// row; outside it one per field row, grid-line row and border-line row.
+struct PhilipsPm5544Spec::LineTables {
+    static constexpr int bandCount = static_cast<int>(Band::BottomCap) + 1;
+
+    int centreX = 0;
+    int centreY = 0;
+    int64_t innerRadiusSquared = 0;    // h(252)^2: the circle
+    int64_t outlineRadiusSquared = 0;  // h(254)^2: the circle with its outline
+    std::vector<int64_t> dxSquared;    // per canvas column: the horizontal offset in lines, squared
+    std::vector<Pixel> inside[bandCount][2][2];
+    std::vector<Pixel> outside[2][2][2];
+};
 
 PhilipsPm5544Spec::PhilipsPm5544Spec()
     : squareWavePeriod(static_cast<int>(freqToPixels(250000.0))), burstStartFreq(800000), burstFreqStep(1000000) {}
@@ -279,15 +347,21 @@ void PhilipsPm5544Spec::setup() {
     std::deque<double> edgeTransition;
     calculateTransition(edgeTransition, narrowEdgeRiseTimeNs, narrowEdgeClockMHz);
 
-    const size_t front = static_cast<size_t>((savedTransitionLength + 1) / 2);
+    // Copying shaped pixels from the line above is only safe when shaping cannot print a
+    // message, since a copy would not print it again.
+    const bool reuseAbove = shapingIsSilent(edgeTransition);
+    const size_t reach = shapingReach(edgeTransition);
+    const size_t lineSize = static_cast<size_t>(savedTransitionLength) + static_cast<size_t>(width);
     std::vector<Pixel> line;
-    line.reserve(static_cast<size_t>(savedTransitionLength) + static_cast<size_t>(width));
+    std::vector<Pixel> above;
+    line.reserve(lineSize);
+    above.reserve(lineSize);
     for (int y = 0; y < height; ++y) {
-        fillLine(y, line);
-        for (size_t i = front; i < front + static_cast<size_t>(width); ++i) {
-            cardFrame.push_back(shapePixel(line, i, edgeTransition));
-        }
+        fillLineFast(y, line);
+        appendShapedLine(line, reuseAbove && y > 0 ? &above : nullptr, edgeTransition, reach);
+        line.swap(above);
     }
+    lineTables.reset();
 }
 
 void PhilipsPm5544Spec::choosePalette() {
@@ -325,7 +399,7 @@ void PhilipsPm5544Spec::deriveParameters() {
 
 // Black padding, then the rendered pixels, then black padding: output column x lands at buffer
 // position x + front, and the outermost n/2 columns at each end are padding.
-void PhilipsPm5544Spec::fillLine(int y, std::vector<Pixel>& line) {
+void PhilipsPm5544Spec::fillLineReference(int y, std::vector<Pixel>& line) {
     const int n = savedTransitionLength;
     const int front = (n + 1) / 2;
     const int back = n - front;
@@ -474,4 +548,279 @@ Pixel PhilipsPm5544Spec::renderGratings(int X) {
         phase += 2.0 * pi * (end - start) / period;
     }
     return black;  // not reached: the last packet ends at the block's end
+}
+
+std::vector<Pixel> PhilipsPm5544Spec::referenceFrame() {
+    std::deque<double> edgeTransition;
+    calculateTransition(edgeTransition, narrowEdgeRiseTimeNs, narrowEdgeClockMHz);
+    const size_t front = static_cast<size_t>((savedTransitionLength + 1) / 2);
+    std::vector<Pixel> frame;
+    frame.reserve(static_cast<size_t>(width) * static_cast<size_t>(height));
+    std::vector<Pixel> line;
+    for (int y = 0; y < height; ++y) {
+        fillLineReference(y, line);
+        for (size_t i = front; i < front + static_cast<size_t>(width); ++i) {
+            frame.push_back(shapePixel(line, i, edgeTransition));
+        }
+    }
+    return frame;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Shaping a whole line
+
+// Shaping prints a message only when a luma table it may choose is empty or longer than the
+// chroma table; the padding keeps every scan inside the buffer.
+bool PhilipsPm5544Spec::shapingIsSilent(const std::deque<double>& edgeTransition) const {
+    const size_t chromaSize = (sampling == PatternGen::Sampling_444 ? lumaTransition : chromaTransition).size();
+    for (const size_t lumaSize : {edgeTransition.size(), lumaTransition.size()}) {
+        if (lumaSize == 0 || lumaSize > chromaSize) return false;
+    }
+    return true;
+}
+
+// How far from a pixel shapePixel() reads: n each way for the change tests, and at most half
+// of the longer luma table for the blends.
+size_t PhilipsPm5544Spec::shapingReach(const std::deque<double>& edgeTransition) const {
+    const size_t longest = std::max(edgeTransition.size(), lumaTransition.size());
+    return std::max(static_cast<size_t>(savedTransitionLength), (longest + 1) / 2);
+}
+
+// Appends the shaped pixels of buffer positions front .. front + width - 1 to cardFrame. The
+// buffer is walked in runs of equal pixels: a pixel with no change within front positions
+// before it and back positions after it is what shapePixel() would return unchanged, so it is
+// copied as it is. Every other pixel is shaped by shapePixel(), unless the line above (when
+// given) held identical pixels within reach of it: then the pixel shaped there is copied.
+void PhilipsPm5544Spec::appendShapedLine(const std::vector<Pixel>& line, const std::vector<Pixel>* above,
+                                         const std::deque<double>& edgeTransition, size_t reach) {
+    const size_t n = static_cast<size_t>(savedTransitionLength);
+    const size_t front = (n + 1) / 2;
+    const size_t back = n - front;
+    const size_t first = front;
+    const size_t end = front + static_cast<size_t>(width);
+    const size_t size = line.size();
+    const bool useAbove = above != nullptr && above->size() == size;
+    const size_t shapedAboveStart = useAbove ? cardFrame.size() - static_cast<size_t>(width) : 0;
+    UnchangedWindow unchanged(line, useAbove ? *above : line);
+
+    auto appendEdgePixel = [&](size_t i) {
+        const size_t from = i >= reach ? i - reach : 0;
+        const size_t to = std::min(size - 1, i + reach);
+        if (useAbove && unchanged.within(from, to)) {
+            cardFrame.push_back(cardFrame[shapedAboveStart + (i - front)]);
+        } else {
+            cardFrame.push_back(shapePixel(line, i, edgeTransition));
+        }
+    };
+
+    size_t runStart = 0;
+    while (runStart < end) {
+        size_t runEnd = runStart + 1;
+        while (runEnd < size && line[runEnd].sameCodes(line[runStart])) ++runEnd;
+        // Positions of this run with no change within reach of the near tests; a run that
+        // touches an end of the buffer has no change on that side.
+        const size_t plainFrom = runStart == 0 ? 0 : runStart + front;
+        const size_t plainTo = runEnd == size ? size : (runEnd > back ? runEnd - back : 0);
+        const size_t from = std::max(runStart, first);
+        const size_t to = std::min(runEnd, end);
+        const size_t plainBegin = std::min(std::max(plainFrom, from), to);
+        const size_t plainEnd = std::max(std::min(plainTo, to), plainBegin);
+        for (size_t i = from; i < plainBegin; ++i) appendEdgePixel(i);
+        cardFrame.insert(cardFrame.end(), line.begin() + static_cast<std::ptrdiff_t>(plainBegin),
+                         line.begin() + static_cast<std::ptrdiff_t>(plainEnd));
+        for (size_t i = plainEnd; i < to; ++i) appendEdgePixel(i);
+        runStart = runEnd;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Fast line fill: the pixels of render(x, y), looked up by row and column
+
+// The grid has to be at least one line wide in line units for its columns to be tabulated;
+// below that the grids' own arithmetic fails as well.
+bool PhilipsPm5544Spec::fastFillPossible() const {
+    const int64_t pitch = heightFraction(79, 1080);
+    const int64_t divisor = static_cast<int64_t>(aspectDen) * width;
+    return pitch > 0 && divisor != 0 && (height * pitch * aspectNum) / divisor > 0;
+}
+
+void PhilipsPm5544Spec::buildLineTables() {
+    lineTables = std::make_unique<LineTables>();
+    LineTables& tables = *lineTables;
+    tables.centreX = widthFraction(1, 2);
+    tables.centreY = heightFraction(1, 2);
+    // insideCircleHeight's test r > sqrt(dx^2 + Y^2) is r^2 > dx^2 + Y^2 for integers this
+    // small: the sum is exact in a double, sqrt rounds correctly and r is exact, so rounding
+    // can neither lift a root below r to r nor drop one at or above r below it.
+    const int64_t inner = h(252);
+    const int64_t outline = h(254);
+    tables.innerRadiusSquared = inner * inner;
+    tables.outlineRadiusSquared = outline * outline;
+    tables.dxSquared.reserve(static_cast<size_t>(width));
+    for (int x = 0; x < width; ++x) {
+        const int64_t dx = (height * (x - tables.centreX) * aspectNum) / (aspectDen * width);  // as insideCircleHeight
+        tables.dxSquared.push_back(dx * dx);
+    }
+}
+
+void PhilipsPm5544Spec::fillLineFast(int y, std::vector<Pixel>& line) {
+    if (!fastFillPossible()) {
+        fillLineReference(y, line);
+        return;
+    }
+    if (!lineTables) buildLineTables();
+    const LineTables& tables = *lineTables;
+
+    const int n = savedTransitionLength;
+    const size_t padFront = static_cast<size_t>((n + 1) / 2 + n / 2);
+    const size_t padBack = static_cast<size_t>(n - (n + 1) / 2 + n / 2);
+    const int firstRendered = n / 2;
+    const int endRendered = std::max(firstRendered, width - n / 2);
+    const size_t size = padFront + static_cast<size_t>(endRendered - firstRendered) + padBack;
+    if (line.size() != size) line.assign(size, black);
+
+    const int Y = y - tables.centreY;
+    const int64_t ySquared = static_cast<int64_t>(Y) * Y;
+    // A row that misses the circle needs no inside pixels.
+    const Pixel* inside = ySquared < tables.innerRadiusSquared ? insideRow(Y).data() : nullptr;
+    const Pixel* outside = outsideRow(Y).data();
+
+    Pixel* out = line.data();
+    size_t p = 0;
+    for (; p < padFront; ++p) out[p] = black;
+    for (int x = firstRendered; x < endRendered; ++x, ++p) {
+        const int64_t distanceSquared = tables.dxSquared[static_cast<size_t>(x)] + ySquared;
+        if (distanceSquared < tables.innerRadiusSquared) {
+            out[p] = inside[x];
+        } else if (distanceSquared < tables.outlineRadiusSquared) {
+            out[p] = white;
+        } else {
+            out[p] = outside[x];
+        }
+    }
+    for (; p < size; ++p) out[p] = black;
+}
+
+// The band of a row inside the circle, by render()'s tests in render()'s order; the centre
+// strip, which also depends on the column, is left to insideRow().
+PhilipsPm5544Spec::Band PhilipsPm5544Spec::bandOfRow(int Y) const {
+    if (Y < -h(231) - 1) return Band::TopCap;
+    if (Y < -h(189) - 1) return Band::IdBox;
+    if (Y < 1 - h(147)) return Band::WhiteBar;
+    if (Y < 1 - h(105)) return Band::SquareWave;
+    if (-h(21) < Y && Y < h(21)) return Band::Centre;
+    if (Y < 1 - h(21)) return Band::ColourBars;
+    if (h(21) - 1 <= Y && Y <= h(105)) return Band::Gratings;
+    if (h(105) - 1 <= Y && Y <= h(147)) return Band::GreyScale;
+    if (h(147) - 1 <= Y && Y <= h(189)) return Band::BlackBar;
+    return Band::BottomCap;
+}
+
+// The pixel of a band at column X, drawn as render() draws it; only the centre depends on Y.
+Pixel PhilipsPm5544Spec::bandPixel(Band band, int X, int Y) {
+    Pixel result = black;
+    switch (band) {
+        case Band::TopCap:
+            return white;
+        case Band::IdBox: {
+            result = white;
+            int widths[] = {idBoxWidth};
+            barsLayered(X + h(84) - 1, result, 1, widths, &black);
+            return result;
+        }
+        case Band::WhiteBar: {
+            int widths[] = {pulseBarWidth};
+            barsLayered(X + h(126), result, 1, widths, &white);
+            if (h(21) - 1 <= X + h(126) && X + h(126) <= h(21) + 1) result = black;
+            return result;
+        }
+        case Band::SquareWave:
+            return squareWave(X, squareWavePeriod, grey75, black);
+        case Band::Centre:
+            return renderCentre(X, Y);
+        case Band::ColourBars: {
+            const int span = h(504);
+            bars(X + fractionOf(span, 3, 6), result, 6, span, &yellow75, &cyan75, &green75, &magenta75, &red75,
+                 &blue75);
+            return result;
+        }
+        case Band::Gratings:
+            return renderGratings(X);
+        case Band::GreyScale: {
+            const int span = h(474);
+            bars(X + fractionOf(span, 3, 6), result, 6, span, &black, &grey20, &grey40, &grey60, &grey80, &white);
+            return result;
+        }
+        case Band::BlackBar: {
+            result = white;
+            int widths[] = {pulseBarWidth};
+            barsLayered(X + h(126), result, 1, widths, &black);
+            if (h(21) - 1 <= X + h(126) && X + h(126) <= h(21) + 1) result = white;
+            return result;
+        }
+        case Band::BottomCap: {
+            result = yellow100;
+            int widths[] = {redBoxWidth};
+            barsLayered(X + h(21) - 1, result, 1, widths, &red100);
+            return result;
+        }
+    }
+    return result;
+}
+
+// Row Y inside the circle, for every canvas column. Rows of the same band share it, except
+// that the bands render() tests after the centre band have the centre strip cut into them
+// within h(63) of the centre, and the centre cross runs along rows -1 and 0.
+const std::vector<Pixel>& PhilipsPm5544Spec::insideRow(int Y) {
+    const Band band = bandOfRow(Y);
+    const bool stripRow = band > Band::Centre && -h(63) < Y && Y < h(63);
+    const bool crossRow = Y == -1 || Y == 0;
+    std::vector<Pixel>& row = lineTables->inside[static_cast<int>(band)][stripRow][crossRow];
+    if (!row.empty()) return row;
+
+    const int stripHalfWidth = heightFraction(39, 1080);
+    row.reserve(static_cast<size_t>(width));
+    for (int x = 0; x < width; ++x) {
+        const int X = x - lineTables->centreX;
+        row.push_back(stripRow && std::abs(X) < stripHalfWidth ? renderCentre(X, Y) : bandPixel(band, X, Y));
+    }
+    return row;
+}
+
+// Row Y outside the circle's outline, for every canvas column: the field's white grid on 50%
+// grey, and the border's castellations with the grid's lines crossing the side borders. The
+// grids' hard-edged geometry is taken per row (horizontal lines) and per column (vertical ones).
+const std::vector<Pixel>& PhilipsPm5544Spec::outsideRow(int Y) {
+    const int pitch = heightFraction(79, 1080);
+    const int borderPitch = 2 * pitch;
+    const int borderThickness = pitch;
+    const int borderLineWidth = borderThickness - 2;
+    const int fieldHalfHeight = heightFraction(47, 100);
+    const int fieldHalfWidth = widthFraction(47, 100);
+
+    const bool fieldRow = -fieldHalfHeight <= Y && Y <= fieldHalfHeight;
+    const bool gridRow = positiveMod(Y + gridThickness / 2 - pitch / 2, pitch) <= gridThickness;
+    const bool borderRow = positiveMod(Y + borderPitch / 2 - borderThickness / 2, borderPitch) <= borderThickness;
+    std::vector<Pixel>& row = lineTables->outside[fieldRow][gridRow][borderRow];
+    if (!row.empty()) return row;
+
+    // A column lies on a vertical line when its offset in lines, shifted by half a line width
+    // less half a pitch, falls within the line width modulo the pitch in lines.
+    auto toLines = [this](int value) { return (height * value * aspectNum) / (aspectDen * width); };
+    auto onVerticalLine = [&](int X, int linePitch, int lineWidth) {
+        const int pitchLines = toLines(linePitch);
+        return positiveMod(toLines(X) + lineWidth / 2 - (pitchLines + 1) / 2, pitchLines) < lineWidth;
+    };
+    row.reserve(static_cast<size_t>(width));
+    for (int x = 0; x < width; ++x) {
+        const int X = x - lineTables->centreX;
+        const bool onGrid = gridRow || onVerticalLine(X, pitch, gridLineWidth);
+        if (fieldRow && -fieldHalfWidth <= X && X < fieldHalfWidth) {
+            row.push_back(onGrid ? white : grey50);
+        } else {
+            const bool onBorderMark = borderRow || onVerticalLine(X, borderPitch, borderLineWidth);
+            row.push_back(onBorderMark || (fieldRow && onGrid) ? white : black);
+        }
+    }
+    return row;
 }

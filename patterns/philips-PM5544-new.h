@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <memory>
 #include <vector>
 
 #include "PatternWrapper.h"
@@ -21,6 +22,15 @@ public:
 
     // The card's pixel at canvas position (x, y), with hard edges.
     Pixel render(int x, int y);
+
+    // The padded line buffer of row y before shaping: black padding, render(x, y), black padding.
+    // The reference fill calls render() for every pixel; the fast fill, which setup() uses, looks
+    // the same pixels up in per-column tables. Both are public so that tests can compare them.
+    void fillLineReference(int y, std::vector<Pixel>& line);
+    void fillLineFast(int y, std::vector<Pixel>& line);
+    // The whole frame built the slow way (reference fill, every pixel shaped on its own); after
+    // init() it equals cardFrame.
+    std::vector<Pixel> referenceFrame();
 
     // Palette, set by setup() for the output colour axes.
     Pixel black;
@@ -52,15 +62,32 @@ public:
     std::vector<Pixel> cardFrame;
 
 private:
+    // Bands inside the circle, top to bottom.
+    enum class Band { TopCap, IdBox, WhiteBar, SquareWave, Centre, ColourBars, Gratings, GreyScale, BlackBar, BottomCap };
+    // Per-column tables of the fast line fill; built on first use, released at the end of setup().
+    struct LineTables;
+
     // Layout unit: k/576 of the picture height.
     int h(int k) const { return heightFraction(k, 576); }
 
     void choosePalette();
     void deriveParameters();
-    void fillLine(int y, std::vector<Pixel>& line);
     Pixel shapePixel(const std::vector<Pixel>& line, size_t i, const std::deque<double>& edgeTransition) const;
+    void appendShapedLine(const std::vector<Pixel>& line, const std::vector<Pixel>* above,
+                          const std::deque<double>& edgeTransition, size_t reach);
+    bool shapingIsSilent(const std::deque<double>& edgeTransition) const;
+    size_t shapingReach(const std::deque<double>& edgeTransition) const;
 
     Pixel renderOutsideCircle(int X, int Y);
     Pixel renderCentre(int X, int Y);
     Pixel renderGratings(int X);
+
+    bool fastFillPossible() const;
+    void buildLineTables();
+    Band bandOfRow(int Y) const;
+    Pixel bandPixel(Band band, int X, int Y);
+    const std::vector<Pixel>& insideRow(int Y);
+    const std::vector<Pixel>& outsideRow(int Y);
+
+    std::unique_ptr<LineTables> lineTables;
 };
