@@ -324,13 +324,32 @@ private:
 struct PhilipsPm5544Spec::LineTables {
     static constexpr int bandCount = static_cast<int>(Band::BottomCap) + 1;
 
+    bool usable = false;  // false: the grid or the circle cannot be tabulated, lines are rendered
     int centreX = 0;
     int centreY = 0;
     int64_t innerRadiusSquared = 0;    // h(252)^2: the circle
     int64_t outlineRadiusSquared = 0;  // h(254)^2: the circle with its outline
     std::vector<int64_t> dxSquared;    // per canvas column: the horizontal offset in lines, squared
+    // Rows of pixels per canvas column; once built, a row is never resized, so pointers into it last.
     std::vector<Pixel> inside[bandCount][2][2];
     std::vector<Pixel> outside[2][2][2];
+};
+
+// One row of the fast line fill, in canvas columns clipped to the rendered ones: the outside
+// table up to outlineBegin, white up to innerBegin, the inside table up to innerEnd, white up
+// to outlineEnd, the outside table after it. Rows with equal layouts have equal pixels.
+struct PhilipsPm5544Spec::RowLayout {
+    const Pixel* inside = nullptr;
+    const Pixel* outside = nullptr;
+    int outlineBegin = 0;
+    int innerBegin = 0;
+    int innerEnd = 0;
+    int outlineEnd = 0;
+
+    bool operator==(const RowLayout& other) const {
+        return inside == other.inside && outside == other.outside && outlineBegin == other.outlineBegin &&
+               innerBegin == other.innerBegin && innerEnd == other.innerEnd && outlineEnd == other.outlineEnd;
+    }
 };
 
 PhilipsPm5544Spec::PhilipsPm5544Spec()
@@ -356,10 +375,29 @@ void PhilipsPm5544Spec::setup() {
     std::vector<Pixel> above;
     line.reserve(lineSize);
     above.reserve(lineSize);
+    buildLineTables();
+    RowLayout previous;
     for (int y = 0; y < height; ++y) {
-        fillLineFast(y, line);
-        appendShapedLine(line, reuseAbove && y > 0 ? &above : nullptr, edgeTransition, reach);
+        const bool aboveUsable = reuseAbove && y > 0;
+        if (!lineTables->usable) {
+            fillLineReference(y, line);
+            appendShapedLine(line, aboveUsable ? &above : nullptr, edgeTransition, reach);
+            line.swap(above);
+            continue;
+        }
+        const RowLayout row = rowLayout(y);
+        if (aboveUsable && row == previous) {  // the same line as above: the same shaped row
+            appendRowAbove();
+            continue;
+        }
+        fillLine(row, line);
+        if (aboveUsable && row.inside == previous.inside && row.outside == previous.outside) {
+            appendShapedLineWithMovedBounds(row, previous, line, edgeTransition, reach);
+        } else {
+            appendShapedLine(line, aboveUsable ? &above : nullptr, edgeTransition, reach);
+        }
         line.swap(above);
+        previous = row;
     }
     lineTables.reset();
 }
@@ -633,20 +671,50 @@ void PhilipsPm5544Spec::appendShapedLine(const std::vector<Pixel>& line, const s
     }
 }
 
+void PhilipsPm5544Spec::appendRowAbove() {
+    const size_t aboveStart = cardFrame.size() - static_cast<size_t>(width);
+    for (size_t i = 0; i < static_cast<size_t>(width); ++i) cardFrame.push_back(cardFrame[aboveStart + i]);
+}
+
+// The line of row, built from the same tables as the line above (laid out as rowAbove),
+// differs from it only in the columns between the old and the new place of each interval
+// bound. So the shaped row above is appended and only the pixels within reach of those
+// columns are shaped again.
+void PhilipsPm5544Spec::appendShapedLineWithMovedBounds(const RowLayout& row, const RowLayout& rowAbove,
+                                                        const std::vector<Pixel>& line,
+                                                        const std::deque<double>& edgeTransition, size_t reach) {
+    appendRowAbove();
+    const size_t rowStart = cardFrame.size() - static_cast<size_t>(width);
+    // Canvas column x is buffer position x + front; output positions run from front.
+    const std::ptrdiff_t front = (savedTransitionLength + 1) / 2;
+    const std::ptrdiff_t range = static_cast<std::ptrdiff_t>(reach);
+    const std::pair<int, int> bounds[] = {{row.outlineBegin, rowAbove.outlineBegin},
+                                          {row.innerBegin, rowAbove.innerBegin},
+                                          {row.innerEnd, rowAbove.innerEnd},
+                                          {row.outlineEnd, rowAbove.outlineEnd}};
+    for (const auto& [now, before] : bounds) {
+        if (now == before) continue;
+        const std::ptrdiff_t from = std::max<std::ptrdiff_t>(std::min(now, before) + front - range, front);
+        const std::ptrdiff_t to = std::min<std::ptrdiff_t>(std::max(now, before) + front + range, front + width);
+        for (std::ptrdiff_t i = from; i < to; ++i) {
+            cardFrame[rowStart + static_cast<size_t>(i - front)] = shapePixel(line, static_cast<size_t>(i), edgeTransition);
+        }
+    }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Fast line fill: the pixels of render(x, y), looked up by row and column
-
-// The grid has to be at least one line wide in line units for its columns to be tabulated;
-// below that the grids' own arithmetic fails as well.
-bool PhilipsPm5544Spec::fastFillPossible() const {
-    const int64_t pitch = heightFraction(79, 1080);
-    const int64_t divisor = static_cast<int64_t>(aspectDen) * width;
-    return pitch > 0 && divisor != 0 && (height * pitch * aspectNum) / divisor > 0;
-}
 
 void PhilipsPm5544Spec::buildLineTables() {
     lineTables = std::make_unique<LineTables>();
     LineTables& tables = *lineTables;
+    // Below one line per grid pitch the grids' own arithmetic fails; the reference fill then
+    // fails the same way.
+    const int64_t gridPitch = heightFraction(79, 1080);
+    const int64_t toLinesDivisor = static_cast<int64_t>(aspectDen) * width;
+    if (width <= 0 || gridPitch <= 0 || toLinesDivisor == 0 || (height * gridPitch * aspectNum) / toLinesDivisor <= 0)
+        return;
+
     tables.centreX = widthFraction(1, 2);
     tables.centreY = heightFraction(1, 2);
     // insideCircleHeight's test r > sqrt(dx^2 + Y^2) is r^2 > dx^2 + Y^2 for integers this
@@ -661,16 +729,49 @@ void PhilipsPm5544Spec::buildLineTables() {
         const int64_t dx = (height * (x - tables.centreX) * aspectNum) / (aspectDen * width);  // as insideCircleHeight
         tables.dxSquared.push_back(dx * dx);
     }
+    // The column intervals of a row rely on dx^2 falling towards the centre column and rising
+    // after it, which holds unless the products above overflow.
+    const auto centre = tables.dxSquared.begin() + tables.centreX;
+    tables.usable = std::is_sorted(tables.dxSquared.rbegin() + (width - tables.centreX - 1), tables.dxSquared.rend()) &&
+                    std::is_sorted(centre, tables.dxSquared.end());
 }
 
-void PhilipsPm5544Spec::fillLineFast(int y, std::vector<Pixel>& line) {
-    if (!fastFillPossible()) {
-        fillLineReference(y, line);
-        return;
-    }
-    if (!lineTables) buildLineTables();
+// The canvas columns whose squared horizontal offset in lines is below limitSquared: one
+// interval about the centre column, where the offset is 0 (empty if limitSquared <= 0).
+std::pair<int, int> PhilipsPm5544Spec::columnsCloserThan(int64_t limitSquared) const {
     const LineTables& tables = *lineTables;
+    const int centreX = tables.centreX;
+    if (limitSquared <= 0) return {centreX, centreX};
+    const auto first = tables.dxSquared.begin();
+    const auto centre = first + centreX;
+    const auto begin = std::partition_point(first, centre, [&](int64_t d) { return d >= limitSquared; });
+    const auto end = std::partition_point(centre, tables.dxSquared.end(), [&](int64_t d) { return d < limitSquared; });
+    return {static_cast<int>(begin - first), static_cast<int>(end - first)};
+}
 
+PhilipsPm5544Spec::RowLayout PhilipsPm5544Spec::rowLayout(int y) {
+    const LineTables& tables = *lineTables;
+    const int Y = y - tables.centreY;
+    const int64_t ySquared = static_cast<int64_t>(Y) * Y;
+    const int n = savedTransitionLength;
+    const int firstRendered = n / 2;
+    const int endRendered = std::max(firstRendered, width - n / 2);
+    auto rendered = [&](int x) { return std::min(std::max(x, firstRendered), endRendered); };
+
+    RowLayout row;
+    // A row that misses the circle needs no inside pixels.
+    row.inside = ySquared < tables.innerRadiusSquared ? insideRow(Y).data() : nullptr;
+    row.outside = outsideRow(Y).data();
+    const auto inner = columnsCloserThan(tables.innerRadiusSquared - ySquared);
+    const auto outline = columnsCloserThan(tables.outlineRadiusSquared - ySquared);
+    row.outlineBegin = rendered(outline.first);
+    row.innerBegin = rendered(inner.first);
+    row.innerEnd = rendered(inner.second);
+    row.outlineEnd = rendered(outline.second);
+    return row;
+}
+
+void PhilipsPm5544Spec::fillLine(const RowLayout& row, std::vector<Pixel>& line) {
     const int n = savedTransitionLength;
     const size_t padFront = static_cast<size_t>((n + 1) / 2 + n / 2);
     const size_t padBack = static_cast<size_t>(n - (n + 1) / 2 + n / 2);
@@ -679,26 +780,27 @@ void PhilipsPm5544Spec::fillLineFast(int y, std::vector<Pixel>& line) {
     const size_t size = padFront + static_cast<size_t>(endRendered - firstRendered) + padBack;
     if (line.size() != size) line.assign(size, black);
 
-    const int Y = y - tables.centreY;
-    const int64_t ySquared = static_cast<int64_t>(Y) * Y;
-    // A row that misses the circle needs no inside pixels.
-    const Pixel* inside = ySquared < tables.innerRadiusSquared ? insideRow(Y).data() : nullptr;
-    const Pixel* outside = outsideRow(Y).data();
-
     Pixel* out = line.data();
-    size_t p = 0;
-    for (; p < padFront; ++p) out[p] = black;
-    for (int x = firstRendered; x < endRendered; ++x, ++p) {
-        const int64_t distanceSquared = tables.dxSquared[static_cast<size_t>(x)] + ySquared;
-        if (distanceSquared < tables.innerRadiusSquared) {
-            out[p] = inside[x];
-        } else if (distanceSquared < tables.outlineRadiusSquared) {
-            out[p] = white;
-        } else {
-            out[p] = outside[x];
-        }
+    auto copyColumns = [&](const Pixel* table, int from, int to) {
+        if (from < to) out = std::copy(table + from, table + to, out);
+    };
+    auto fillColumns = [&](const Pixel& pixel, size_t count) { out = std::fill_n(out, count, pixel); };
+    fillColumns(black, padFront);
+    copyColumns(row.outside, firstRendered, row.outlineBegin);
+    fillColumns(white, static_cast<size_t>(row.innerBegin - row.outlineBegin));
+    copyColumns(row.inside, row.innerBegin, row.innerEnd);
+    fillColumns(white, static_cast<size_t>(row.outlineEnd - row.innerEnd));
+    copyColumns(row.outside, row.outlineEnd, endRendered);
+    fillColumns(black, padBack);
+}
+
+void PhilipsPm5544Spec::fillLineFast(int y, std::vector<Pixel>& line) {
+    if (!lineTables) buildLineTables();
+    if (lineTables->usable) {
+        fillLine(rowLayout(y), line);
+    } else {
+        fillLineReference(y, line);
     }
-    for (; p < size; ++p) out[p] = black;
 }
 
 // The band of a row inside the circle, by render()'s tests in render()'s order; the centre

@@ -2,8 +2,10 @@
 // frame with its own edge shaping, and a per-pixel look-up for the rendering loops.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "PatternWrapper.h"
@@ -66,6 +68,8 @@ private:
     enum class Band { TopCap, IdBox, WhiteBar, SquareWave, Centre, ColourBars, Gratings, GreyScale, BlackBar, BottomCap };
     // Per-column tables of the fast line fill; built on first use, released at the end of setup().
     struct LineTables;
+    // Which tables and which column intervals make up one row in the fast line fill.
+    struct RowLayout;
 
     // Layout unit: k/576 of the picture height.
     int h(int k) const { return heightFraction(k, 576); }
@@ -75,6 +79,9 @@ private:
     Pixel shapePixel(const std::vector<Pixel>& line, size_t i, const std::deque<double>& edgeTransition) const;
     void appendShapedLine(const std::vector<Pixel>& line, const std::vector<Pixel>* above,
                           const std::deque<double>& edgeTransition, size_t reach);
+    void appendRowAbove();
+    void appendShapedLineWithMovedBounds(const RowLayout& row, const RowLayout& rowAbove, const std::vector<Pixel>& line,
+                                         const std::deque<double>& edgeTransition, size_t reach);
     bool shapingIsSilent(const std::deque<double>& edgeTransition) const;
     size_t shapingReach(const std::deque<double>& edgeTransition) const;
 
@@ -82,8 +89,10 @@ private:
     Pixel renderCentre(int X, int Y);
     Pixel renderGratings(int X);
 
-    bool fastFillPossible() const;
     void buildLineTables();
+    std::pair<int, int> columnsCloserThan(int64_t limitSquared) const;
+    RowLayout rowLayout(int y);
+    void fillLine(const RowLayout& row, std::vector<Pixel>& line);
     Band bandOfRow(int Y) const;
     Pixel bandPixel(Band band, int X, int Y);
     const std::vector<Pixel>& insideRow(int Y);
