@@ -1,95 +1,83 @@
-// The compressed-line rendering loop: files it builds are read back with an independent reader and
-// compared pixel by pixel with the pattern; the run-length rule, line merging, line repeats and the
-// splitting of sections too long for the format.
+// The compressed-line rendering loop: files it builds are read back with the independent reader and
+// compared with the pattern's pixels; the run-length rule, line merging, line repeats, the width warning
+// and the splitting of sections too long for the format.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
+#include <algorithm>
+#include <functional>
+#include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "TestFiles.h"
 #include "TestPattern.h"
 #include "TovaKelmReader.h"
 #include "writeTovaKelm.h"
 
 namespace {
 
-using PatternGen::colorAxes_e;
-using PatternGen::sampling_e;
-using Components = DeviceFileReader::Components;
+using namespace PatternGen;
+using Repeats = std::vector<std::pair<int, int>>;
+constexpr colorAxes_e ycc = Colour_YCbCr_709, rgb = Colour_RGB;
 
 // A pixel given as (Y or G, Cb or B, Cr or R) in the axes under test, 12 bits.
 Pixel code(colorAxes_e axes, int yg, int cbb, int crr) { return Pixel(yg, cbb, crr, axes, 12); }
 
+// Runs the loop over a test pattern into `file`.
 struct Render {
-    Render(TestPattern::BodyFn body, int width, int height, colorAxes_e axes, sampling_e sampling,
-           std::vector<std::pair<int, int>> repeats = {})
-        : pattern(std::move(body)), width(width), height(height), axes(axes) {
+    Render(TestPattern::BodyFn body, int width, int height, colorAxes_e axes, sampling_e sampling, Repeats repeats = {})
+        : pattern(std::move(body)), width(width), axes(axes) {
         pattern.initQuietly(width, height, 16, 9, axes, sampling, 12);
-        if (!repeats.empty()) {
-            pattern.useBaseLineRepeats = false;
-            pattern.lineRepeats = repeats;
-        }
+        pattern.useBaseLineRepeats = repeats.empty();
+        pattern.lineRepeats = repeats;
         pattern.recordCalls = true;
         pattern.calls.clear();
-        pattern.bodyCalls = 0;
         EXPECT_TRUE(pattern.run_body(0, width, height, lineRepeats, file));
     }
 
-    // What the pattern shows at (x, y), in the output axes; asked of the body function directly so
-    // the recorded calls stay those of the loop.
-    Pixel expected(int x, int y) const { return pattern.bodyFn(x, y).convertTo(axes); }
+    // The samples source line y gives: (Cr, Y, Cb, 0) per pixel, or per pair (Cr, Y, Cb, Y of the odd
+    // pixel), where an odd width's last pair repeats the last column's luma. Asked of the body function
+    // directly so that the recorded calls stay those of the loop.
+    std::vector<DeviceFileReader::Components> expected(int y, bool pairs) const {
+        std::vector<DeviceFileReader::Components> samples;
+        for (int x = 0; x < width; x += pairs ? 2 : 1) {
+            const Pixel p = pattern.bodyFn(x, y).convertTo(axes);
+            const Pixel odd = pattern.bodyFn(std::min(x + 1, width - 1), y).convertTo(axes);
+            samples.push_back({p.sample[Pixel::CR_R], p.sample[Pixel::Y_G], p.sample[Pixel::CB_B],
+                               uint16_t(pairs ? odd.sample[Pixel::Y_G] : 0)});
+        }
+        return samples;
+    }
+
+    std::vector<uint16_t> percentages() const {
+        std::vector<uint16_t> values;
+        for (const CompressedLine* line : file.line_blocks) values.push_back(line->GetPercentage());
+        return values;
+    }
+
+    DeviceFileReader::File saveAndParse() {
+        TestFiles::ScratchDir dir;
+        EXPECT_TRUE(file.Save(dir.path("loop.pat")));
+        return DeviceFileReader::parseFile(dir.path("loop.pat"));
+    }
 
     TestPattern pattern;
-    int width, height;
+    int width;
     colorAxes_e axes;
-    std::vector<std::pair<int, int>> lineRepeats;
+    Repeats lineRepeats;
     TovaKelmPatternFile file;
 };
 
-// Saves the file and reads it back with the independent reader.
-DeviceFileReader::File saveAndParse(TovaKelmPatternFile& file) {
-    const std::string path =
-        (std::filesystem::path(::testing::TempDir()) / ("loop_" + std::to_string(getpid()) + ".pat")).string();
-    EXPECT_TRUE(file.Save(path));
-    DeviceFileReader::File parsed = DeviceFileReader::parseFile(path);
-    std::filesystem::remove(path);
-    return parsed;
+// Every section of a block keeps within the format, and the block expands to source line y.
+void expectLine(const Render& r, const DeviceFileReader::Block& block, int y, bool pairs) {
+    for (const DeviceFileReader::Section& section : block.sections)
+        EXPECT_TRUE(section.length >= 1 && section.length <= 32767) << section.length;
+    EXPECT_TRUE(r.expected(y, pairs) == block.expand()) << "line " << y;
 }
 
-// Checks one expanded line against the pattern's converted pixels of source line y.
-void expectLineMatches(const Render& r, const std::vector<Components>& samples, int y, bool pairs) {
-    const size_t expectedSamples = pairs ? (r.width + 1) / 2 : r.width;
-    ASSERT_EQ(samples.size(), expectedSamples) << "line " << y;
-    for (int x = 0; x < r.width; ++x) {
-        const Pixel p = r.expected(x, y);
-        const Components& s = samples[pairs ? x / 2 : x];
-        const bool oddOfPair = pairs && x % 2 == 1;
-        ASSERT_EQ(s[oddOfPair ? 3 : 1], p.sample[Pixel::Y_G]) << "x " << x << " y " << y;
-        if (!oddOfPair) {
-            ASSERT_EQ(s[0], p.sample[Pixel::CR_R]) << "x " << x << " y " << y;
-            ASSERT_EQ(s[2], p.sample[Pixel::CB_B]) << "x " << x << " y " << y;
-        }
-        if (!pairs) {
-            ASSERT_EQ(s[3], 0) << "x " << x << " y " << y;
-        }
-    }
-    // An odd width leaves the last pair without a second pixel: it repeats the last column's luma.
-    if (pairs && r.width % 2 == 1) {
-        EXPECT_EQ(samples.back()[3], r.expected(r.width - 1, y).sample[Pixel::Y_G]);
-    }
-}
-
-void expectSectionsWithinLimits(const DeviceFileReader::Block& block) {
-    for (const DeviceFileReader::Section& section : block.sections) {
-        EXPECT_GE(section.length, 1u);
-        EXPECT_LE(section.length, 32767u);
-    }
-}
-
-// Bands of flat colour, a ramp and a stripe, changing every third line: runs, literals and
-// repeated lines all occur.
+// Flat bands, a ramp and a stripe, changing every third line: runs, literals and repeated lines all occur.
 TestPattern::BodyFn mixedContent(colorAxes_e axes, int width) {
     return [axes, width](int x, int y) {
         const int group = y / 3;
@@ -100,195 +88,123 @@ TestPattern::BodyFn mixedContent(colorAxes_e axes, int width) {
     };
 }
 
-struct LoopCase {
-    int width;
-    colorAxes_e axes;
-    sampling_e sampling;
-    uint8_t format;
-    bool pairs;
-};
-
+// Pairs for Y'CbCr with subsampled chroma, a sample per pixel otherwise; odd widths never ask for x = width.
 TEST(DeviceLoop, FileExpandsToThePatternsPixels) {
-    const LoopCase cases[] = {
-        {1920, PatternGen::Colour_YCbCr_709, PatternGen::Sampling_422, 0, true},
-        {1280, PatternGen::Colour_RGB_219, PatternGen::Sampling_444, 1, false},
-        {2048, PatternGen::Colour_YCbCr_2020, PatternGen::Sampling_444, 2, false},
-        {13, PatternGen::Colour_YCbCr_601, PatternGen::Sampling_422, 0, true},
-        {12, PatternGen::Colour_YCbCr_709, PatternGen::Sampling_420, 0, true},
-        {7, PatternGen::Colour_RGB, PatternGen::Sampling_422, 1, false},
-    };
+    const std::tuple<int, colorAxes_e, sampling_e, uint8_t, bool> cases[] = {
+        {1920, ycc, Sampling_422, 0, true},
+        {1280, Colour_RGB_219, Sampling_444, 1, false},
+        {2048, Colour_YCbCr_2020, Sampling_444, 2, false},
+        {13, Colour_YCbCr_601, Sampling_422, 0, true},
+        {12, ycc, Sampling_420, 0, true},
+        {7, rgb, Sampling_422, 1, false}};
     const int height = 10;
-    for (const LoopCase& c : cases) {
-        SCOPED_TRACE("width " + std::to_string(c.width) + " axes " + std::to_string(c.axes));
-        Render r(mixedContent(c.axes, c.width), c.width, height, c.axes, c.sampling);
-        EXPECT_EQ(Sample::b3Words, !c.pairs);
-        EXPECT_EQ(r.pattern.minX, 0);
-        EXPECT_EQ(r.pattern.maxX, c.width - 1);
-        EXPECT_EQ(r.pattern.minY, 0);
-        EXPECT_EQ(r.pattern.maxY, height - 1);
-        r.file.format = c.format;
-
-        const DeviceFileReader::File parsed = saveAndParse(r.file);
-        EXPECT_EQ(parsed.magic, std::string("PATTERN", 8));
-        EXPECT_EQ(parsed.layout, 1);
-        EXPECT_EQ(parsed.width, c.width);
-        EXPECT_EQ(parsed.multiBlock, 1);
-        EXPECT_EQ(parsed.bitDepth, 12);
-        EXPECT_EQ(parsed.format, c.format);
-        // Lines change every third line: 3 + 3 + 3 + 1.
-        ASSERT_EQ(parsed.blocks.size(), 4u);
+    for (const auto& [width, axes, sampling, format, pairs] : cases) {
+        SCOPED_TRACE("width " + std::to_string(width) + " axes " + std::to_string(axes));
+        Render r(mixedContent(axes, width), width, height, axes, sampling);
+        EXPECT_EQ(!pairs, Sample::b3Words);
+        EXPECT_EQ(std::make_tuple(0, width - 1, 0, height - 1),
+                  std::make_tuple(r.pattern.minX, r.pattern.maxX, r.pattern.minY, r.pattern.maxY));
+        r.file.format = format;
+        const DeviceFileReader::File parsed = r.saveAndParse();
+        EXPECT_EQ(std::make_tuple(std::string("PATTERN", 8), 1, width, 1, 12, int(format)),
+                  std::make_tuple(parsed.magic, int(parsed.layout), int(parsed.width), int(parsed.multiBlock),
+                                  int(parsed.bitDepth), int(parsed.format)));
+        ASSERT_EQ(4u, parsed.blocks.size());  // lines change every third line: 3 + 3 + 3 + 1
         int y = 0;
         for (size_t b = 0; b < parsed.blocks.size(); ++b) {
-            const DeviceFileReader::Block& block = parsed.blocks[b];
-            expectSectionsWithinLimits(block);
-            const std::vector<Components> samples = block.expand();
-            for (int line = 0; line < block.percentage; ++line, ++y) expectLineMatches(r, samples, y, c.pairs);
-            if (b > 0) {
-                EXPECT_NE(samples, parsed.blocks[b - 1].expand());
-            }
+            for (int line = 0; line < parsed.blocks[b].percentage; ++line) expectLine(r, parsed.blocks[b], y++, pairs);
+            EXPECT_TRUE(b == 0 || parsed.blocks[b - 1].expand() != parsed.blocks[b].expand()) << "block " << b;
         }
-        EXPECT_EQ(y, height);
+        EXPECT_EQ(height, y);
     }
 }
 
+// A run repeats the sample that ended the literal before it: A B B B C gives [A B], run 2 of B, [C].
 TEST(DeviceLoop, RunLengthRule) {
-    const auto sectionShape = [](const CompressedLine& line) {
-        std::vector<std::pair<uint32_t, size_t>> shape;  // (repeatCount, samples held)
-        for (const Section* s : line.sections) shape.emplace_back(s->repeatCount, s->samplePairs.size());
-        return shape;
-    };
-    using Shape = std::vector<std::pair<uint32_t, size_t>>;
-    const colorAxes_e ycc = PatternGen::Colour_YCbCr_709;
-
-    Render uniform([&](int, int) { return code(ycc, 940, 2048, 2048); }, 1920, 1, ycc, PatternGen::Sampling_422);
-    ASSERT_EQ(uniform.file.line_blocks.size(), 1u);
-    EXPECT_EQ(sectionShape(*uniform.file.line_blocks[0]), (Shape{{0, 1}, {959, 1}}));
-
-    // A A B gives [A], run 1 of A, [B].
-    Render aab([&](int x, int) { return code(ycc, x < 2 ? 500 : 600, 2048, 2048); }, 3, 1, ycc,
-               PatternGen::Sampling_444);
-    const CompressedLine& aabLine = *aab.file.line_blocks[0];
-    EXPECT_EQ(sectionShape(aabLine), (Shape{{0, 1}, {1, 1}, {0, 1}}));
-    EXPECT_EQ(aabLine.sections[1]->samplePairs[0].component[1], 500);
-    EXPECT_EQ(aabLine.sections[2]->samplePairs[0].component[1], 600);
-
-    // A B B B C gives [A B], run 2 of B, [C].
-    const int abbbc[] = {100, 200, 200, 200, 300};
-    Render runs([&](int x, int) { return code(ycc, abbbc[x], 2048, 2048); }, 5, 1, ycc, PatternGen::Sampling_444);
-    EXPECT_EQ(sectionShape(*runs.file.line_blocks[0]), (Shape{{0, 2}, {2, 1}, {0, 1}}));
-    EXPECT_EQ(runs.file.line_blocks[0]->sections[1]->samplePairs[0].component[1], 200);
+    using Shape = std::vector<std::tuple<uint32_t, size_t, int>>;  // repeat count, samples held, first luma
+    const std::vector<int> abbbc = {100, 200, 200, 200, 300}, aab = {500, 500, 600};
+    const std::tuple<int, sampling_e, std::function<int(int)>, Shape> cases[] = {
+        {1920, Sampling_422, [](int) { return 940; }, {{0, 1, 940}, {959, 1, 940}}},
+        {3, Sampling_444, [&](int x) { return aab[x]; }, {{0, 1, 500}, {1, 1, 500}, {0, 1, 600}}},
+        {5, Sampling_444, [&](int x) { return abbbc[x]; }, {{0, 2, 100}, {2, 1, 200}, {0, 1, 300}}}};
+    for (const auto& [width, sampling, lumaAt, expected] : cases) {
+        const auto& luma = lumaAt;
+        Render r([&](int x, int) { return code(ycc, luma(x), 2048, 2048); }, width, 1, ycc, sampling);
+        ASSERT_EQ(1u, r.file.line_blocks.size());
+        Shape shape;
+        for (const Section* s : r.file.line_blocks[0]->sections)
+            shape.emplace_back(s->repeatCount, s->samplePairs.size(), s->samplePairs.at(0).component[1]);
+        EXPECT_EQ(expected, shape) << "width " << width;
+    }
 }
 
-TEST(DeviceLoop, OddWidthPairsStayInsideThePicture) {
-    const colorAxes_e ycc = PatternGen::Colour_YCbCr_709;
-    Render r([&](int x, int) { return code(ycc, 300 + 100 * x, 2048 + x, 2048 - x); }, 5, 1, ycc,
-             PatternGen::Sampling_422);
-    EXPECT_EQ(r.pattern.maxX, 4);
-    const Section& literal = *r.file.line_blocks[0]->sections[0];
-    ASSERT_EQ(literal.samplePairs.size(), 3u);
-    const Sample last = literal.samplePairs[2];
-    EXPECT_EQ(last.component[0], 2048 - 4);
-    EXPECT_EQ(last.component[1], 700);
-    EXPECT_EQ(last.component[2], 2048 + 4);
-    EXPECT_EQ(last.component[3], 700);
-}
-
+// Only neighbours merge; more identical lines than a 16-bit percentage holds continue in a further block.
 TEST(DeviceLoop, IdenticalConsecutiveLinesMerge) {
-    const colorAxes_e rgb = PatternGen::Colour_RGB_219;
-    Render flat([&](int x, int) { return code(rgb, 256 + x, 256, 256); }, 8, 1080, rgb, PatternGen::Sampling_444);
-    ASSERT_EQ(flat.file.line_blocks.size(), 1u);
-    EXPECT_EQ(flat.file.line_blocks[0]->GetPercentage(), 1080);
-    EXPECT_FALSE(flat.file.singleBlock);
-    EXPECT_EQ(flat.file.blockLayout, 1u);
-    EXPECT_EQ(flat.file.lineWidth, 8);
-
-    Render halves([&](int, int y) { return code(rgb, y < 540 ? 256 : 3760, 256, 256); }, 8, 1080, rgb,
-                  PatternGen::Sampling_444);
-    ASSERT_EQ(halves.file.line_blocks.size(), 2u);
-    EXPECT_EQ(halves.file.line_blocks[0]->GetPercentage(), 540);
-    EXPECT_EQ(halves.file.line_blocks[1]->GetPercentage(), 540);
-
-    // Only neighbours merge: A A B A is three blocks.
-    Render aaba([&](int, int y) { return code(rgb, y == 2 ? 500 : 600, 256, 256); }, 4, 4, rgb,
-                PatternGen::Sampling_444);
-    ASSERT_EQ(aaba.file.line_blocks.size(), 3u);
-    EXPECT_EQ(aaba.file.line_blocks[0]->GetPercentage(), 2);
-    EXPECT_EQ(aaba.file.line_blocks[1]->GetPercentage(), 1);
-    EXPECT_EQ(aaba.file.line_blocks[2]->GetPercentage(), 1);
-
-    // More identical lines than a 16-bit percentage holds continue in a further block.
-    Render tall([&](int, int) { return code(rgb, 256, 256, 256); }, 2, 70000, rgb, PatternGen::Sampling_444);
-    ASSERT_EQ(tall.file.line_blocks.size(), 2u);
-    EXPECT_EQ(tall.file.line_blocks[0]->GetPercentage(), 65535);
-    EXPECT_EQ(tall.file.line_blocks[1]->GetPercentage(), 70000 - 65535);
-    EXPECT_TRUE(*tall.file.line_blocks[0] == *tall.file.line_blocks[1]);
+    const std::tuple<int, std::function<int(int)>, std::vector<uint16_t>> cases[] = {
+        {1080, [](int) { return 256; }, {1080}},
+        {1080, [](int y) { return y < 540 ? 256 : 3760; }, {540, 540}},
+        {4, [](int y) { return y == 2 ? 500 : 600; }, {2, 1, 1}},
+        {70000, [](int) { return 256; }, {65535, 70000 - 65535}}};
+    for (const auto& [height, lumaOfLineAt, percentages] : cases) {
+        const auto& lumaOfLine = lumaOfLineAt;
+        Render r([&](int x, int y) { return code(rgb, lumaOfLine(y) + x, 256, 256); }, 2, height, rgb, Sampling_444);
+        EXPECT_EQ(percentages, r.percentages()) << "height " << height;
+        EXPECT_EQ(std::make_tuple(false, 1u, 2),
+                  std::make_tuple(r.file.singleBlock, r.file.blockLayout, int(r.file.lineWidth)));
+    }
 }
 
+// Blocks are rendered from the listed lines only and stand for the lines up to them; a single entry is
+// marked as one block standing for the whole picture.
 TEST(DeviceLoop, LineRepeatsRenderListedLines) {
-    const colorAxes_e rgb = PatternGen::Colour_RGB;
-    const auto byLine = [&](int x, int y) { return code(rgb, y, x, 7); };
-
-    Render three(byLine, 4, 1080, rgb, PatternGen::Sampling_444, {{0, 99}, {1, 199}, {2, 1079}});
-    std::set<int> rows;
-    for (const auto& call : three.pattern.calls) rows.insert(call.second);
-    EXPECT_EQ(rows, (std::set<int>{99, 199, 1079}));
-    EXPECT_FALSE(three.file.singleBlock);
-    three.file.format = TovaKelmPatternFile::Format_RGB;  // as the driver sets it for "rgb"
-    const DeviceFileReader::File parsed = saveAndParse(three.file);
-    EXPECT_EQ(parsed.multiBlock, 1);
-    ASSERT_EQ(parsed.blocks.size(), 3u);
-    const int percentages[] = {100, 100, 880};
-    const int sources[] = {99, 199, 1079};
-    for (int b = 0; b < 3; ++b) {
-        EXPECT_EQ(parsed.blocks[b].percentage, percentages[b]);
-        expectLineMatches(three, parsed.blocks[b].expand(), sources[b], false);
+    const std::tuple<Repeats, std::vector<uint16_t>, bool> cases[] = {
+        {{{0, 99}, {1, 199}, {2, 1079}}, {100, 100, 880}, false}, {{{0, 1079}}, {100}, true}};
+    for (const auto& [repeats, percentages, single] : cases) {
+        Render r([](int x, int y) { return code(rgb, y, x, 7); }, 4, 1080, rgb, Sampling_444, repeats);
+        std::set<int> rows, listed;
+        for (const auto& call : r.pattern.calls) rows.insert(call.second);
+        for (const auto& entry : repeats) listed.insert(entry.second);
+        EXPECT_EQ(listed, rows);
+        EXPECT_EQ(std::make_tuple(single, percentages), std::make_tuple(r.file.singleBlock, r.percentages()));
+        r.file.format = TovaKelmPatternFile::Format_RGB;  // as the driver sets it for "rgb"
+        const DeviceFileReader::File parsed = r.saveAndParse();
+        EXPECT_EQ(!single, parsed.multiBlock);
+        ASSERT_EQ(repeats.size(), parsed.blocks.size());
+        for (size_t b = 0; b < parsed.blocks.size(); ++b) {
+            EXPECT_EQ(percentages[b], parsed.blocks[b].percentage);
+            expectLine(r, parsed.blocks[b], repeats[b].second, false);
+        }
     }
-
-    Render single(byLine, 4, 1080, rgb, PatternGen::Sampling_444, {{0, 1079}});
-    EXPECT_TRUE(single.file.singleBlock);
-    single.file.format = TovaKelmPatternFile::Format_RGB;
-    const DeviceFileReader::File one = saveAndParse(single.file);
-    EXPECT_EQ(one.multiBlock, 0);
-    ASSERT_EQ(one.blocks.size(), 1u);
-    EXPECT_EQ(one.blocks[0].percentage, 100);
-    expectLineMatches(single, one.blocks[0].expand(), 1079, false);
 }
 
-TEST(DeviceLoop, WarnsAboutWidthsTheDevicesRefuse) {
-    const colorAxes_e ycc = PatternGen::Colour_YCbCr_709;
-    const auto black = [&](int, int) { return code(ycc, 256, 2048, 2048); };
-    for (int width : {1280, 1920, 2048}) {
-        testing::internal::CaptureStdout();
-        Render r(black, width, 1, ycc, PatternGen::Sampling_422);
-        EXPECT_EQ(testing::internal::GetCapturedStdout().find("Warning"), std::string::npos) << width;
+TEST(DeviceLoop, WarnsAboutWidthsTheDevicesRefuseAndRendersThemAllTheSame) {
+    for (int width : {1280, 1920, 2048, 1366}) {
+        std::unique_ptr<Render> r;
+        const std::string printed = TestFiles::stdoutOf([&] {
+            r = std::make_unique<Render>([](int, int) { return code(ycc, 256, 2048, 2048); }, width, 2, ycc,
+                                         Sampling_422);
+        });
+        EXPECT_EQ(width == 1366 ? "Warning 1366 is not a valid Tova or Kelm pattern width\n" : "", printed);
+        EXPECT_EQ(std::vector<uint16_t>{2}, r->percentages()) << width;
     }
-    testing::internal::CaptureStdout();
-    Render odd(black, 1366, 2, ycc, PatternGen::Sampling_422);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Warning 1366 is not a valid Tova or Kelm pattern width\n");
-    ASSERT_EQ(odd.file.line_blocks.size(), 1u);
-    EXPECT_EQ(odd.file.line_blocks[0]->GetPercentage(), 2);
 }
 
+// 35000 equal pixels then 35000 distinct ones: both exceed what one section can hold.
 TEST(DeviceLoop, VeryWideLineSplitsIntoValidSections) {
-    // 35000 equal pixels then 35000 distinct ones: both exceed what one section can hold.
-    const colorAxes_e rgb = PatternGen::Colour_RGB;
-    const int width = 70000;
-    testing::internal::CaptureStdout();
-    Render r([&](int x, int) { return x < 35000 ? code(rgb, 100, 200, 300) : code(rgb, (x * 7) % 4096, 1, 2); }, width,
-             1, rgb, PatternGen::Sampling_444);
-    testing::internal::GetCapturedStdout();
-    r.file.format = TovaKelmPatternFile::Format_RGB;
-
-    const DeviceFileReader::File parsed = saveAndParse(r.file);
-    ASSERT_EQ(parsed.blocks.size(), 1u);
-    const DeviceFileReader::Block& block = parsed.blocks[0];
-    expectSectionsWithinLimits(block);
-    ASSERT_EQ(block.sections.size(), 5u);  // [A], run 32767, run 2232, literal 32767, literal 2233
-    EXPECT_EQ(block.sections[1].length, 32767u);
-    EXPECT_EQ(block.sections[2].length, 34999u - 32767u);
-    EXPECT_EQ(block.sections[3].length, 32767u);
-    EXPECT_EQ(block.sections[4].length, 35000u - 32767u);
-    expectLineMatches(r, block.expand(), 0, false);
+    std::unique_ptr<Render> r;
+    TestFiles::stdoutOf([&] {
+        r = std::make_unique<Render>(
+            [](int x, int) { return x < 35000 ? code(rgb, 100, 200, 300) : code(rgb, (x * 7) % 4096, 1, 2); }, 70000, 1,
+            rgb, Sampling_444);
+    });
+    r->file.format = TovaKelmPatternFile::Format_RGB;
+    const DeviceFileReader::File parsed = r->saveAndParse();
+    ASSERT_EQ(1u, parsed.blocks.size());
+    std::vector<uint32_t> lengths;
+    for (const DeviceFileReader::Section& section : parsed.blocks[0].sections) lengths.push_back(section.length);
+    // [A], run 32767, run 2232, literal 32767, literal 2233.
+    EXPECT_EQ((std::vector<uint32_t>{1, 32767, 34999 - 32767, 32767, 35000 - 32767}), lengths);
+    expectLine(*r, parsed.blocks[0], 0, false);
 }
 
 }  // namespace

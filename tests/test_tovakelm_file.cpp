@@ -1,32 +1,26 @@
-// The device pattern file model and writer: exact bytes, the independent reader's view, errors,
-// limits and the removal of files that fail part-way.
+// The device pattern file model and writer: exact bytes, the independent reader's view, errors, limits
+// and the removal of files that fail part-way.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <cstdio>
-#include <filesystem>
+#include <functional>
 #include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "TestFiles.h"
 #include "TovaKelmReader.h"
 #include "writeTovaKelm.h"
 
-namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
-
 namespace {
+
+using namespace TestFiles;
 
 Sample makeSample(uint16_t c0, uint16_t c1, uint16_t c2, uint16_t c3 = 0) {
     Sample s;
-    s.component[0] = c0;
-    s.component[1] = c1;
-    s.component[2] = c2;
-    s.component[3] = c3;
+    s.component[0] = c0, s.component[1] = c1, s.component[2] = c2, s.component[3] = c3;
     return s;
 }
 
@@ -37,320 +31,222 @@ CompressedLine* runLine(unsigned short count, const Sample& s, unsigned short pe
     return line;
 }
 
-template <typename Fn>
-std::string thrownMessage(Fn fn) {
+CompressedLine* literalLine(const std::vector<Sample>& samples) {
+    auto* line = new CompressedLine;
+    line->AddArray(static_cast<unsigned short>(samples.size()), samples.data());
+    return line;
+}
+
+std::string thrownMessage(const std::function<void()>& action) {
     try {
-        fn();
+        action();
     } catch (const std::runtime_error& e) {
         return e.what();
     }
     return "<nothing thrown>";
 }
 
+// Sample::b3Words is process-wide: each test starts and ends with the four-word form. Tests set it after
+// constructing a file, whose constructor resets it.
 class DeviceFileTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir = fs::path(::testing::TempDir()) / ("tovakelm_" + std::to_string(getpid()));
-        fs::create_directories(dir);
-        Sample::b3Words = false;
-    }
-    void TearDown() override {
-        fs::remove_all(dir);
-        Sample::b3Words = false;
-    }
-    std::string path(const std::string& name) const { return (dir / name).string(); }
+    void SetUp() override { Sample::b3Words = false; }
+    void TearDown() override { Sample::b3Words = false; }
 
-    // Saves and returns the bytes after the 16-byte header.
-    Bytes bodyOf(TovaKelmPatternFile& file) {
-        const std::string p = path("body.pat");
-        EXPECT_TRUE(file.Save(p));
-        Bytes bytes = DeviceFileReader::readBytes(p);
-        EXPECT_GE(bytes.size(), 16u);
-        return Bytes(bytes.begin() + 16, bytes.end());
+    Bytes saved(TovaKelmPatternFile& file, size_t from = 0) {
+        EXPECT_TRUE(file.Save(dir.path("f.pat")));
+        const Bytes bytes = readFile(dir.path("f.pat"));
+        return Bytes(bytes.begin() + std::min(from, bytes.size()), bytes.end());
     }
-
-    fs::path dir;
+    // The message a refused or failing Save throws; no file is left behind.
+    std::string refusal(TovaKelmPatternFile& file) {
+        const std::string message = thrownMessage([&] { file.Save(dir.path("refused.pat")); });
+        EXPECT_FALSE(exists(dir.path("refused.pat"))) << message;
+        return message;
+    }
+    ScratchDir dir;
 };
 
-TEST_F(DeviceFileTest, HeaderBytes) {
-    TovaKelmPatternFile multi;
-    multi.blockLayout = 1;
-    multi.lineWidth = 1920;
-    multi.singleBlock = false;
-    multi.format = TovaKelmPatternFile::Format_YCbCr422;
+TEST_F(DeviceFileTest, FileBytes) {
+    TovaKelmPatternFile multi;  // 1920-pixel 4:2:2 with several blocks
+    multi.blockLayout = 1, multi.lineWidth = 1920, multi.singleBlock = false;
     multi.AddBlock(runLine(959, makeSample(2048, 256, 2048, 256)));
     multi.AddBlock(runLine(959, makeSample(2048, 3760, 2048, 3760)));
-    ASSERT_TRUE(multi.Save(path("multi.pat")));
-    const Bytes bytes = DeviceFileReader::readBytes(path("multi.pat"));
-    const Bytes expected = {0x50, 0x41, 0x54, 0x54, 0x45, 0x52, 0x4E, 0x00,
-                            0x01, 0x07, 0x80, 0x01, 0x0C, 0x00, 0x00, 0x00};
-    ASSERT_GE(bytes.size(), 16u);
-    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 16), expected);
+    EXPECT_EQ(hex("50 41 54 54 45 52 4E 00 01 07 80 01 0C 00 00 00 | 0002 | 0001 0001 077E 0800 0100 0800 0100 |"
+                  "0001 0001 077E 0800 0EB0 0800 0EB0"),
+              saved(multi));
 
-    TovaKelmPatternFile single;
-    single.blockLayout = 1;
-    single.lineWidth = 2048;
-    single.format = TovaKelmPatternFile::Format_RGB;
+    TovaKelmPatternFile rgb;  // a single line-repeat entry leaves singleBlock true
+    rgb.blockLayout = 1, rgb.lineWidth = 2048, rgb.format = TovaKelmPatternFile::Format_RGB;
     Sample::b3Words = true;
-    single.AddBlock(runLine(100, makeSample(1, 2, 3)));
-    ASSERT_TRUE(single.Save(path("single.rgb")));
-    const Bytes rgb = DeviceFileReader::readBytes(path("single.rgb"));
-    EXPECT_EQ(rgb[9], 0x08);
-    EXPECT_EQ(rgb[10], 0x00);
-    EXPECT_EQ(rgb[11], 0x00);
-    EXPECT_EQ(rgb[13], 0x01);
-}
+    rgb.AddBlock(runLine(100, makeSample(1, 2, 3)));
+    EXPECT_EQ(hex("50 41 54 54 45 52 4E 00 01 08 00 00 0C 01 00 00 | 0001 | 0001 0001 00C8 0001 0002 0003"),
+              saved(rgb));
+    TovaKelmPatternFile literal;  // three-word samples read c0 c1 c2
+    Sample::b3Words = true;
+    literal.AddBlock(
+        literalLine({makeSample(0x0FFF, 0x0100, 0x0ABC, 0x7777), makeSample(1, 2, 3), makeSample(4, 5, 6)}));
+    EXPECT_EQ(hex("0001 0001 | 0000 0006 0FFF 0100 0ABC 0001 0002 0003 0004 0005 0006"), saved(literal, 16));
 
-TEST_F(DeviceFileTest, SectionAndSampleBytes) {
-    // A run of 1000 four-word samples: 2 x 1000 then Cb, Y, Cr, second Y.
-    TovaKelmPatternFile run;
-    run.blockLayout = 0;
+    TovaKelmPatternFile run;  // four-word samples read c2 c1 c0 c3: Cb, Y, Cr, second Y
     run.AddBlock(runLine(1000, makeSample(0x0111, 0x0222, 0x0333, 0x0444), 7));
-    EXPECT_EQ(bodyOf(run), (Bytes{0x00, 0x07, 0x00, 0x01, 0x07, 0xD0, 0x03, 0x33, 0x02, 0x22, 0x01, 0x11, 0x04, 0x44}));
+    EXPECT_EQ(hex("0007 0001 | 07D0 0333 0222 0111 0444"), saved(run, 16));
+    TovaKelmPatternFile emptyLiteral;
+    emptyLiteral.AddBlock(literalLine({}));
+    EXPECT_EQ(hex("0001 0001 | 0000 0000"), saved(emptyLiteral, 16));
 
-    // A literal of three three-word samples: 00 00, 2 x 3, then R G B each.
-    TovaKelmPatternFile literal;
-    Sample::b3Words = true;  // after construction: the constructor's Clear() resets it
-    const Sample rgb[3] = {makeSample(0x0FFF, 0x0100, 0x0ABC, 0x7777), makeSample(1, 2, 3), makeSample(4, 5, 6)};
-    auto* line = new CompressedLine;
-    line->AddArray(3, rgb);
-    literal.AddBlock(line);
-    EXPECT_EQ(bodyOf(literal), (Bytes{0x00, 0x01, 0x00, 0x01, 0x00, 0x00, 0x00, 0x06, 0x0F, 0xFF, 0x01, 0x00, 0x0A,
-                                      0xBC, 0x00, 0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x04, 0x00, 0x05, 0x00, 0x06}));
-
-    // An empty literal is 00 00 00 00.
-    TovaKelmPatternFile empty;
-    auto* emptyLine = new CompressedLine;
-    emptyLine->AddArray(0, nullptr);
-    empty.AddBlock(emptyLine);
-    EXPECT_EQ(bodyOf(empty), (Bytes{0x00, 0x01, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00}));
-}
-
-TEST_F(DeviceFileTest, BodyByBlockLayout) {
-    TovaKelmPatternFile noLines;
-    noLines.blockLayout = 1;
-    EXPECT_EQ(bodyOf(noLines), (Bytes{0x00, 0x00}));
-
-    noLines.blockLayout = 0;
-    EXPECT_EQ(bodyOf(noLines), Bytes{});
-
-    // Layout 1 counts and writes only the lines that hold sections.
+    // Layout 1 counts and writes the lines that hold sections; layout 0 writes the first line without a
+    // count; any other layout writes no body.
     TovaKelmPatternFile gap;
-    gap.blockLayout = 1;
     gap.AddBlock(runLine(5, makeSample(1, 1, 1, 1), 5));
     gap.AddBlock(new CompressedLine);
     gap.AddBlock(runLine(7, makeSample(2, 2, 2, 2), 7));
-    ASSERT_TRUE(gap.Save(path("gap.pat")));
-    const DeviceFileReader::File parsed = DeviceFileReader::parseFile(path("gap.pat"));
-    EXPECT_EQ(parsed.blockCount, 2);
-    ASSERT_EQ(parsed.blocks.size(), 2u);
-    EXPECT_EQ(parsed.blocks[0].percentage, 5);
-    EXPECT_EQ(parsed.blocks[1].percentage, 7);
-
-    // Layout 0 writes the first line only, without a count; any other layout writes no body.
-    gap.blockLayout = 0;
-    EXPECT_EQ(bodyOf(gap), (Bytes{0x00, 0x05, 0x00, 0x01, 0x00, 0x0A, 0x00, 0x01, 0x00, 0x01, 0x00, 0x01, 0x00, 0x01}));
-    gap.blockLayout = 2;
-    EXPECT_EQ(bodyOf(gap), Bytes{});
+    const std::tuple<uint32_t, size_t, const char*> layouts[] = {
+        {1, 3, "0002 | 0005 0001 000A 0001 0001 0001 0001 | 0007 0001 000E 0002 0002 0002 0002"},
+        {0, 3, "0005 0001 000A 0001 0001 0001 0001"},
+        {2, 3, ""},
+        {1, 0, "0000"},
+        {0, 0, ""}};
+    for (const auto& [layout, lines, body] : layouts) {
+        gap.blockLayout = layout;
+        if (lines == 0) gap.Clear();
+        EXPECT_EQ(hex(body), saved(gap, 16)) << "layout " << layout << ", " << lines << " lines";
+    }
 }
 
-TEST_F(DeviceFileTest, ExceptionMessages) {
-    FILE* scratch = tmpfile();
-    ASSERT_NE(scratch, nullptr);
-    EXPECT_EQ(thrownMessage([&] { CompressedLine().Save(scratch); }), "Zero length section is invalid!");
-    fclose(scratch);
-
-    TovaKelmPatternFile emptyFirst;
-    emptyFirst.AddBlock(new CompressedLine);
-    EXPECT_EQ(thrownMessage([&] { emptyFirst.Save(path("empty.pat")); }), "Zero length section is invalid!");
-    EXPECT_FALSE(fs::exists(path("empty.pat"))) << "a failed file is removed";
-
+// Errors of the model, and the limits of the 16-bit fields: the largest counts are written, one more is
+// refused before the file exists.
+TEST_F(DeviceFileTest, RefusalsAndLimits) {
+    const Sample s = makeSample(1, 2, 3, 4);
+    TovaKelmPatternFile noSections;
+    noSections.AddBlock(new CompressedLine);
+    EXPECT_EQ("Zero length section is invalid!", refusal(noSections));
     TovaKelmPatternFile twoInRun;
-    CompressedLine* line = runLine(4, makeSample(1, 2, 3, 4));
-    line->sections[0]->AddSamplePair(makeSample(5, 6, 7, 8));
-    twoInRun.AddBlock(line);
-    EXPECT_EQ(thrownMessage([&] { twoInRun.Save(path("run.pat")); }),
-              "Repeated TPSection block must have exactly 1 sample pair.");
-
+    twoInRun.AddBlock(runLine(4, s));
+    twoInRun.line_blocks[0]->sections[0]->AddSamplePair(s);
+    EXPECT_EQ("Repeated TPSection block must have exactly 1 sample pair.", refusal(twoInRun));
+    const std::string missing = dir.path("no/such/dir/card.pat");
+    EXPECT_EQ("Can't save file: " + missing, thrownMessage([&] { TovaKelmPatternFile().Save(missing); }));
     Section filled;
-    filled.AddSamplePair(makeSample(1, 1, 1));
-    EXPECT_EQ(thrownMessage([&] { filled.AddRepeatedSamplePair(3, makeSample(2, 2, 2)); }),
-              "Cannot add repeated samples - samplePairs not empty!");
+    filled.AddSamplePair(s);
+    EXPECT_EQ("Cannot add repeated samples - samplePairs not empty!",
+              thrownMessage([&] { filled.AddRepeatedSamplePair(3, s); }));
 
-    const std::string missing = path("no/such/dir/card.pat");
-    TovaKelmPatternFile file;
-    EXPECT_EQ(thrownMessage([&] { file.Save(missing); }), "Can't save file: " + missing);
+    TovaKelmPatternFile blocks;
+    blocks.blockLayout = 1;
+    for (int i = 0; i < 65535; ++i) blocks.AddBlock(runLine(1, s));
+    blocks.AddBlock(new CompressedLine);  // not counted
+    saved(blocks);
+    EXPECT_EQ(65535u, DeviceFileReader::parseFile(dir.path("f.pat")).blocks.size());
+    blocks.AddBlock(runLine(1, s));
+    EXPECT_EQ("Too many blocks for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(blocks));
+
+    TovaKelmPatternFile wide;
+    wide.AddBlock(new CompressedLine);
+    for (int i = 0; i < 65536; ++i) wide.line_blocks[0]->AddRun(1, s);
+    EXPECT_EQ("Too many sections in a line for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(wide));
+
+    TovaKelmPatternFile literal, run;
+    literal.AddBlock(literalLine(std::vector<Sample>(32767, s)));
+    run.AddBlock(runLine(32767, s));
+    EXPECT_EQ(16u + 4 + 4 + 32767 * 8, saved(literal).size());
+    EXPECT_EQ(16u + 4 + 2 + 8, saved(run).size());
+    literal.line_blocks[0]->sections[0]->samplePairs.push_back(s);
+    run.line_blocks[0]->sections[0]->repeatCount = 32768;
+    EXPECT_EQ("Literal section too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(literal));
+    EXPECT_EQ("Run too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(run));
 }
 
-TEST_F(DeviceFileTest, EqualityIgnoresPercentageOnly) {
-    const Sample a = makeSample(10, 20, 30, 40);
-    const Sample ab[2] = {a, makeSample(11, 21, 31, 41)};
+TEST_F(DeviceFileTest, FileFailingPartWayIsRemoved) {
+    TovaKelmPatternFile file;
+    std::vector<Sample> samples;
+    for (int i = 0; i < 20000; ++i) samples.push_back(makeSample(i % 4096, 1, 2, 3));
+    file.AddBlock(literalLine(samples));
+    std::string message;
+    {
+        FileSizeLimit limit(1000);
+        message = thrownMessage([&] { file.Save(dir.path("big.pat")); });
+    }
+    EXPECT_NE("<nothing thrown>", message);
+    EXPECT_FALSE(exists(dir.path("big.pat")));
+}
+
+// Lines are equal when their sections are: the percentage does not count, component 3 does, and a
+// literal of one sample is not a run of one.
+TEST_F(DeviceFileTest, EqualityComparesSectionsOnly) {
+    const std::vector<Sample> ab = {makeSample(10, 20, 30, 40), makeSample(11, 21, 31, 41)};
     const auto build = [&](unsigned short run, uint16_t fourth, unsigned short percentage) {
-        auto line = std::make_unique<CompressedLine>();
-        line->AddArray(2, ab);
-        Sample last = ab[1];
-        last.component[3] = fourth;
-        line->AddRun(run, last);
+        std::unique_ptr<CompressedLine> line(literalLine(ab));
+        line->AddRun(run, makeSample(11, 21, 31, fourth));
         line->SetPercentage(percentage);
         return line;
     };
     EXPECT_TRUE(*build(9, 41, 3) == *build(9, 41, 300));
     EXPECT_FALSE(*build(9, 41, 3) != *build(9, 41, 300));
     EXPECT_TRUE(*build(9, 41, 3) != *build(10, 41, 3));
-    EXPECT_TRUE(*build(9, 41, 3) != *build(9, 0, 3));  // component 3 counts even if never written
-
-    CompressedLine fewer;
-    fewer.AddArray(2, ab);
-    EXPECT_FALSE(fewer == *build(9, 41, 3));
-
-    // A literal of one sample is not a run of one.
+    EXPECT_TRUE(*build(9, 41, 3) != *build(9, 0, 3));
+    EXPECT_FALSE(*std::unique_ptr<CompressedLine>(literalLine(ab)) == *build(9, 41, 3));
     Section literal, run;
-    literal.AddSamplePair(a);
-    run.AddRepeatedSamplePair(1, a);
+    literal.AddSamplePair(ab[0]);
+    run.AddRepeatedSamplePair(1, ab[0]);
     EXPECT_TRUE(literal != run);
 }
 
+// Clear frees the lines (checked by the leak sanitizer) and resets all but the geometry.
 TEST_F(DeviceFileTest, ClearEmptiesTheFileButKeepsGeometry) {
     TovaKelmPatternFile file;
-    file.blockLayout = 1;
-    file.lineWidth = 1280;
-    file.format = 2;
-    file.singleBlock = false;
+    file.blockLayout = 1, file.lineWidth = 1280, file.format = 2, file.singleBlock = false;
     file.AddBlock(runLine(3, makeSample(1, 2, 3)));
-    ASSERT_TRUE(file.Save(path("clear.yc4")));
-    EXPECT_EQ(file.bitDepth, 12u);
+    saved(file);
+    EXPECT_EQ(12u, file.bitDepth);
     Sample::b3Words = true;
-    file.Clear();  // the line is freed (checked by the leak sanitizer)
-    EXPECT_TRUE(file.line_blocks.empty());
-    EXPECT_EQ(file.bitDepth, 10u);
-    EXPECT_EQ(file.format, 0u);
-    EXPECT_TRUE(file.singleBlock);
-    EXPECT_FALSE(Sample::b3Words);
-    EXPECT_EQ(file.blockLayout, 1u);
-    EXPECT_EQ(file.lineWidth, 1280u);
+    file.Clear();
+    EXPECT_EQ(std::make_tuple(size_t(0), 10u, 0u, true, false, 1u, uint16_t(1280)),
+              std::make_tuple(file.line_blocks.size(), file.bitDepth, file.format, file.singleBlock, Sample::b3Words,
+                              file.blockLayout, file.lineWidth));
 }
 
-TEST_F(DeviceFileTest, RandomFilesRoundTripThroughReader) {
+// Random lines of runs (up to the longest allowed) and literals, in both sample forms, come back from the
+// reader as the samples they were built from.
+TEST_F(DeviceFileTest, RandomFilesRoundTripThroughTheReader) {
     std::mt19937 random(5544);
+    const auto next = [&](uint32_t below) { return static_cast<uint16_t>(random() % below); };
     for (int trial = 0; trial < 20; ++trial) {
         const bool threeWords = trial % 2 == 0;
         TovaKelmPatternFile file;
-        file.blockLayout = 1;
-        file.lineWidth = static_cast<uint16_t>(random());
-        file.format = threeWords ? 1 : 0;
-        Sample::b3Words = threeWords;  // after construction: its Clear() resets the flag
+        file.blockLayout = 1, file.lineWidth = next(65536), file.format = threeWords;
+        Sample::b3Words = threeWords;
         std::vector<std::vector<DeviceFileReader::Components>> expected;
-        std::vector<uint16_t> percentages;
-        const int lines = 1 + static_cast<int>(random() % 6);
-        for (int l = 0; l < lines; ++l) {
-            auto* line = new CompressedLine;
-            std::vector<DeviceFileReader::Components> samples;
-            const int sections = 1 + static_cast<int>(random() % 8);
-            for (int s = 0; s < sections; ++s) {
-                const bool run = random() % 2 == 0;
-                const unsigned count = !run ? random() % 40 : random() % 4 == 0 ? 32767 : 1 + random() % 2000;
+        for (int l = 1 + next(6); l > 0; --l) {
+            file.AddBlock(new CompressedLine);
+            file.line_blocks.back()->SetPercentage(next(65535));
+            expected.emplace_back();
+            for (int section = 1 + next(8); section > 0; --section) {
+                const bool run = next(2) == 0;
+                const unsigned short count = !run ? next(40) : next(4) == 0 ? 32767 : 1 + next(2000);
                 std::vector<Sample> data;
                 for (unsigned i = 0; i < (run ? 1 : count); ++i)
-                    data.push_back(makeSample(random() % 4096, random() % 4096, random() % 4096,
-                                              threeWords ? 0 : random() % 4096));
+                    data.push_back(makeSample(next(4096), next(4096), next(4096), threeWords ? 0 : next(4096)));
                 if (run)
-                    line->AddRun(static_cast<unsigned short>(count), data[0]);
+                    file.line_blocks.back()->AddRun(count, data[0]);
                 else
-                    line->AddArray(static_cast<unsigned short>(count), data.data());
+                    file.line_blocks.back()->AddArray(count, data.data());
                 for (unsigned i = 0; i < count; ++i) {
-                    const Sample& sample = data[run ? 0 : i];
-                    samples.push_back(
-                        {sample.component[0], sample.component[1], sample.component[2], sample.component[3]});
+                    const uint16_t* c = data[run ? 0 : i].component;
+                    expected.back().push_back({c[0], c[1], c[2], c[3]});
                 }
             }
-            const uint16_t percentage = static_cast<uint16_t>(random());
-            line->SetPercentage(percentage);
-            percentages.push_back(percentage);
-            expected.push_back(samples);
-            file.AddBlock(line);
         }
-        ASSERT_TRUE(file.Save(path("random.pat")));
-        const DeviceFileReader::File parsed = DeviceFileReader::parseFile(path("random.pat"), threeWords ? 3 : 4);
-        EXPECT_EQ(parsed.magic, std::string("PATTERN", 8));
-        EXPECT_EQ(parsed.width, file.lineWidth);
-        ASSERT_EQ(parsed.blocks.size(), expected.size());
+        saved(file);
+        const DeviceFileReader::File parsed = DeviceFileReader::parseFile(dir.path("f.pat"), threeWords ? 3 : 4);
+        EXPECT_EQ(std::make_tuple(std::string("PATTERN", 8), file.lineWidth),
+                  std::make_tuple(parsed.magic, parsed.width));
+        ASSERT_EQ(expected.size(), parsed.blocks.size());
         for (size_t l = 0; l < expected.size(); ++l) {
-            EXPECT_EQ(parsed.blocks[l].percentage, percentages[l]);
-            EXPECT_EQ(parsed.blocks[l].expand(), expected[l]) << "trial " << trial << " line " << l;
+            EXPECT_EQ(file.line_blocks[l]->GetPercentage(), parsed.blocks[l].percentage);
+            EXPECT_EQ(expected[l], parsed.blocks[l].expand()) << "trial " << trial << " line " << l;
         }
     }
-}
-
-TEST_F(DeviceFileTest, OutOfRangeCountsAreRefusedBeforeTheFileExists) {
-    const Sample s = makeSample(1, 2, 3, 4);
-
-    TovaKelmPatternFile blocks;
-    blocks.blockLayout = 1;
-    for (int i = 0; i < 65535; ++i) blocks.AddBlock(runLine(1, s));
-    ASSERT_TRUE(blocks.Save(path("max.pat")));
-    const Bytes max = DeviceFileReader::readBytes(path("max.pat"));
-    EXPECT_EQ(max[16], 0xFF);
-    EXPECT_EQ(max[17], 0xFF);
-    blocks.AddBlock(new CompressedLine);  // empty lines are not counted
-    ASSERT_TRUE(blocks.Save(path("max.pat")));
-    blocks.AddBlock(runLine(1, s));
-    EXPECT_EQ(thrownMessage([&] { blocks.Save(path("blocks.pat")); }),
-              "Too many blocks for a Tova/Kelm pattern file: 65536 (at most 65535)");
-    EXPECT_FALSE(fs::exists(path("blocks.pat")));
-
-    TovaKelmPatternFile sections;
-    sections.blockLayout = 1;
-    auto* wide = new CompressedLine;
-    for (int i = 0; i < 65536; ++i) wide->AddRun(1, s);
-    sections.AddBlock(wide);
-    EXPECT_EQ(thrownMessage([&] { sections.Save(path("sections.pat")); }),
-              "Too many sections in a line for a Tova/Kelm pattern file: 65536 (at most 65535)");
-    EXPECT_FALSE(fs::exists(path("sections.pat")));
-
-    TovaKelmPatternFile literal;
-    const std::vector<Sample> many(32768, s);
-    auto* longLine = new CompressedLine;
-    longLine->AddArray(32768, many.data());
-    literal.AddBlock(longLine);
-    EXPECT_EQ(thrownMessage([&] { literal.Save(path("literal.pat")); }),
-              "Literal section too long for a Tova/Kelm pattern file: 32768 (at most 32767)");
-    longLine->sections[0]->samplePairs.pop_back();
-    EXPECT_TRUE(literal.Save(path("literal.pat")));
-
-    TovaKelmPatternFile run;
-    run.AddBlock(runLine(32768, s));
-    EXPECT_EQ(thrownMessage([&] { run.Save(path("run.pat")); }),
-              "Run too long for a Tova/Kelm pattern file: 32768 (at most 32767)");
-    EXPECT_FALSE(fs::exists(path("run.pat")));
-}
-
-TEST_F(DeviceFileTest, FileFailingPartWayIsRemoved) {
-    // Cap the size of files this process may write; writes beyond it fail with EFBIG.
-    rlimit saved{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
-    const auto previousHandler = signal(SIGXFSZ, SIG_IGN);
-    rlimit capped = saved;
-    capped.rlim_cur = 1000;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &capped), 0);
-
-    TovaKelmPatternFile file;
-    file.blockLayout = 1;
-    std::vector<Sample> samples;
-    for (int i = 0; i < 20000; ++i) samples.push_back(makeSample(i % 4096, 1, 2, 3));
-    auto* line = new CompressedLine;
-    line->AddArray(20000, samples.data());
-    file.AddBlock(line);
-    bool threw = false;
-    try {
-        file.Save(path("big.pat"));
-    } catch (const std::runtime_error&) {
-        threw = true;
-    }
-
-    setrlimit(RLIMIT_FSIZE, &saved);
-    signal(SIGXFSZ, previousHandler);
-    EXPECT_TRUE(threw);
-    EXPECT_FALSE(fs::exists(path("big.pat")));
 }
 
 }  // namespace

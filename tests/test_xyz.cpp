@@ -1,117 +1,76 @@
-// X'Y'Z' conversion of device pattern files: worked code values, properties of the curve, and
-// what a converted file looks like on disk.
+// X'Y'Z' conversion of device pattern files: worked code values, the shape of the grey scale, and what
+// a converted file looks like on disk.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <string>
-#include <vector>
+#include <array>
 
-#include "TovaKelmReader.h"
+#include "TestFiles.h"
 #include "writeTovaKelm.h"
 
 namespace {
 
-struct Code3 {
-    unsigned short a, b, c;
-};
+using Code3 = std::array<unsigned short, 3>;
 
-Sample rgb(unsigned short r, unsigned short g, unsigned short b) {
+Sample rgb(const Code3& c) {
     Sample s;
-    s.component[0] = r;
-    s.component[1] = g;
-    s.component[2] = b;
+    s.component[0] = c[0], s.component[1] = c[1], s.component[2] = c[2];
     return s;
 }
 
-Code3 toXYZ(unsigned short r, unsigned short g, unsigned short b) {
-    const Sample in = rgb(r, g, b);
+Code3 toXYZ(const Code3& in) {
+    const Sample from = rgb(in);
     Sample out;
-    XYZColourSpaceConvert(&in, &out, 1, false);
+    XYZColourSpaceConvert(&from, &out, 1, false);
     return {out.component[0], out.component[1], out.component[2]};
 }
 
-void expectCodes(const Code3& actual, unsigned short x, unsigned short y, unsigned short z) {
-    EXPECT_EQ(actual.a, x);
-    EXPECT_EQ(actual.b, y);
-    EXPECT_EQ(actual.c, z);
-}
-
 TEST(XYZConversion, WorkedCodeValues) {
-    expectCodes(toXYZ(3760, 3760, 3760), 3793, 3960, 3889);
-    expectCodes(toXYZ(3760, 256, 256), 2900, 2170, 16);
-    expectCodes(toXYZ(256, 3760, 256), 2417, 3492, 1222);
-    expectCodes(toXYZ(256, 256, 3760), 2013, 1415, 3814);
-    expectCodes(toXYZ(256, 256, 256), 16, 16, 16);
-    expectCodes(toXYZ(0, 100, 255), 16, 16, 16);
-    expectCodes(toXYZ(4095, 4000, 3761), 3793, 3960, 3889);  // super-white converts as white
+    const Code3 cases[][2] = {{{3760, 3760, 3760}, {3793, 3960, 3889}},  // studio white
+                              {{4095, 4000, 3761}, {3793, 3960, 3889}},  // super-white converts as white
+                              {{3760, 256, 256}, {2900, 2170, 16}},      // red
+                              {{256, 3760, 256}, {2417, 3492, 1222}},    // green
+                              {{256, 256, 3760}, {2013, 1415, 3814}},    // blue
+                              {{256, 256, 256}, {16, 16, 16}},           // black
+                              {{0, 100, 255}, {16, 16, 16}}};            // below black
+    for (const auto& c : cases) EXPECT_EQ(c[1], toXYZ(c[0])) << c[0][0] << " " << c[0][1] << " " << c[0][2];
 }
 
 TEST(XYZConversion, GreyScaleIsMonotonicAndInRange) {
-    Code3 previous = toXYZ(0, 0, 0);
+    Code3 previous = toXYZ({0, 0, 0});
     for (unsigned short v = 1; v <= 4095; ++v) {
-        const Code3 now = toXYZ(v, v, v);
-        ASSERT_GE(now.a, previous.a) << v;
-        ASSERT_GE(now.b, previous.b) << v;
-        ASSERT_GE(now.c, previous.c) << v;
-        ASSERT_GE(now.b, 16);
-        ASSERT_LE(now.b, 4079);
+        const Code3 now = toXYZ({v, v, v});
+        for (int i = 0; i < 3; ++i) {
+            ASSERT_GE(now[i], previous[i]) << v;
+            ASSERT_TRUE(now[i] >= 16 && now[i] <= 4079) << v;
+        }
         previous = now;
     }
 }
 
-class XYZFileTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        path = (std::filesystem::path(::testing::TempDir()) / ("xyz_" + std::to_string(getpid()) + ".xyz")).string();
-    }
-    void TearDown() override {
-        std::filesystem::remove(path);
-        Sample::b3Words = false;
-    }
-    std::string path;
-};
-
-TEST_F(XYZFileTest, ConvertedFileHasFormat3AndSixByteSamples) {
-    TovaKelmPatternFile file;
-    file.blockLayout = 1;
-    file.lineWidth = 1920;
-    file.singleBlock = false;
-    file.format = TovaKelmPatternFile::Format_RGB;
+// Samples are converted in place (a run keeps its length and its one sample) and written in three words
+// under format 3; a file without lines still becomes XYZ.
+TEST(XYZConversion, ConvertedFilesOnDisk) {
+    TestFiles::ScratchDir dir;
+    TovaKelmPatternFile file, empty;
+    file.blockLayout = 1, file.lineWidth = 1920, file.singleBlock = false, file.format = 1;
     auto* line = new CompressedLine;
-    const Sample bars[2] = {rgb(3760, 3760, 3760), rgb(3760, 256, 256)};
-    line->AddArray(2, bars);
-    line->AddRun(1918, rgb(256, 256, 3760));
+    const Sample whiteRed[2] = {rgb({3760, 3760, 3760}), rgb({3760, 256, 256})};
+    line->AddArray(2, whiteRed);
+    line->AddRun(1918, rgb({256, 256, 3760}));
     line->SetPercentage(1080);
     file.AddBlock(line);
-
     file.ConvertToXYZ();
-    EXPECT_EQ(file.format, 3u);
-    EXPECT_TRUE(Sample::b3Words);
-    ASSERT_TRUE(file.Save(path));
-
-    const std::vector<uint8_t> bytes = DeviceFileReader::readBytes(path);
-    ASSERT_EQ(bytes.size(), 16u + 2 + 4 + (4 + 2 * 6) + (2 + 6));
-    EXPECT_EQ(bytes[13], 3);
-    const DeviceFileReader::File parsed = DeviceFileReader::parse(bytes, 3);
-    ASSERT_EQ(parsed.blocks.size(), 1u);
-    const DeviceFileReader::Block& block = parsed.blocks[0];
-    EXPECT_EQ(block.percentage, 1080);
-    ASSERT_EQ(block.sections.size(), 2u);
-    EXPECT_EQ(block.sections[0].samples[0], (DeviceFileReader::Components{3793, 3960, 3889, 0}));
-    EXPECT_EQ(block.sections[0].samples[1], (DeviceFileReader::Components{2900, 2170, 16, 0}));
-    EXPECT_TRUE(block.sections[1].run);
-    EXPECT_EQ(block.sections[1].length, 1918u);
-    EXPECT_EQ(block.sections[1].samples[0], (DeviceFileReader::Components{2013, 1415, 3814, 0}));
-}
-
-TEST_F(XYZFileTest, EmptyFileStillBecomesXYZ) {
-    TovaKelmPatternFile empty;
     empty.ConvertToXYZ();
-    ASSERT_TRUE(empty.Save(path));
-    const std::vector<uint8_t> bytes = DeviceFileReader::readBytes(path);
-    ASSERT_EQ(bytes.size(), 16u);
-    EXPECT_EQ(bytes[13], 3);
+    EXPECT_EQ(3u, file.format);
+    EXPECT_TRUE(Sample::b3Words);
+    ASSERT_TRUE(file.Save(dir.path("bars.xyz")));
+    ASSERT_TRUE(empty.Save(dir.path("empty.xyz")));
+    // 1080 lines, 2 sections: white (3793, 3960, 3889) and red (2900, 2170, 16), then 1918 x blue (2013, 1415, 3814).
+    EXPECT_EQ(TestFiles::hex("50415454 45524E00 01 0780 01 0C 03 0000 | 0001 | 0438 0002 | 0000 0004 0ED1 0F78 0F31"
+                             "0B54 087A 0010 | 0EFC 07DD 0587 0EE6"),
+              TestFiles::readFile(dir.path("bars.xyz")));
+    EXPECT_EQ(TestFiles::hex("50415454 45524E00 00 0000 00 0C 03 0000"), TestFiles::readFile(dir.path("empty.xyz")));
+    Sample::b3Words = false;
 }
 
 }  // namespace

@@ -1,19 +1,18 @@
-// An independent reader of Tova/Kelm device pattern files for tests: parses every byte of the
-// layout (refusing truncated or over-long input) and expands blocks back into samples.
+// An independent reader of Tova/Kelm device pattern files for tests: parses every byte of the layout
+// (refusing truncated or over-long input) and expands blocks back into samples.
 #pragma once
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "TestFiles.h"
+
 namespace DeviceFileReader {
 
-// Components in model order: 0, 1, 2, 3 (for three-word samples component 3 reads as 0).
+// Components in model order 0 to 3; a three-word sample reads component 3 as 0.
 using Components = std::array<uint16_t, 4>;
 
 struct Section {
@@ -26,35 +25,25 @@ struct Block {
     uint16_t percentage = 0;
     std::vector<Section> sections;
 
-    // The line's samples in order: a literal contributes its samples, a run its sample length times.
+    // The line's samples in order: a literal gives its samples, a run its one sample `length` times.
     std::vector<Components> expand() const {
         std::vector<Components> out;
-        for (const Section& section : sections) {
-            if (section.run)
-                out.insert(out.end(), section.length, section.samples.at(0));
-            else
-                out.insert(out.end(), section.samples.begin(), section.samples.end());
-        }
+        for (const Section& s : sections)
+            for (size_t i = 0; i < (s.run ? s.length : s.samples.size()); ++i) out.push_back(s.samples[s.run ? 0 : i]);
         return out;
     }
 };
 
 struct File {
     std::string magic;
-    uint8_t layout = 0;
+    uint8_t layout = 0, multiBlock = 0, bitDepth = 0, format = 0;
     uint16_t width = 0;
-    uint8_t multiBlock = 0;
-    uint8_t bitDepth = 0;
-    uint8_t format = 0;
-    uint16_t reserved = 0;
-    bool hasCount = false;
-    uint16_t blockCount = 0;
     std::vector<Block> blocks;
 };
 
-class Cursor {
+class Reader {
 public:
-    explicit Cursor(const std::vector<uint8_t>& bytes) : bytes_(bytes) {}
+    Reader(const std::vector<uint8_t>& bytes, int wordsPerSample) : bytes_(bytes), words_(wordsPerSample) {}
 
     uint8_t byte() {
         if (pos_ >= bytes_.size()) throw std::runtime_error("truncated at byte " + std::to_string(pos_));
@@ -62,58 +51,44 @@ public:
     }
     uint16_t word() {
         const uint16_t high = byte();
-        return static_cast<uint16_t>((high << 8) | byte());
+        return static_cast<uint16_t>(high << 8 | byte());
     }
     bool atEnd() const { return pos_ == bytes_.size(); }
-    size_t position() const { return pos_; }
+
+    // Three words on file are components 0, 1, 2; four words are 2, 1, 0, 3.
+    Components sample() {
+        Components c{0, 0, 0, 0};
+        for (int index : words_ == 3 ? std::vector<int>{0, 1, 2} : std::vector<int>{2, 1, 0, 3}) c[index] = word();
+        return c;
+    }
+
+    // A zero first word opens a literal, whose doubled count follows; otherwise it is a run's doubled length.
+    Block block() {
+        Block block;
+        block.percentage = word();
+        block.sections.resize(word());
+        if (block.sections.empty()) throw std::runtime_error("block without sections");
+        for (Section& section : block.sections) {
+            const uint16_t first = word();
+            section.run = first != 0;
+            const uint16_t doubled = section.run ? first : word();
+            if (doubled & 1) throw std::runtime_error("odd length word");
+            section.length = doubled / 2u;
+            for (uint32_t s = 0; s < (section.run ? 1 : section.length); ++s) section.samples.push_back(sample());
+        }
+        return block;
+    }
 
 private:
     const std::vector<uint8_t>& bytes_;
+    int words_;
     size_t pos_ = 0;
 };
 
-inline Components readSample(Cursor& in, int words) {
-    Components c{0, 0, 0, 0};
-    if (words == 3) {
-        c[0] = in.word();
-        c[1] = in.word();
-        c[2] = in.word();
-    } else {
-        c[2] = in.word();
-        c[1] = in.word();
-        c[0] = in.word();
-        c[3] = in.word();
-    }
-    return c;
-}
-
-inline Block readBlock(Cursor& in, int words) {
-    Block block;
-    block.percentage = in.word();
-    const uint16_t sectionCount = in.word();
-    if (sectionCount == 0) throw std::runtime_error("block without sections");
-    for (uint16_t i = 0; i < sectionCount; ++i) {
-        Section section;
-        const uint16_t first = in.word();
-        if (first == 0) {
-            const uint16_t doubled = in.word();
-            if (doubled & 1) throw std::runtime_error("odd literal count word");
-            section.length = doubled / 2u;
-            for (uint32_t s = 0; s < section.length; ++s) section.samples.push_back(readSample(in, words));
-        } else {
-            if (first & 1) throw std::runtime_error("odd run length word");
-            section.run = true;
-            section.length = first / 2u;
-            section.samples.push_back(readSample(in, words));
-        }
-        block.sections.push_back(section);
-    }
-    return block;
-}
-
 // wordsPerSample 0 takes it from the format byte: four words for 4:2:2 (format 0), three otherwise.
 inline File parse(const std::vector<uint8_t>& bytes, int wordsPerSample = 0) {
-    Cursor in(bytes);
+    const uint8_t format = bytes.size() > 13 ? bytes[13] : 0;
+    Reader in(bytes, wordsPerSample != 0 ? wordsPerSample : format == 0 ? 4 : 3);
     File file;
     for (int i = 0; i < 8; ++i) file.magic.push_back(static_cast<char>(in.byte()));
     file.layout = in.byte();
@@ -121,27 +96,17 @@ inline File parse(const std::vector<uint8_t>& bytes, int wordsPerSample = 0) {
     file.multiBlock = in.byte();
     file.bitDepth = in.byte();
     file.format = in.byte();
-    file.reserved = in.word();
-    const int words = wordsPerSample != 0 ? wordsPerSample : (file.format == 0 ? 4 : 3);
-    if (file.layout == 1) {
-        file.hasCount = true;
-        file.blockCount = in.word();
-        for (uint16_t b = 0; b < file.blockCount; ++b) file.blocks.push_back(readBlock(in, words));
-    } else if (file.layout == 0 && !in.atEnd()) {
-        file.blocks.push_back(readBlock(in, words));
-    }
-    if (!in.atEnd()) throw std::runtime_error("trailing bytes after offset " + std::to_string(in.position()));
+    if (in.word() != 0) throw std::runtime_error("reserved header bytes are not zero");
+    if (file.layout == 1)
+        for (uint16_t count = in.word(); file.blocks.size() < count;) file.blocks.push_back(in.block());
+    else if (file.layout == 0 && !in.atEnd())
+        file.blocks.push_back(in.block());
+    if (!in.atEnd()) throw std::runtime_error("trailing bytes after the last block");
     return file;
 }
 
-inline std::vector<uint8_t> readBytes(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) throw std::runtime_error("cannot open " + path);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-}
-
 inline File parseFile(const std::string& path, int wordsPerSample = 0) {
-    return parse(readBytes(path), wordsPerSample);
+    return parse(TestFiles::readFile(path), wordsPerSample);
 }
 
 }  // namespace DeviceFileReader

@@ -1,0 +1,136 @@
+// Helpers for tests that write files and read them back: scratch directories, whole-file reads, byte
+// readers, golden bytes as hex text, command and captured output, test frames and a file-size limit.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+
+#include <cctype>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace TestFiles {
+
+using Bytes = std::vector<uint8_t>;
+
+// A fresh directory under /tmp, removed with its contents when the object goes.
+class ScratchDir {
+public:
+    ScratchDir() {
+        char pattern[] = "/tmp/pm5544_test_XXXXXX";
+        if (mkdtemp(pattern) == nullptr) ADD_FAILURE() << "mkdtemp failed";
+        dir_ = pattern;
+    }
+    ~ScratchDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir_, ignored);
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+
+private:
+    std::filesystem::path dir_;
+};
+
+inline Bytes readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline bool exists(const std::string& path) { return std::filesystem::exists(path); }
+
+// Bytes written as hex digits; anything else (spaces, '|') only groups them for the reader.
+inline Bytes hex(const std::string& text) {
+    std::string digits;
+    for (char c : text)
+        if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
+    Bytes bytes;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2) bytes.push_back(uint8_t(std::stoul(digits.substr(i, 2), 0, 16)));
+    return bytes;
+}
+
+// The unsigned number of `size` bytes at `at`, most or least significant byte first.
+inline uint32_t bigEndian(const Bytes& bytes, size_t at, int size = 4) {
+    uint32_t value = 0;
+    for (int i = 0; i < size; ++i) value = value << 8 | bytes.at(at + i);
+    return value;
+}
+inline uint32_t littleEndian(const Bytes& bytes, size_t at, int size = 4) {
+    uint32_t value = 0;
+    for (int i = size - 1; i >= 0; --i) value = value << 8 | bytes.at(at + i);
+    return value;
+}
+
+inline bool toolAvailable(const std::string& tool) {
+    return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// What a shell command writes to its standard output.
+inline std::string commandOutput(const std::string& command) {
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return output;
+    char chunk[4096];
+    for (size_t count; (count = fread(chunk, 1, sizeof chunk, pipe)) > 0;) output.append(chunk, count);
+    pclose(pipe);
+    return output;
+}
+
+// What `action` prints to standard output, or to standard error.
+template <typename Action>
+std::string stdoutOf(Action&& action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
+template <typename Action>
+std::string stderrOf(Action&& action) {
+    testing::internal::CaptureStderr();
+    action();
+    return testing::internal::GetCapturedStderr();
+}
+
+// Test frames: samples all different and spread over the 16-bit range, or pseudo-random (incompressible).
+inline std::vector<uint16_t> distinctSamples(size_t count, uint16_t offset = 0x0102) {
+    std::vector<uint16_t> samples(count);
+    for (size_t i = 0; i < count; ++i) samples[i] = static_cast<uint16_t>(i * 40503u + offset);
+    return samples;
+}
+inline std::vector<uint16_t> noiseSamples(size_t count) {
+    std::vector<uint16_t> samples(count);
+    uint32_t state = 12345;
+    for (uint16_t& sample : samples) sample = static_cast<uint16_t>((state = state * 1664525u + 1013904223u) >> 16);
+    return samples;
+}
+
+// While alive, writes past `bytes` fail with EFBIG instead of raising SIGXFSZ.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &saved_);
+        previousHandler_ = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limited = saved_;
+        limited.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &saved_);
+        std::signal(SIGXFSZ, previousHandler_);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit saved_{};
+    void (*previousHandler_)(int) = nullptr;
+};
+
+}  // namespace TestFiles
