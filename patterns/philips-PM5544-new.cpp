@@ -634,7 +634,6 @@ void PhilipsPm5544Spec::appendShapedLine(const std::vector<Pixel>& line, const s
     const size_t n = static_cast<size_t>(savedTransitionLength);
     const size_t front = (n + 1) / 2;
     const size_t back = n - front;
-    const size_t first = front;
     const size_t end = front + static_cast<size_t>(width);
     const size_t size = line.size();
     const bool useAbove = above != nullptr && above->size() == size;
@@ -655,11 +654,11 @@ void PhilipsPm5544Spec::appendShapedLine(const std::vector<Pixel>& line, const s
     while (runStart < end) {
         size_t runEnd = runStart + 1;
         while (runEnd < size && line[runEnd].sameCodes(line[runStart])) ++runEnd;
-        // Positions of this run with no change within reach of the near tests; a run that
-        // touches an end of the buffer has no change on that side.
+        // The positions of this run whose front predecessors and back successors all lie in
+        // it; a run that touches an end of the buffer has no change on that side.
         const size_t plainFrom = runStart == 0 ? 0 : runStart + front;
         const size_t plainTo = runEnd == size ? size : (runEnd > back ? runEnd - back : 0);
-        const size_t from = std::max(runStart, first);
+        const size_t from = std::max(runStart, front);
         const size_t to = std::min(runEnd, end);
         const size_t plainBegin = std::min(std::max(plainFrom, from), to);
         const size_t plainEnd = std::max(std::min(plainTo, to), plainBegin);
@@ -697,7 +696,8 @@ void PhilipsPm5544Spec::appendShapedLineWithMovedBounds(const RowLayout& row, co
         const std::ptrdiff_t from = std::max<std::ptrdiff_t>(std::min(now, before) + front - range, front);
         const std::ptrdiff_t to = std::min<std::ptrdiff_t>(std::max(now, before) + front + range, front + width);
         for (std::ptrdiff_t i = from; i < to; ++i) {
-            cardFrame[rowStart + static_cast<size_t>(i - front)] = shapePixel(line, static_cast<size_t>(i), edgeTransition);
+            cardFrame[rowStart + static_cast<size_t>(i - front)] =
+                shapePixel(line, static_cast<size_t>(i), edgeTransition);
         }
     }
 }
@@ -708,8 +708,8 @@ void PhilipsPm5544Spec::appendShapedLineWithMovedBounds(const RowLayout& row, co
 void PhilipsPm5544Spec::buildLineTables() {
     lineTables = std::make_unique<LineTables>();
     LineTables& tables = *lineTables;
-    // Below one line per grid pitch the grids' own arithmetic fails; the reference fill then
-    // fails the same way.
+    // With a grid pitch under one line the grids' own arithmetic divides by zero; such a
+    // raster keeps the reference fill, and fails there as it always did.
     const int64_t gridPitch = heightFraction(79, 1080);
     const int64_t toLinesDivisor = static_cast<int64_t>(aspectDen) * width;
     if (width <= 0 || gridPitch <= 0 || toLinesDivisor == 0 || (height * gridPitch * aspectNum) / toLinesDivisor <= 0)
@@ -717,9 +717,9 @@ void PhilipsPm5544Spec::buildLineTables() {
 
     tables.centreX = widthFraction(1, 2);
     tables.centreY = heightFraction(1, 2);
-    // insideCircleHeight's test r > sqrt(dx^2 + Y^2) is r^2 > dx^2 + Y^2 for integers this
-    // small: the sum is exact in a double, sqrt rounds correctly and r is exact, so rounding
-    // can neither lift a root below r to r nor drop one at or above r below it.
+    // insideCircleHeight's test r > sqrt(dx^2 + Y^2) is r^2 > dx^2 + Y^2 for integers far
+    // below 2^26: the sum is exact in a double, sqrt rounds correctly and r is exact, so
+    // rounding can neither lift a root below r to r nor drop one at or above r below it.
     const int64_t inner = h(252);
     const int64_t outline = h(254);
     tables.innerRadiusSquared = inner * inner;

@@ -65,7 +65,18 @@ public:
 
 private:
     // Bands inside the circle, top to bottom.
-    enum class Band { TopCap, IdBox, WhiteBar, SquareWave, Centre, ColourBars, Gratings, GreyScale, BlackBar, BottomCap };
+    enum class Band {
+        TopCap,
+        IdBox,
+        WhiteBar,
+        SquareWave,
+        Centre,
+        ColourBars,
+        Gratings,
+        GreyScale,
+        BlackBar,
+        BottomCap
+    };
     // Per-column tables of the fast line fill; built on first use, released at the end of setup().
     struct LineTables;
     // Which tables and which column intervals make up one row in the fast line fill.
@@ -80,8 +91,9 @@ private:
     void appendShapedLine(const std::vector<Pixel>& line, const std::vector<Pixel>* above,
                           const std::deque<double>& edgeTransition, size_t reach);
     void appendRowAbove();
-    void appendShapedLineWithMovedBounds(const RowLayout& row, const RowLayout& rowAbove, const std::vector<Pixel>& line,
-                                         const std::deque<double>& edgeTransition, size_t reach);
+    void appendShapedLineWithMovedBounds(const RowLayout& row, const RowLayout& rowAbove,
+                                         const std::vector<Pixel>& line, const std::deque<double>& edgeTransition,
+                                         size_t reach);
     bool shapingIsSilent(const std::deque<double>& edgeTransition) const;
     size_t shapingReach(const std::deque<double>& edgeTransition) const;
 

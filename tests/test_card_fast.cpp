@@ -50,8 +50,8 @@ bool identical(const Pixel& a, const Pixel& b) {
 ::testing::AssertionResult sameSequence(const std::vector<Pixel>& actual, const Pixel* expected, size_t count,
                                         const char* what, int row) {
     if (actual.size() != count)
-        return ::testing::AssertionFailure() << what << " row " << row << ": " << actual.size() << " pixels, expected "
-                                             << count;
+        return ::testing::AssertionFailure()
+               << what << " row " << row << ": " << actual.size() << " pixels, expected " << count;
     size_t mismatches = 0;
     size_t firstMismatch = 0;
     for (size_t i = 0; i < count; ++i) {
