@@ -1,11 +1,26 @@
-// Integer geometry, circle tests, init's report and palette, and overlay layers.
+// The pattern core: transition coefficients, integer geometry, circle tests, init's report and
+// palette, and overlay layers.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 
 #include "TestPattern.h"
 
 namespace {
+
+using Ramp = std::vector<double>;
+
+void expectRamp(const std::deque<double>& actual, const Ramp& expected) {
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(actual[i], expected[i], 5e-7) << "index " << i;
+}
+
+std::deque<double> ramp(double riseTime, double clockMHz) {
+    std::deque<double> c{0.25, 0.75};  // stale content must be replaced
+    TestPattern().calculateTransition(c, riseTime, clockMHz);
+    return c;
+}
 
 void resize(TestPattern& p, int w, int h, int an, int ad) {
     p.width = w;
@@ -14,14 +29,58 @@ void resize(TestPattern& p, int w, int h, int an, int ad) {
     p.aspectDen = ad;
 }
 
-std::string initReport(int w, int h, int an, int ad, PatternGen::quadrant_e q) {
-    TestPattern p;
-    testing::internal::CaptureStdout();
-    p.init(w, h, an, ad, PatternGen::Colour_RGB, PatternGen::Sampling_444, 12, q, 0, false);
-    return testing::internal::GetCapturedStdout();
+}  // namespace
+
+TEST(Transitions, WorkedCoefficientsAreAscendingAndSymmetric) {
+    expectRamp(ramp(25, 74.25), {0.068797, 0.330117, 0.669883, 0.931203});
+    expectRamp(ramp(25, 37.125), {0.180447, 0.819553});
+    expectRamp(ramp(15, 74.25), {0.226918, 0.773082});
+    expectRamp(ramp(15, 37.125), {0.5});
+    expectRamp(ramp(25, 148.5), {0.008452, 0.068797, 0.180447, 0.330117, 0.5, 0.669883, 0.819553, 0.931203, 0.991548});
+    EXPECT_TRUE(ramp(25, 13.5).empty());
+    for (double rise : {5.0, 15.0, 25.0, 100.0})
+        for (double clock : {13.5, 37.125, 74.25, 148.5, 297.0}) {
+            const std::deque<double> c = ramp(rise, clock);
+            for (size_t i = 0; i < c.size(); ++i) {
+                EXPECT_GT(c[i], i == 0 ? 0.0 : c[i - 1]);
+                EXPECT_NEAR(c[i] + c[c.size() - 1 - i], 1.0, 1e-15) << rise << " ns at " << clock << " MHz";
+            }
+        }
 }
 
-}  // namespace
+TEST(Transitions, ListsFollowTheSamplingAndSurviveSwitchingOff) {
+    TestPattern full, sub;
+    full.initQuietly(1920, 1080, 16, 9, PatternGen::Colour_RGB, PatternGen::Sampling_444);
+    EXPECT_EQ(full.transitionLength, 4);
+    EXPECT_EQ(full.chromaTransition, full.lumaTransition);
+    // Subsampled chroma runs at half the clock, each value twice.
+    sub.initQuietly(1920, 1080, 16, 9, PatternGen::Colour_RGB, PatternGen::Sampling_420);
+    EXPECT_EQ(sub.transitionLength, 4);
+    expectRamp(sub.chromaTransition, {0.180447, 0.180447, 0.819553, 0.819553});
+    sub.calculateTransition(25.0, 148.5);
+    EXPECT_EQ(sub.transitionLength, 9);
+    expectRamp(sub.chromaTransition, {0.068797, 0.068797, 0.330117, 0.330117, 0.669883, 0.669883, 0.931203, 0.931203});
+    // A zero rise time switches transitions off but keeps the lists; so does noRiseTime.
+    const std::deque<double> luma = sub.lumaTransition, chroma = sub.chromaTransition;
+    sub.calculateTransition(0.0, 74.25);
+    EXPECT_FALSE(sub.riseTimeEnabled);
+    EXPECT_EQ(sub.transitionLength, 0);
+    EXPECT_TRUE(sub.lumaTransition == luma && sub.chromaTransition == chroma);
+    sub.calculateTransition(15.0, 74.25);
+    EXPECT_TRUE(sub.riseTimeEnabled);
+    sub.noRiseTime();  // only the flag changes
+    EXPECT_TRUE(!sub.riseTimeEnabled && sub.transitionLength == 2);
+}
+
+TEST(Transitions, FreqToPixelsUsesTheSampleRateOfTheHeight) {
+    TestPattern p;  // 2160 lines before init
+    EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), 594.0);
+    const std::pair<int, double> cases[] = {{1090, 594.0}, {1089, 297.0}, {600, 297.0}, {599, 54.0}, {576, 54.0}};
+    for (const auto& [lines, pixels] : cases) {
+        p.height = lines;
+        EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), pixels) << lines << " lines";
+    }
+}
 
 TEST(Geometry, FractionsMultiplyLeftToRightThenTruncateOnce) {
     TestPattern p;
@@ -35,9 +94,9 @@ TEST(Geometry, FractionsMultiplyLeftToRightThenTruncateOnce) {
     EXPECT_EQ(p.aspectAdjustedHorizFraction(1, 7), 77);  // (720*3*1)/(4*7) = 77.1
 }
 
-TEST(Geometry, CirclesAtSquarePixelsMatchTheEuclideanTest) {
+TEST(Geometry, CirclesCompareTheTruncatedDistanceWithTheRadius) {
     TestPattern p;
-    resize(p, 1920, 1080, 16, 9);
+    resize(p, 1920, 1080, 16, 9);  // square pixels: the Euclidean test
     for (int r : {0, 1, 5, 13})
         for (int y = -15; y <= 15; ++y)
             for (int x = -15; x <= 15; ++x) {
@@ -45,10 +104,6 @@ TEST(Geometry, CirclesAtSquarePixelsMatchTheEuclideanTest) {
                 ASSERT_EQ(p.insideCircleHeight(x + 100, y - 40, 100, -40, r), inside) << x << "," << y << " r " << r;
                 ASSERT_EQ(p.insideCircleWidth(x - 7, y + 3, -7, 3, r), inside) << x << "," << y << " r " << r;
             }
-}
-
-TEST(Geometry, CirclesConvertEachCoordinateWithTruncation) {
-    TestPattern p;
     resize(p, 720, 576, 4, 3);
     EXPECT_TRUE(p.insideCircleHeight(100, 0, 0, 0, 107));   // x 100 is 106.67 lines, kept as 106
     EXPECT_FALSE(p.insideCircleHeight(100, 0, 0, 0, 106));  // exactly on the radius: outside
@@ -57,12 +112,16 @@ TEST(Geometry, CirclesConvertEachCoordinateWithTruncation) {
     EXPECT_FALSE(p.insideCircleWidth(0, 100, 0, 0, 93));
 }
 
-TEST(Init, ReportsTheCanvasDoubledInQuadrantMode) {
-    EXPECT_EQ(initReport(1920, 1080, 16, 9, PatternGen::Quadrant_None),
-              "Width x Height: 1920x1080\nAspect: 16:9\nPixel aspect: 1:1.000\n");
-    EXPECT_EQ(initReport(1920, 1080, 16, 9, PatternGen::Quadrant_TL),
+TEST(Init, ReportsTheCanvasDoubledInQuadrantModeAndThePixelAspect) {
+    const auto report = [](int w, int h, int an, int ad, PatternGen::quadrant_e q) {
+        TestPattern p;
+        testing::internal::CaptureStdout();
+        p.init(w, h, an, ad, PatternGen::Colour_RGB, PatternGen::Sampling_444, 12, q, 0, false);
+        return testing::internal::GetCapturedStdout();
+    };
+    EXPECT_EQ(report(1920, 1080, 16, 9, PatternGen::Quadrant_TL),
               "Width x Height: 3840x2160\nAspect: 16:9\nPixel aspect: 1:1.000\n");
-    EXPECT_EQ(initReport(720, 576, 4, 3, PatternGen::Quadrant_None),
+    EXPECT_EQ(report(720, 576, 4, 3, PatternGen::Quadrant_None),
               "Width x Height: 720x576\nAspect: 4:3\nPixel aspect: 1:0.938\n");
 }
 
@@ -74,7 +133,6 @@ TEST(Init, BarsAreInTheOutputAxesWith601FromAFixedTable) {
     EXPECT_TRUE(sd.bars100[6].sameCodes(Pixel(640, 3840, 1760, PatternGen::Colour_YCbCr_601)));
     // 75% yellow is converted from R'G'B' (3071, 3071, 0); scaling the table would give (2584, 705, 2264).
     EXPECT_TRUE(sd.bars75[1].sameCodes(Pixel(2584, 704, 2267, PatternGen::Colour_YCbCr_601)));
-
     hd.initQuietly(1920, 1080, 16, 9, PatternGen::Colour_YCbCr_709);
     EXPECT_TRUE(hd.bars100[1].sameCodes(Pixel(3507, 256, 2212)));
     EXPECT_TRUE(hd.bars100[7].sameCodes(Pixel(256, 2048, 2048)));

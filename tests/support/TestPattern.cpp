@@ -2,33 +2,18 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
-
-TestPattern::TestPattern(BodyFn fn) : bodyFn(std::move(fn)) {}
-
-void TestPattern::setup() {
-    ++setupCalls;
-    if (setupFn) setupFn(*this);
-}
 
 Pixel TestPattern::body(int x, int y) {
     ++bodyCalls;
-    if (x < minX) minX = x;
-    if (x > maxX) maxX = x;
-    if (y < minY) minY = y;
-    if (y > maxY) maxY = y;
+    minX = std::min(minX, x);
+    maxX = std::max(maxX, x);
+    minY = std::min(minY, y);
+    maxY = std::max(maxY, y);
     if (recordCalls) calls.emplace_back(x, y);
     return bodyFn ? bodyFn(x, y) : Pixel();
 }
-
-void TestPattern::getLineRepeats(std::vector<std::pair<int, int>>& list) {
-    if (useBaseLineRepeats)
-        PatternSpec::getLineRepeats(list);
-    else
-        list = lineRepeats;
-}
-
-bool TestPattern::useFullCanvasSize() { return fullCanvas; }
 
 void TestPattern::initQuietly(int w, int h, int an, int ad, PatternGen::colorAxes_e axes, PatternGen::sampling_e s,
                               int bits, PatternGen::quadrant_e q, bool taperOff) {

@@ -13,14 +13,19 @@ public:
     using BodyFn = std::function<Pixel(int x, int y)>;
 
     // Without a body function every pixel is the default Pixel().
-    explicit TestPattern(BodyFn bodyFn = nullptr);
+    explicit TestPattern(BodyFn fn = nullptr) : bodyFn(std::move(fn)) {}
 
-    void setup() override;
+    void setup() override { ++setupCalls; }
     Pixel body(int x, int y) override;
-    void getLineRepeats(std::vector<std::pair<int, int>>& list) override;
-    bool useFullCanvasSize() override;
+    void getLineRepeats(std::vector<std::pair<int, int>>& list) override {
+        if (useBaseLineRepeats)
+            PatternSpec::getLineRepeats(list);
+        else
+            list = lineRepeats;
+    }
+    bool useFullCanvasSize() override { return fullCanvas; }
 
-    // Renders a 12-bit Colour_RGB pattern with the given geometry, silencing init's output.
+    // init with its geometry report sent to /dev/null.
     void initQuietly(int width, int height, int aspectNum = 16, int aspectDen = 9,
                      PatternGen::colorAxes_e axes = PatternGen::Colour_RGB,
                      PatternGen::sampling_e sampling = PatternGen::Sampling_444, int bits = 12,
@@ -28,7 +33,6 @@ public:
 
     // Configuration.
     BodyFn bodyFn;
-    std::function<void(TestPattern&)> setupFn;
     bool fullCanvas = false;
     bool useBaseLineRepeats = true;
     std::vector<std::pair<int, int>> lineRepeats;
