@@ -182,11 +182,10 @@ TEST(Pixel, GoldenCodes) {
                {"deeper shifts", deeper, {3508, 256, 2212}}});
     // Alpha: full scale by default, kept by arithmetic, by axis group for noAlpha, shifted with
     // depth changes (whose levels are not rescaled).
-    const Pixel* noAlpha[] = {&rgb, &studio, &ycc, &rgbHdr};
     EXPECT_EQ(
         (std::vector<int>{black.sample[Pixel::ALPHA], rgb219.sample[Pixel::ALPHA], (base + offset).sample[Pixel::ALPHA],
-                          noAlpha[0]->noAlpha().sample[Pixel::ALPHA], noAlpha[1]->noAlpha().sample[Pixel::ALPHA],
-                          noAlpha[2]->noAlpha().sample[Pixel::ALPHA], noAlpha[3]->noAlpha().sample[Pixel::ALPHA],
+                          rgb.noAlpha().sample[Pixel::ALPHA], studio.noAlpha().sample[Pixel::ALPHA],
+                          ycc.noAlpha().sample[Pixel::ALPHA], rgbHdr.noAlpha().sample[Pixel::ALPHA],
                           truncated.sample[Pixel::ALPHA], deeper.sample[Pixel::ALPHA]}),
         (std::vector<int>{4095, 1023, 7, 4, 64, 64, 4, 255, 4092}));
     EXPECT_EQ((std::vector<int>{black.colourSpace.colourAxes, black.colourSpace.bitDepth, rgb219.colourSpace.blackLevel,
@@ -205,14 +204,15 @@ TEST(Pixel, Print) {
               "%s R:    3 G:    1 B:    2\n");
 }
 
-// Golden values, then every result against the plain rule: on the output grid within half a step,
-// chroma below its zero truncated, luma held below its ceiling.
+// Golden values (nothing to drop keeps the value), then every result against the plain rule: on
+// the output grid within half a step, chroma below its zero truncated, luma held below its ceiling.
 TEST(Rounding, GoldenValuesAndRules) {
     const unsigned golden[][2] = {
         {Rounding::roundChromaTo(16, 6, 0x7FE0), 0x7FC0}, {Rounding::roundChromaTo(16, 6, 0x8020), 0x8040},
         {Rounding::roundLumaTo(16, 8, 0xFFFF), 0xFE00},   {Rounding::roundTo(8, 0xFFFF), 0xFF00},
         {Rounding::roundLumaTo(16, 6, 0xFFFF), 0xFEC0},   {Rounding::roundLumaTo(16, 4, 0xFFFF), 0xFEF0},
-        {Rounding::roundLumaTo(16, 0, 0xFFFF), 0xFEFF},   {Rounding::roundTo(0, 0x1235), 0x1235}};
+        {Rounding::roundLumaTo(16, 0, 0xFFFF), 0xFEFF},   {Rounding::roundTo(0, 0x1235), 0x1235},
+        {Rounding::roundChromaTo(16, 0, 0xFFFF), 0xFFFF}};
     for (const auto& g : golden) EXPECT_EQ(g[0], g[1]) << std::hex << g[1];
     for (int s : {4, 6, 8}) {
         const unsigned step = 1u << s, grid = ~(step - 1), lumaCeiling = 0xFEFFu & grid;

@@ -34,11 +34,6 @@ void expectAll(const std::vector<Case>& cases) {
     for (const Case& c : cases) EXPECT_EQ(codes(c.got), c.want) << c.what;
 }
 
-Pixel assigned(Pixel p, void (Pixel::*assigner)(double, double, double), double r, double g, double b) {
-    (p.*assigner)(r, g, b);
-    return p;
-}
-
 int maxDifference(const Pixel& a, const Pixel& b) {
     int worst = 0;
     for (int i = 0; i < 3; ++i) worst = std::max(worst, std::abs(a.sample[i] - b.sample[i]));
@@ -80,26 +75,23 @@ double hlgInverseOetf(double signal) {
 TEST(SdrConversion, GoldenCodes) {
     const Pixel white(4095, 4095, 4095, Colour_RGB), yellow(4095, 0, 4095, Colour_RGB);
     const Pixel red219 = Pixel(1001, 1637, 3840).convertTo(Colour_RGB_219);
-    const Pixel p2020(100, 200, 300, Colour_YCbCr_2020, 10);
-    expectAll(
-        {{"white", white.convertTo(Colour_YCbCr_709), {3760, 2048, 2048}},
-         {"black", Pixel(0, 0, 0, Colour_RGB).convertTo(Colour_YCbCr_709), {256, 2048, 2048}},
-         {"yellow 709", yellow.convertTo(Colour_YCbCr_709), {3507, 256, 2212}},
-         {"yellow 2020", yellow.convertTo(Colour_YCbCr_2020), {3552, 256, 2192}},
-         {"yellow 601", yellow.convertTo(Colour_YCbCr_601), {3361, 256, 2340}},
-         {"red keeps B below black", red219, {256, 255, 3760}},
-         {"red back", red219.convertTo(Colour_YCbCr_709), {1001, 1637, 3840}},
-         {"2020 at 10 bits to itself", p2020.convertTo(Colour_YCbCr_2020), {400, 800, 1200}},
-         {"2020 decodes to 12 bits",
-          Pixel(940, 512, 512, Colour_YCbCr_2020, 10).convertTo(Colour_YCbCr_709),
-          {3760, 2048, 2048}},
-         {"RGB clamps", assigned(Pixel(0, 0, 0, Colour_RGB), &Pixel::assignRGBValues, 1.5, -0.2, 0.5), {0, 2048, 4095}},
-         {"RGB_219 keeps excursions",
-          assigned(Pixel(0, 0, 0, Colour_RGB_219), &Pixel::assignRGB219Values, 1.5, -0.5, 1.01),
-          {16, 3795, 4079}},
-         {"YCbCr is legal",
-          assigned(Pixel(0, 0, 0, Colour_YCbCr_709, 10), &Pixel::assignYCbCr709Values, 2.0, 2.0, 2.0),
-          {1019, 512, 512}}});
+    const Pixel p2020(100, 200, 300, Colour_YCbCr_2020, 10), white2020(940, 512, 512, Colour_YCbCr_2020, 10);
+    Pixel full(0, 0, 0, Colour_RGB), studio(0, 0, 0, Colour_RGB_219), ycc(0, 0, 0, Colour_YCbCr_709, 10);
+    full.assignRGBValues(1.5, -0.2, 0.5);
+    studio.assignRGB219Values(1.5, -0.5, 1.01);
+    ycc.assignYCbCr709Values(2.0, 2.0, 2.0);
+    expectAll({{"white", white.convertTo(Colour_YCbCr_709), {3760, 2048, 2048}},
+               {"black", Pixel(0, 0, 0, Colour_RGB).convertTo(Colour_YCbCr_709), {256, 2048, 2048}},
+               {"yellow 709", yellow.convertTo(Colour_YCbCr_709), {3507, 256, 2212}},
+               {"yellow 2020", yellow.convertTo(Colour_YCbCr_2020), {3552, 256, 2192}},
+               {"yellow 601", yellow.convertTo(Colour_YCbCr_601), {3361, 256, 2340}},
+               {"red keeps B below black", red219, {256, 255, 3760}},
+               {"red back", red219.convertTo(Colour_YCbCr_709), {1001, 1637, 3840}},
+               {"2020 at 10 bits to itself", p2020.convertTo(Colour_YCbCr_2020), {400, 800, 1200}},
+               {"2020 decodes to 12 bits", white2020.convertTo(Colour_YCbCr_709), {3760, 2048, 2048}},
+               {"RGB assigner clamps", full, {0, 2048, 4095}},
+               {"RGB_219 assigner keeps excursions", studio, {16, 3795, 4079}},
+               {"YCbCr assigner stays legal", ycc, {1019, 512, 512}}});
     // Depth and levels of results: 2020 rises to 12 bits with alpha; RGB to 2020 keeps its gamma law.
     const Pixel to12 = p2020.convertTo(Colour_YCbCr_2020);
     EXPECT_EQ(Ints({to12.colourSpace.bitDepth, to12.sample[Pixel::ALPHA]}), Ints({12, 4095}));
@@ -217,9 +209,9 @@ TEST(Conversion, EverySupportedPairConverts) {
 TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
     const Pixel white709(3760, 2048, 2048), white2020(940, 512, 512, Colour_YCbCr_2020, 10);
     const Pixel pq(509, 512, 512, Colour_YCbCr_PQ, 10), rgbPq = white709.convertTo(Colour_RGB_PQ);
-    const std::string at = "tools/Pixel[A-Za-z]*\\.cpp:[0-9]+: ", space = "\\(PatternGen::colorAxes_e\\) const";
+    const std::string at = "tools/Pixel[A-Za-z]*\\.cpp:[0-9]+: ", axisArg = "\\(PatternGen::colorAxes_e\\) const";
     const std::pair<std::function<void()>, std::string> failures[] = {
-        {[&] { white709.convertTo(Colour_YCbCr_601); }, "Pixel Pixel::convertTo" + space + ": Assertion `0"},
+        {[&] { white709.convertTo(Colour_YCbCr_601); }, "Pixel Pixel::convertTo" + axisArg + ": Assertion `0"},
         {[&] { pq.convertTo(Colour_YCbCr_709); }, "convertTo.*Assertion `axis == toSpace"},
         {[&] { white2020.convertTo(Colour_RGB_PQ); },
          "assignRGB219Values.*Assertion `axis == PatternGen::Colour_RGB_219"},
@@ -237,11 +229,12 @@ TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
          "slog3ColourSpace == PatternGen::Colour_YCbCr_SLog3_Live_Mapped"},
         {[&] { white709.convertRGB709toRGBHDR(1, 1, 1, Colour_YCbCr_PQ); }, "convertRGB709toRGBHDR.*Assertion `0"},
         {[&] { white709.convertTo(Colour_YCbCr_SLog3_Live).convertTo(Colour_RGB_SLog3); },
-         "Pixel Pixel::convertYCbCrHDRToRGB" + space + ": Assertion `toSpace == PatternGen::Colour_RGB_SLog3_Live"},
-        {[&] { rgbPq.convertTo(Colour_YCbCr_HLG); }, "convertHDRFromRGB.*Assertion `0"}};
-    for (const auto& [run, report] : failures) EXPECT_DEATH(run(), at + "[^\n]*" + report + "' failed\\.");
+         "Pixel Pixel::convertYCbCrHDRToRGB" + axisArg + ": Assertion `toSpace == PatternGen::Colour_RGB_SLog3_Live"}};
+    for (const auto& [run, report] : failures) EXPECT_DEATH(run(), at + "[^\n]*" + report + "' failed\\.") << report;
     // The invalid-conversion message goes to standard output before the report.
-    EXPECT_DEATH((dup2(2, 1), rgbPq.convertTo(Colour_YCbCr_HLG)), "convertHDRFromRGB invalid from 13 to 6\n.*" + at);
+    EXPECT_DEATH(
+        (dup2(2, 1), rgbPq.convertTo(Colour_YCbCr_HLG)),
+        "convertHDRFromRGB invalid from 13 to 6\n.*" + at + "[^\n]*convertHDRFromRGB[^\n]*Assertion `0' failed\\.");
 }
 
 // The first unsupported target of every source stops too (one fork per source keeps this quick).

@@ -11,9 +11,9 @@ using namespace PatternGen;
 namespace {
 
 using Samples = std::vector<uint16_t>;
+using Lines = std::vector<std::pair<int, int>>;
 
 Pixel rgb(int r, int g, int b) { return Pixel(g, b, r, Colour_RGB); }
-Pixel white(int, int) { return rgb(4095, 4095, 4095); }
 // Unique per coordinate: R from x, G from y, B from both.
 Pixel coordinates(int x, int y) { return rgb(2000 + x, 100 + y, 1000 + x + 10 * y); }
 
@@ -30,23 +30,43 @@ void expectStored(const uint16_t* px, const Pixel& chroma, const Pixel& luma) {
                        uint16_t(chroma.sample[Pixel::CB_B] * 16)}));
 }
 
+// Line-repeat loop over a 3 x 10 pattern whose pixel G is its source line: the stored lines' G.
+std::vector<int> storedSourceLines(const Lines& list) {
+    TestPattern p([](int x, int y) { return rgb(x, y, 7); });
+    p.useBaseLineRepeats = false;
+    p.lineRepeats = list;
+    p.initQuietly(3, 10);
+    Samples lines(3 * 10 * 3);
+    Lines repeats;
+    int height = 10;
+    EXPECT_TRUE(p.run_body(0, 3, height, repeats, reinterpret_cast<unsigned char*>(lines.data())));
+    EXPECT_EQ(repeats, list);
+    std::vector<int> sources;
+    for (int n = 0; n < height; ++n) sources.push_back(lines[n * 9 + 1] / 16);
+    return sources;
+}
+
 }  // namespace
 
-TEST(FullFrameLoop, CoordinateRangesPerQuadrantAndFullCanvas) {
+// Each rendered row goes to the next frame row, from the first, whatever the first y.
+TEST(FullFrameLoop, EveryQuadrantFillsTheFrameFromItsFirstRow) {
     const struct {
         quadrant_e quadrant;
         bool fullCanvas;
-        std::vector<int> range;  // min x, max x, min y, max y
-    } cases[] = {{Quadrant_None, false, {-8, 7, 0, 5}},  {Quadrant_None, true, {0, 15, 0, 5}},
-                 {Quadrant_TL, false, {-16, -1, 0, 5}},  {Quadrant_TR, false, {0, 15, 0, 5}},
-                 {Quadrant_BL, false, {-16, -1, 6, 11}}, {Quadrant_BR, false, {0, 15, 6, 11}}};
+        int x0, y0;
+    } cases[] = {{Quadrant_None, false, -8, 0}, {Quadrant_None, true, 0, 0},  {Quadrant_TL, false, -16, 0},
+                 {Quadrant_TR, false, 0, 0},    {Quadrant_BL, false, -16, 6}, {Quadrant_BR, false, 0, 6}};
     for (const auto& c : cases) {
-        TestPattern p;
+        TestPattern p(coordinates);
         p.fullCanvas = c.fullCanvas;
-        p.initQuietly(16, 6, 16, 9, Colour_RGB, Sampling_444, 12, c.quadrant);
-        frameOf(p, 16, 6);
-        EXPECT_EQ((std::vector<int>{p.minX, p.maxX, p.minY, p.maxY}), c.range) << "quadrant " << c.quadrant;
-        EXPECT_EQ(p.bodyCalls, 96);
+        p.initQuietly(16, 6, 16, 9, Colour_RGB, Sampling_444, 12, c.quadrant, true);
+        const Samples f = frameOf(p, 16, 6);
+        EXPECT_EQ(p.bodyCalls, 96) << "quadrant " << c.quadrant;
+        for (int i = 0; i < 96; ++i) {
+            const Pixel expected = coordinates(c.x0 + i % 16, c.y0 + i / 16);
+            expectStored(&f[i * 4], expected, expected);
+            EXPECT_EQ(f[i * 4 + 3], 4095 * 16);
+        }
     }
     // Full-canvas patterns refuse quadrant mode before anything is rendered.
     TestPattern refused;
@@ -58,19 +78,6 @@ TEST(FullFrameLoop, CoordinateRangesPerQuadrantAndFullCanvas) {
     EXPECT_EQ(f, Samples(16 * 6 * 4, 0xABCD));
 }
 
-TEST(FullFrameLoop, RowsFillTheFrameInRasterOrderFromItsFirstRow) {
-    TestPattern p(coordinates);
-    p.recordCalls = true;
-    p.initQuietly(4, 3, 16, 9, Colour_RGB, Sampling_444, 12, Quadrant_BL, true);
-    const Samples f = frameOf(p, 4, 3);
-    for (int i = 0; i < 12; ++i) {
-        const Pixel expected = coordinates(i % 4 - 4, i / 4 + 3);
-        EXPECT_EQ(p.calls[i], std::make_pair(i % 4 - 4, i / 4 + 3));
-        expectStored(&f[i * 4], expected, expected);
-        EXPECT_EQ(f[i * 4 + 3], 4095 * 16);
-    }
-}
-
 TEST(FullFrameLoop, TenBitPixelsAreWidenedToTwelveBits) {
     TestPattern p([](int, int) { return Pixel(940, 512, 512, Colour_YCbCr_709, 10); });
     p.initQuietly(4, 2, 16, 9, Colour_YCbCr_709, Sampling_444, 10, Quadrant_None, true);
@@ -80,23 +87,23 @@ TEST(FullFrameLoop, TenBitPixelsAreWidenedToTwelveBits) {
 }
 
 TEST(FullFrameLoop, EdgeTaperBlendsTheOuterTwoColumnsTowardsBlack) {
-    TestPattern p(white), narrow(white), off(white), noRise(white);
-    p.initQuietly(8, 1);
-    const Samples f = frameOf(p, 8, 1);
-    const int expected[] = {409, 2743, 4095, 4095, 4095, 4095, 2743, 409};  // 4095 x 0.1 and x 0.67, truncated
-    for (int col = 0; col < 8; ++col)
-        expectStored(&f[col * 4], rgb(expected[col], expected[col], expected[col]),
-                     rgb(expected[col], expected[col], expected[col]));
+    // A white frame's samples (R, G, B, alpha per pixel) divided by 16.
+    const auto whiteFrame = [](int width, bool taperOff, bool riseTime) {
+        TestPattern p([](int, int) { return rgb(4095, 4095, 4095); });
+        p.initQuietly(width, 1, 16, 9, Colour_RGB, Sampling_444, 12, Quadrant_None, taperOff);
+        if (!riseTime) p.noRiseTime();
+        Samples f = frameOf(p, width, 1);
+        for (uint16_t& v : f) v /= 16;
+        return f;
+    };
+    const int taper[] = {409, 2743, 4095, 4095, 4095, 4095, 2743, 409};  // 4095 x 0.1 and x 0.67, truncated
+    const Samples wide = whiteFrame(8, false, true);
+    for (int col = 0; col < 8; ++col) EXPECT_EQ(Samples(&wide[col * 4], &wide[col * 4 + 3]), Samples(3, taper[col]));
     // Two columns: each is tapered from the left, then from the right (409 -> 274, 2743 -> 274).
-    narrow.initQuietly(2, 1);
-    EXPECT_EQ(frameOf(narrow, 2, 1),
-              (Samples{274 * 16, 274 * 16, 274 * 16, 4095 * 16, 274 * 16, 274 * 16, 274 * 16, 4095 * 16}));
+    EXPECT_EQ(whiteFrame(2, false, true), (Samples{274, 274, 274, 4095, 274, 274, 274, 4095}));
     // No taper when suppressed or when transitions are off.
-    off.initQuietly(8, 1, 16, 9, Colour_RGB, Sampling_444, 12, Quadrant_None, true);
-    EXPECT_EQ(frameOf(off, 8, 1)[0], 4095 * 16);
-    noRise.initQuietly(8, 1);
-    noRise.noRiseTime();
-    EXPECT_EQ(frameOf(noRise, 8, 1)[0], 4095 * 16);
+    EXPECT_EQ(whiteFrame(8, true, true)[0], 4095);
+    EXPECT_EQ(whiteFrame(8, false, false)[0], 4095);
 }
 
 // Odd columns take the chroma of the even column to their left, and in 4:2:0 odd rows that of the
@@ -125,46 +132,23 @@ TEST(FullFrameLoop, SubsampledChromaIsHeldFromTheLastEvenColumnAndRow) {
     }
 }
 
-namespace {
-
-// Line-repeat loop over a pattern whose pixel G is its source line; returns the stored lines' G.
-std::vector<int> storedSourceLines(const std::vector<std::pair<int, int>>& list, int& height) {
-    TestPattern p([](int x, int y) { return rgb(x, y, 7); });
-    p.useBaseLineRepeats = false;
-    p.lineRepeats = list;
-    p.initQuietly(3, 10);
-    Samples lines(3 * 10 * 3);
-    std::vector<std::pair<int, int>> repeats;
-    height = 10;
-    EXPECT_TRUE(p.run_body(0, 3, height, repeats, reinterpret_cast<unsigned char*>(lines.data())));
-    EXPECT_EQ(repeats, list);
-    std::vector<int> sources;
-    for (int n = 0; n < height; ++n) sources.push_back(lines[n * 9 + 1] / 16);
-    return sources;
-}
-
-}  // namespace
-
+// Stored line n shows the source line of the first pair for n; the first missing n ends the list.
 TEST(LineRepeatLoop, StoredLinesFollowTheFirstPairOfEachIndexUntilAGap) {
-    int h = 0;
-    EXPECT_EQ(storedSourceLines({{1, 5}, {0, 0}, {2, 9}}, h), (std::vector<int>{0, 5, 9}));
-    EXPECT_EQ(h, 3);
-    EXPECT_EQ(storedSourceLines({{0, 2}, {1, 4}, {3, 6}}, h), (std::vector<int>{2, 4}));
-    EXPECT_EQ(storedSourceLines({{0, 3}, {0, 8}, {1, 1}}, h), (std::vector<int>{3, 1}));
-    EXPECT_EQ(storedSourceLines({{1, 3}, {2, 4}}, h), (std::vector<int>{}));
-    EXPECT_EQ(h, 0);
+    EXPECT_EQ(storedSourceLines({{1, 5}, {0, 0}, {2, 9}}), (std::vector<int>{0, 5, 9}));
+    EXPECT_EQ(storedSourceLines({{0, 2}, {1, 4}, {3, 6}}), (std::vector<int>{2, 4}));
+    EXPECT_EQ(storedSourceLines({{0, 3}, {0, 8}, {1, 1}}), (std::vector<int>{3, 1}));
+    EXPECT_EQ(storedSourceLines({{1, 3}, {2, 4}}), (std::vector<int>{}));
 }
 
 TEST(LineRepeatLoop, WithoutAListEveryLineIsStoredFromTheTopLeftAsRGBOrYCbCr) {
     TestPattern p(coordinates);
     p.initQuietly(6, 4);
     int h = 4;
-    std::vector<std::pair<int, int>> repeats{{9, 9}};
+    Lines repeats{{9, 9}};
     Samples lines(6 * 4 * 3);
     p.run_body(0, 6, h, repeats, reinterpret_cast<unsigned char*>(lines.data()));
     EXPECT_TRUE(repeats.empty());
-    EXPECT_EQ(h, 4);
-    EXPECT_EQ((std::vector<int>{p.minX, p.maxX, p.minY, p.maxY}), (std::vector<int>{0, 5, 0, 3}));
+    EXPECT_EQ((std::vector<int>{h, p.minX, p.maxX, p.minY, p.maxY}), (std::vector<int>{4, 0, 5, 0, 3}));
     EXPECT_EQ(Samples(&lines[36], &lines[39]), (Samples{2000 * 16, 102 * 16, 1020 * 16}));  // R, G, B; no taper
     // Y'CbCr is stored Y, Cb, Cr, with 10-bit codes widened to 12 bits.
     for (int bits : {10, 12}) {
