@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 #include <set>
 #include <string>
 #include <tuple>
@@ -25,7 +24,7 @@ constexpr colorAxes_e ycc = Colour_YCbCr_709, rgb = Colour_RGB;
 // A pixel given as (Y or G, Cb or B, Cr or R) in the axes under test, 12 bits.
 Pixel code(colorAxes_e axes, int yg, int cbb, int crr) { return Pixel(yg, cbb, crr, axes, 12); }
 
-// Runs the loop over a test pattern into `file`.
+// Runs the loop over a test pattern into `file`, keeping what it prints.
 struct Render {
     Render(TestPattern::BodyFn body, int width, int height, colorAxes_e axes, sampling_e sampling, Repeats repeats = {})
         : pattern(std::move(body)), width(width), axes(axes) {
@@ -33,8 +32,7 @@ struct Render {
         pattern.useBaseLineRepeats = repeats.empty();
         pattern.lineRepeats = repeats;
         pattern.recordCalls = true;
-        pattern.calls.clear();
-        EXPECT_TRUE(pattern.run_body(0, width, height, lineRepeats, file));
+        printed = TestFiles::stdoutOf([&] { EXPECT_TRUE(pattern.run_body(0, width, height, lineRepeats, file)); });
     }
 
     // The samples source line y gives: (Cr, Y, Cb, 0) per pixel, or per pair (Cr, Y, Cb, Y of the odd
@@ -68,6 +66,7 @@ struct Render {
     colorAxes_e axes;
     Repeats lineRepeats;
     TovaKelmPatternFile file;
+    std::string printed;
 };
 
 // Every section of a block keeps within the format, and the block expands to source line y.
@@ -179,32 +178,24 @@ TEST(DeviceLoop, LineRepeatsRenderListedLines) {
 
 TEST(DeviceLoop, WarnsAboutWidthsTheDevicesRefuseAndRendersThemAllTheSame) {
     for (int width : {1280, 1920, 2048, 1366}) {
-        std::unique_ptr<Render> r;
-        const std::string printed = TestFiles::stdoutOf([&] {
-            r = std::make_unique<Render>([](int, int) { return code(ycc, 256, 2048, 2048); }, width, 2, ycc,
-                                         Sampling_422);
-        });
-        EXPECT_EQ(width == 1366 ? "Warning 1366 is not a valid Tova or Kelm pattern width\n" : "", printed);
-        EXPECT_EQ(std::vector<uint16_t>{2}, r->percentages()) << width;
+        Render r([](int, int) { return code(ycc, 256, 2048, 2048); }, width, 2, ycc, Sampling_422);
+        EXPECT_EQ(width == 1366 ? "Warning 1366 is not a valid Tova or Kelm pattern width\n" : "", r.printed);
+        EXPECT_EQ(std::vector<uint16_t>{2}, r.percentages()) << width;
     }
 }
 
 // 35000 equal pixels then 35000 distinct ones: both exceed what one section can hold.
 TEST(DeviceLoop, VeryWideLineSplitsIntoValidSections) {
-    std::unique_ptr<Render> r;
-    TestFiles::stdoutOf([&] {
-        r = std::make_unique<Render>(
-            [](int x, int) { return x < 35000 ? code(rgb, 100, 200, 300) : code(rgb, (x * 7) % 4096, 1, 2); }, 70000, 1,
-            rgb, Sampling_444);
-    });
-    r->file.format = TovaKelmPatternFile::Format_RGB;
-    const DeviceFileReader::File parsed = r->saveAndParse();
+    Render r([](int x, int) { return x < 35000 ? code(rgb, 100, 200, 300) : code(rgb, (x * 7) % 4096, 1, 2); }, 70000,
+             1, rgb, Sampling_444);
+    r.file.format = TovaKelmPatternFile::Format_RGB;
+    const DeviceFileReader::File parsed = r.saveAndParse();
     ASSERT_EQ(1u, parsed.blocks.size());
     std::vector<uint32_t> lengths;
     for (const DeviceFileReader::Section& section : parsed.blocks[0].sections) lengths.push_back(section.length);
     // [A], run 32767, run 2232, literal 32767, literal 2233.
     EXPECT_EQ((std::vector<uint32_t>{1, 32767, 34999 - 32767, 32767, 35000 - 32767}), lengths);
-    expectLine(*r, parsed.blocks[0], 0, false);
+    expectLine(r, parsed.blocks[0], 0, false);
 }
 
 }  // namespace

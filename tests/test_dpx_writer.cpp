@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "TestFiles.h"
@@ -72,18 +73,18 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     const Bytes file = readFile(dir.path("out/dir/test.dpx"));
     ASSERT_EQ(kDataOffset + 12 * 4 * 4, file.size());
 
-    // Each field is checked, then cleared in a copy of the header, which must be all zero afterwards.
+    // Each field is checked, then cleared in a copy of the header, which must be all zero afterwards. At 0:
+    // "XPDS", data at 8192, "V2.0", file size 8384, no ditto key, generic header 768; at 660: not encrypted;
+    // at 768: orientation 0, one element, 12 x 4, unsigned, reference codes 64 and 940 for 0.0 and 1.0,
+    // descriptor 50, BT.709 transfer and colorimetry, 10 bits, packing 1, no encoding, data at 8192.
     const auto text = [](const std::string& t) { return Bytes(t.begin(), t.end()); };
     const std::pair<size_t, Bytes> fields[] = {
-        // "XPDS", data at 8192, "V2.0", file size 8384, no ditto key, generic header 768
         {0, hex("58504453 00200000 56322E30 00000000 C0200000 00000000 00030000")},
         {36, text("test.dpx")},
         {160, text("pm5544 tests")},
         {260, text("card")},
         {460, text("none")},
-        {660, hex("FFFFFFFF")},  // not encrypted
-        // orientation 0, one element, 12 x 4, unsigned, reference codes 64 and 940 for 0.0 and 1.0,
-        // descriptor 50, BT.709 transfer and colorimetry, 10 bits, packing 1, no encoding, data at 8192
+        {660, hex("FFFFFFFF")},
         {768, hex("0000 0100 0C000000 04000000 00000000 40000000 00000000 AC030000 0000803F 32 06 06 0A 0100 0000"
                   "00200000")}};
     Bytes rest(file.begin(), file.begin() + kDataOffset);
@@ -119,39 +120,37 @@ TEST(DpxWriter, TextFieldsAreCutToTheirSize) {
     EXPECT_EQ("ABC", timeStampZone(stamp)) << stamp;
 }
 
-// The top ten bits of each sample, without rounding, in bits 31-22, 21-12 and 11-2.
+// The top ten bits of each sample, without rounding, in bits 31-22, 21-12 and 11-2: the words 0xFFC00000,
+// 0x00000FFC and 0x00001004, stored little-endian.
 TEST(DpxWriter, WordPackingKeepsTheTopTenBits) {
     ScratchDir dir;
     std::vector<uint16_t> frame = {0xFFFF, 0, 0, 0xFFFF, 0, 0, 0xFFFF, 0, 0x003F, 0x0040, 0x007F, 0};
     ASSERT_EQ(0, write(frame, DPX::kCbYCr, 3, 1, dir.path("w.dpx")));
     const Bytes file = readFile(dir.path("w.dpx"));
-    EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"),
-              Bytes(file.begin() + kDataOffset, file.end()));  // words 0xFFC00000, ...
+    EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(file.begin() + kDataOffset, file.end()));
 }
 
 // Line sizes, file sizes and every line's data by descriptor: width 12 packs 4:2:2 in whole groups of six,
 // width 7 leaves a tail of one pair and one pixel, padded to a whole word.
 TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
-    const struct {
-        DPX::eFormat format;
-        int width, height;
-        size_t lineBytes, fileSize;
-    } cases[] = {{DPX::kRGB, 7, 3, 28, 8192 + 84},           {DPX::kCbYCr, 7, 3, 28, 8192 + 84},
-                 {DPX::kCbYCrY, 12, 4, 32, 8192 + 128},      {DPX::kCbYCrY, 7, 4, 20, 8192 + 80},
-                 {DPX::kRGBA, 12, 2, 64, 8192 + 128},        {DPX::kRGB, 1920, 1080, 7680, 8302592},
-                 {DPX::kCbYCrY, 1920, 2, 5120, 8192 + 10240}};
+    // Descriptor, width, height, line size, file size.
+    const std::tuple<DPX::eFormat, int, int, size_t, size_t> cases[] = {
+        {DPX::kRGB, 7, 3, 28, 8192 + 84},           {DPX::kCbYCr, 7, 3, 28, 8192 + 84},
+        {DPX::kCbYCrY, 12, 4, 32, 8192 + 128},      {DPX::kCbYCrY, 7, 4, 20, 8192 + 80},
+        {DPX::kRGBA, 12, 2, 64, 8192 + 128},        {DPX::kRGB, 1920, 1080, 7680, 8302592},
+        {DPX::kCbYCrY, 1920, 2, 5120, 8192 + 10240}};
     ScratchDir dir;
-    for (const auto& c : cases) {
-        SCOPED_TRACE("descriptor " + std::to_string(c.format) + " width " + std::to_string(c.width));
-        std::vector<uint16_t> frame = distinctSamples(size_t(c.width) * c.height * 4, 0x1234);
-        ASSERT_EQ(0, write(frame, c.format, c.width, c.height, dir.path("f.dpx")));
+    for (const auto& [format, width, height, lineBytes, fileSize] : cases) {
+        SCOPED_TRACE("descriptor " + std::to_string(format) + " width " + std::to_string(width));
+        std::vector<uint16_t> frame = distinctSamples(size_t(width) * height * 4, 0x1234);
+        ASSERT_EQ(0, write(frame, format, width, height, dir.path("f.dpx")));
         const Bytes file = readFile(dir.path("f.dpx"));
-        ASSERT_EQ(c.fileSize, file.size());
-        EXPECT_EQ(c.fileSize, littleEndian(file, 16));
-        EXPECT_EQ(c.format, file.at(800));
-        for (int row : {0, 1, 2, 3, c.height - 1}) {
-            const int y = std::min(row, c.height - 1);
-            ASSERT_EQ(expectedLine(frame, c.format, c.width, y, c.lineBytes), unpackLine(file, c.lineBytes, y)) << y;
+        ASSERT_EQ(fileSize, file.size());
+        EXPECT_EQ(fileSize, littleEndian(file, 16));
+        EXPECT_EQ(format, file.at(800));
+        for (int row : {0, 1, 2, 3, height - 1}) {
+            const int y = std::min(row, height - 1);
+            ASSERT_EQ(expectedLine(frame, format, width, y, lineBytes), unpackLine(file, lineBytes, y)) << y;
         }
     }
 }
@@ -174,21 +173,15 @@ TEST(DpxWriter, FfmpegDecodesAnRgbFile) {
 TEST(DpxWriter, WriteFailuresReturnMinusOneAndLeaveNoFile) {
     ScratchDir dir;
     std::vector<uint16_t> frame = distinctSamples(64 * 64 * 4);
-    const struct {
-        std::string path;
-        rlim_t limit;
-    } cases[] = {
-        {dir.path("missing/x.dpx"), RLIM_INFINITY}, {dir.path("limited.dpx"), 10000}, {"/dev/full", RLIM_INFINITY}};
-    for (const auto& c : cases) {
-        if (c.path == "/dev/full" && !std::filesystem::is_character_file(c.path)) continue;
-        int result = 0;
-        {
-            FileSizeLimit limit(c.limit);
-            result = write(frame, DPX::kRGB, 64, 64, c.path);
-        }
-        EXPECT_EQ(-1, result) << c.path;
-        EXPECT_EQ(c.path == "/dev/full", exists(c.path)) << c.path;
+    EXPECT_EQ(-1, write(frame, DPX::kRGB, 64, 64, dir.path("missing/x.dpx")));
+    int limited = 0;
+    {
+        FileSizeLimit limit(10000);
+        limited = write(frame, DPX::kRGB, 64, 64, dir.path("limited.dpx"));
     }
+    EXPECT_EQ(-1, limited);
+    EXPECT_FALSE(exists(dir.path("missing/x.dpx")) || exists(dir.path("limited.dpx")));
+    EXPECT_TRUE(!std::filesystem::is_character_file("/dev/full") || write(frame, DPX::kRGB, 64, 64, "/dev/full") == -1);
 }
 
 }  // namespace

@@ -41,29 +41,30 @@ struct File {
     std::vector<Block> blocks;
 };
 
-class Reader {
-public:
-    Reader(const std::vector<uint8_t>& bytes, int wordsPerSample) : bytes_(bytes), words_(wordsPerSample) {}
-
-    uint8_t byte() {
-        if (pos_ >= bytes_.size()) throw std::runtime_error("truncated at byte " + std::to_string(pos_));
-        return bytes_[pos_++];
-    }
-    uint16_t word() {
+inline File parseFile(const std::string& path) {
+    const std::vector<uint8_t> bytes = TestFiles::readFile(path);
+    size_t at = 0;
+    const auto byte = [&]() -> uint8_t {
+        if (at >= bytes.size()) throw std::runtime_error("truncated at byte " + std::to_string(at));
+        return bytes[at++];
+    };
+    const auto word = [&]() {
         const uint16_t high = byte();
         return static_cast<uint16_t>(high << 8 | byte());
-    }
-    bool atEnd() const { return pos_ == bytes_.size(); }
+    };
+    File file;
+    for (int i = 0; i < 8; ++i) file.magic.push_back(static_cast<char>(byte()));
+    file.layout = byte();
+    file.width = word();
+    file.multiBlock = byte();
+    file.bitDepth = byte();
+    file.format = byte();
+    if (word() != 0) throw std::runtime_error("reserved header bytes are not zero");
 
-    // Three words on file are components 0, 1, 2; four words are 2, 1, 0, 3.
-    Components sample() {
-        Components c{0, 0, 0, 0};
-        for (int index : words_ == 3 ? std::vector<int>{0, 1, 2} : std::vector<int>{2, 1, 0, 3}) c[index] = word();
-        return c;
-    }
-
+    // Four words (format 0, 4:2:2) are components 2, 1, 0, 3; three words are components 0, 1, 2.
+    const std::vector<int> order = file.format == 0 ? std::vector<int>{2, 1, 0, 3} : std::vector<int>{0, 1, 2};
     // A zero first word opens a literal, whose doubled count follows; otherwise it is a run's doubled length.
-    Block block() {
+    const auto block = [&]() {
         Block block;
         block.percentage = word();
         block.sections.resize(word());
@@ -74,39 +75,18 @@ public:
             const uint16_t doubled = section.run ? first : word();
             if (doubled & 1) throw std::runtime_error("odd length word");
             section.length = doubled / 2u;
-            for (uint32_t s = 0; s < (section.run ? 1 : section.length); ++s) section.samples.push_back(sample());
+            section.samples.resize(section.run ? 1 : section.length, Components{0, 0, 0, 0});
+            for (Components& sample : section.samples)
+                for (int index : order) sample[index] = word();
         }
         return block;
-    }
-
-private:
-    const std::vector<uint8_t>& bytes_;
-    int words_;
-    size_t pos_ = 0;
-};
-
-// wordsPerSample 0 takes it from the format byte: four words for 4:2:2 (format 0), three otherwise.
-inline File parse(const std::vector<uint8_t>& bytes, int wordsPerSample = 0) {
-    const uint8_t format = bytes.size() > 13 ? bytes[13] : 0;
-    Reader in(bytes, wordsPerSample != 0 ? wordsPerSample : format == 0 ? 4 : 3);
-    File file;
-    for (int i = 0; i < 8; ++i) file.magic.push_back(static_cast<char>(in.byte()));
-    file.layout = in.byte();
-    file.width = in.word();
-    file.multiBlock = in.byte();
-    file.bitDepth = in.byte();
-    file.format = in.byte();
-    if (in.word() != 0) throw std::runtime_error("reserved header bytes are not zero");
+    };
     if (file.layout == 1)
-        for (uint16_t count = in.word(); file.blocks.size() < count;) file.blocks.push_back(in.block());
-    else if (file.layout == 0 && !in.atEnd())
-        file.blocks.push_back(in.block());
-    if (!in.atEnd()) throw std::runtime_error("trailing bytes after the last block");
+        for (uint16_t count = word(); file.blocks.size() < count;) file.blocks.push_back(block());
+    else if (file.layout == 0 && at < bytes.size())
+        file.blocks.push_back(block());
+    if (at != bytes.size()) throw std::runtime_error("trailing bytes after the last block");
     return file;
-}
-
-inline File parseFile(const std::string& path, int wordsPerSample = 0) {
-    return parse(TestFiles::readFile(path), wordsPerSample);
 }
 
 }  // namespace DeviceFileReader
