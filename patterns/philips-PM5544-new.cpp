@@ -14,6 +14,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "LargeBuffer.h"
+
 using PatternGen::colorAxes_e;
 
 namespace {
@@ -433,6 +435,7 @@ void PhilipsPm5544Spec::deriveParameters() {
     pulseBarWidth = h(252);
     redBoxWidth = h(42);
     cardFrame.reserve(static_cast<size_t>(width) * static_cast<size_t>(height));
+    LargeBuffer::adviseHugePages(cardFrame.data(), cardFrame.capacity() * sizeof(Pixel));
 }
 
 // Black padding, then the rendered pixels, then black padding: output column x lands at buffer
