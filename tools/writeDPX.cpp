@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
-#include <system_error>
 #include <vector>
+
+#include "OutputFile.h"
 
 namespace {
 
@@ -211,13 +211,6 @@ bool writeImageData(FILE* file, const unsigned short* frame, DPX::eFormat format
     return true;
 }
 
-// Removes a file this writer created but could not complete, so a full disk does not leave a
-// truncated DPX behind. Only regular files are removed: a device such as /dev/full stays.
-void removeIncompleteFile(const char* fileName) {
-    std::error_code error;
-    if (std::filesystem::is_regular_file(fileName, error))
-        std::remove(fileName);
-}
 
 }  // namespace
 
@@ -238,7 +231,7 @@ int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, 
     const bool closed = std::fclose(file) == 0;
     if (written && closed)
         return 0;
-    removeIncompleteFile(fileName);
+    OutputFile::removeIncomplete(fileName);
     return -1;
 }
 

@@ -6,21 +6,14 @@
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
-#include <filesystem>
-#include <system_error>
+
+#include "OutputFile.h"
 
 namespace {
 
 const int kSamplesPerPixel = 4;
 const int kBytesPerPixel = kSamplesPerPixel * 2;
 
-// Removes a file this writer created but could not complete, so no truncated PNG is left behind.
-// Only regular files are removed: a device such as /dev/full stays.
-void removeIncompleteFile(const char* fileName) {
-    std::error_code error;
-    if (std::filesystem::is_regular_file(fileName, error))
-        std::remove(fileName);
-}
 
 // The row copies handed to libpng. Kept outside the function that calls setjmp, so their values are
 // well defined when libpng jumps back with an error and they can still be freed.
@@ -106,7 +99,7 @@ int writePng(unsigned short* frame, bool /*isYCbCr*/, int width, int height, int
     const bool closed = std::fclose(file) == 0;
     if (written && closed)
         return 0;
-    removeIncompleteFile(fileName);
+    OutputFile::removeIncomplete(fileName);
     return -1;
 }
 

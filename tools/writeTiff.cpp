@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
-#include <filesystem>
 #include <string>
-#include <system_error>
+
+#include "OutputFile.h"
 
 namespace {
 
@@ -41,13 +41,6 @@ void augment_libtiff_with_custom_tags() {
     parent_extender = TIFFSetTagExtender(registerCustomTIFFTags);
 }
 
-// Removes a file this writer created but could not complete. Only regular files are removed: a
-// device such as /dev/full stays.
-void removeIncompleteFile(const char* fileName) {
-    std::error_code error;
-    if (std::filesystem::is_regular_file(fileName, error))
-        std::remove(fileName);
-}
 
 // Compact JSON array of [first, second] arrays, e.g. [[0,2],[3,1]].
 std::string lineRepeatsAsJson(const std::vector<std::pair<int, int>>& lineRepeats) {
@@ -102,7 +95,7 @@ int writeTiff(unsigned char* buffer, bool isYCbCr, int width, int height, int /*
     TIFFClose(tif);
     if (written)
         return 0;
-    removeIncompleteFile(fileName);
+    OutputFile::removeIncomplete(fileName);
     return -1;
 }
 

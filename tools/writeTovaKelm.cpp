@@ -2,10 +2,11 @@
 // written byte by byte, so the output does not depend on the host's byte order.
 #include "writeTovaKelm.h"
 
-#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
+
+#include "OutputFile.h"
 
 bool Sample::b3Words = false;
 
@@ -51,8 +52,7 @@ void checkLineFits(const CompressedLine& line) {
 // Only a regular file is removed: a device such as /dev/full must survive a failed write.
 void discardFile(FILE* file, const std::string& fileName) {
     fclose(file);
-    std::error_code error;
-    if (std::filesystem::is_regular_file(fileName, error)) std::filesystem::remove(fileName, error);
+    OutputFile::removeIncomplete(fileName);
 }
 
 }  // namespace
@@ -228,8 +228,7 @@ bool TovaKelmPatternFile::Save(const std::string& fileName) {
 
     // Buffered data reaches the disk only now; a failure here loses the body, so treat it as one.
     if (fclose(file) != 0) {
-        std::error_code error;
-        if (std::filesystem::is_regular_file(fileName, error)) std::filesystem::remove(fileName, error);
+        OutputFile::removeIncomplete(fileName);
         if (blockLayout == 1) throw std::runtime_error("Problem saving line_blocks");
         return false;
     }
