@@ -25,9 +25,9 @@ namespace PatternRender {
 
 namespace {
 
-// Limits that keep the 32-bit integer geometry of the patterns exact and their grids non-degenerate.
+// Limits that keep the patterns' grids non-degenerate and a frame within reach of memory.
 constexpr int minimumSize = 64;
-constexpr int maximumSize = 16384;
+constexpr int maximumSize = 8192;
 constexpr double minimumPixelAspect = 0.25;
 constexpr double maximumPixelAspect = 4.0;
 constexpr int minimumBits = 8;
@@ -123,11 +123,15 @@ void readInt(const char* word, int& value) {
     if (std::sscanf(word, "%d", &number) == 1) value = number;
 }
 
-// Rejects rasters the integer geometry cannot represent, before any memory is committed.
+// Rejects rasters the integer geometry cannot represent, before any memory is committed. The
+// canvas is what the pattern draws on: twice the size in each direction in quadrant mode.
 bool checkRaster(const Settings& s) {
-    if (s.width < minimumSize || s.height < minimumSize || s.width > maximumSize || s.height > maximumSize) {
+    const int scale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
+    const int64_t canvasWidth = int64_t(s.width) * scale, canvasHeight = int64_t(s.height) * scale;
+    if (s.width < minimumSize || s.height < minimumSize || canvasWidth > maximumSize ||
+        canvasHeight > maximumSize) {
         std::fprintf(stderr, "Error: Size %dx%d is outside %dx%d to %dx%d (-d)\n", s.width, s.height, minimumSize,
-                     minimumSize, maximumSize, maximumSize);
+                     minimumSize, maximumSize / scale, maximumSize / scale);
         return false;
     }
     if (s.aspectNum <= 0 || s.aspectDen <= 0) {
@@ -135,15 +139,11 @@ bool checkRaster(const Settings& s) {
                      s.aspectDen);
         return false;
     }
-    const double pixelAspect =
-        (double(s.aspectDen) * s.width) / (double(s.aspectNum) * s.height);
-    // Horizontal positions are centred, so the widest product is height x (width / 2) x numerator.
-    const int64_t horizontalProduct = int64_t(s.height) * (s.width / 2 + 1) * s.aspectNum;
-    const int64_t verticalProduct = int64_t(s.width) * s.height * s.aspectDen;
-    const int64_t largestProduct = horizontalProduct > verticalProduct ? horizontalProduct : verticalProduct;
-    if (pixelAspect < minimumPixelAspect || pixelAspect > maximumPixelAspect || largestProduct > INT32_MAX) {
-        std::fprintf(stderr, "Error: Aspect ratio %d:%d does not suit the size %dx%d (-a)\n", s.aspectNum,
-                     s.aspectDen, s.width, s.height);
+    // Pixels more than four times wider or narrower than high leave the grids degenerate.
+    const double pixelAspect = (double(s.aspectDen) * s.width) / (double(s.aspectNum) * s.height);
+    if (pixelAspect < minimumPixelAspect || pixelAspect > maximumPixelAspect) {
+        std::fprintf(stderr, "Error: Aspect ratio %d:%d gives %dx%d pixels an aspect of 1:%.3f, outside 1:%.2f to 1:%.2f (-a)\n",
+                     s.aspectNum, s.aspectDen, s.width, s.height, pixelAspect, minimumPixelAspect, maximumPixelAspect);
         return false;
     }
     if (s.bits < minimumBits || s.bits > maximumBits) {
@@ -153,7 +153,7 @@ bool checkRaster(const Settings& s) {
     return true;
 }
 
-enum class Output { Png, Tiff, Dpx, Device };
+enum class Output { Png, Dpx };
 
 bool isDeviceExtension(const std::string& ext) {
     return ext == "pat" || ext == "rgb" || ext == "yc4" || ext == "xyz";

@@ -729,11 +729,11 @@ void PhilipsPm5544Spec::buildLineTables() {
     tables.outlineRadiusSquared = outline * outline;
     tables.dxSquared.reserve(static_cast<size_t>(width));
     for (int x = 0; x < width; ++x) {
-        const int64_t dx = (height * (x - tables.centreX) * aspectNum) / (aspectDen * width);  // as insideCircleHeight
+        const int64_t dx = (int64_t{height} * (x - tables.centreX) * aspectNum) / toLinesDivisor;  // as insideCircleHeight
         tables.dxSquared.push_back(dx * dx);
     }
     // The column intervals of a row rely on dx^2 falling towards the centre column and rising
-    // after it, which holds unless the products above overflow.
+    // after it.
     const auto centre = tables.dxSquared.begin() + tables.centreX;
     tables.usable = std::is_sorted(tables.dxSquared.rbegin() + (width - tables.centreX - 1), tables.dxSquared.rend()) &&
                     std::is_sorted(centre, tables.dxSquared.end());
@@ -911,7 +911,9 @@ const std::vector<Pixel>& PhilipsPm5544Spec::outsideRow(int Y) {
 
     // A column lies on a vertical line when its offset in lines, shifted by half a line width
     // less half a pitch, falls within the line width modulo the pitch in lines.
-    auto toLines = [this](int value) { return (height * value * aspectNum) / (aspectDen * width); };
+    auto toLines = [this](int value) {
+        return static_cast<int>((int64_t{height} * value * aspectNum) / (int64_t{aspectDen} * width));
+    };
     auto onVerticalLine = [&](int X, int linePitch, int lineWidth) {
         const int pitchLines = toLines(linePitch);
         return positiveMod(toLines(X) + lineWidth / 2 - (pitchLines + 1) / 2, pitchLines) < lineWidth;

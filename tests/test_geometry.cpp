@@ -110,6 +110,11 @@ TEST(Geometry, CirclesCompareTheTruncatedDistanceWithTheRadius) {
     EXPECT_FALSE(p.insideCircleHeight(15, 0, 1, 0, 15));    // 16 - 1, each truncated separately
     EXPECT_TRUE(p.insideCircleWidth(0, 100, 0, 0, 94));     // y 100 is 93.75 pixels, kept as 93
     EXPECT_FALSE(p.insideCircleWidth(0, 100, 0, 0, 93));
+    // An 8K cinema raster: 4320 x 4095 x 256 exceeds 32 bits, yet the pixels are square.
+    resize(p, 8192, 4320, 256, 135);
+    EXPECT_TRUE(p.insideCircleHeight(4095, 0, 0, 0, 4096));
+    EXPECT_FALSE(p.insideCircleHeight(4095, 0, 0, 0, 4095));
+    EXPECT_EQ(p.aspectAdjustedVertFraction(1, 1), 8192);  // the picture width, in lines
 }
 
 TEST(Init, ReportsTheCanvasDoubledInQuadrantModeAndThePixelAspect) {

@@ -1,6 +1,7 @@
 // Per-pixel drawing primitives: bars, square waves, grids, edges and vertical lines, each edge
 // shaped with the luma and chroma transition coefficients.
 #include <cstdarg>
+#include <cstdint>
 
 #include "PatternWrapper.h"
 
@@ -63,7 +64,7 @@ Pixel barColour(int x, const Pixel& outside, int count, BarEdges edges, int zone
 
 // Horizontal coordinate converted into line units with the display aspect ratio.
 int toLineUnits(int value, int width, int height, int aspectNum, int aspectDen) {
-    return (height * value * aspectNum) / (aspectDen * width);
+    return static_cast<int>((int64_t{height} * value * aspectNum) / (int64_t{aspectDen} * width));
 }
 
 // One vertical grid line at offset remX into the pitch. lineWidth is the width W of a line with

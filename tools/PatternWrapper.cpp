@@ -101,24 +101,24 @@ int PatternSpec::widthFraction(int num, int den) const { return (width * num) / 
 int PatternSpec::fractionOf(int value, int num, int den) const { return (value * num) / den; }
 
 int PatternSpec::aspectAdjustedVertFraction(int num, int den) const {
-    return (height * aspectNum * num) / (aspectDen * den);
+    return static_cast<int>((int64_t{height} * aspectNum * num) / (int64_t{aspectDen} * den));
 }
 
 int PatternSpec::aspectAdjustedHorizFraction(int num, int den) const {
-    return (width * aspectDen * num) / (aspectNum * den);
+    return static_cast<int>((int64_t{width} * aspectDen * num) / (int64_t{aspectNum} * den));
 }
 
 bool PatternSpec::insideCircleHeight(int x, int y, int cx, int cy, int r) const {
-    const int xLines = (height * x * aspectNum) / (aspectDen * width);
-    const int cxLines = (height * cx * aspectNum) / (aspectDen * width);
+    const int64_t xLines = (int64_t{height} * x * aspectNum) / (int64_t{aspectDen} * width);
+    const int64_t cxLines = (int64_t{height} * cx * aspectNum) / (int64_t{aspectDen} * width);
     const double dx = static_cast<double>(xLines) - cxLines;
     const double dy = static_cast<double>(y) - cy;
     return r > std::sqrt(dx * dx + dy * dy);
 }
 
 bool PatternSpec::insideCircleWidth(int x, int y, int cx, int cy, int r) const {
-    const int yPixels = (width * y * aspectDen) / (aspectNum * height);
-    const int cyPixels = (width * cy * aspectDen) / (aspectNum * height);
+    const int64_t yPixels = (int64_t{width} * y * aspectDen) / (int64_t{aspectNum} * height);
+    const int64_t cyPixels = (int64_t{width} * cy * aspectDen) / (int64_t{aspectNum} * height);
     const double dx = static_cast<double>(x) - cx;
     const double dy = static_cast<double>(yPixels) - cyPixels;
     return r > std::sqrt(dx * dx + dy * dy);

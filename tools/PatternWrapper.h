@@ -70,7 +70,8 @@ public:
               PatternGen::sampling_e sampling, int bits, PatternGen::quadrant_e quadrant, int optionValue,
               bool edgeTaperOff);
 
-    // Geometry helpers: int arithmetic, products left to right, one truncating division.
+    // Geometry helpers: integer products left to right, one division truncating toward zero. Products
+    // with the aspect ratio are formed in 64 bits, so large rasters cannot overflow them.
     int heightFraction(int num, int den) const;
     int widthFraction(int num, int den) const;
     int fractionOf(int value, int num, int den) const;
