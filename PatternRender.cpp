@@ -128,22 +128,21 @@ void readInt(const char* word, int& value) {
 bool checkRaster(const Settings& s) {
     const int scale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
     const int64_t canvasWidth = int64_t(s.width) * scale, canvasHeight = int64_t(s.height) * scale;
-    if (s.width < minimumSize || s.height < minimumSize || canvasWidth > maximumSize ||
-        canvasHeight > maximumSize) {
+    if (s.width < minimumSize || s.height < minimumSize || canvasWidth > maximumSize || canvasHeight > maximumSize) {
         std::fprintf(stderr, "Error: Size %dx%d is outside %dx%d to %dx%d (-d)\n", s.width, s.height, minimumSize,
                      minimumSize, maximumSize / scale, maximumSize / scale);
         return false;
     }
     if (s.aspectNum <= 0 || s.aspectDen <= 0) {
-        std::fprintf(stderr, "Error: Aspect ratio %d:%d must be two positive numbers (-a)\n", s.aspectNum,
-                     s.aspectDen);
+        std::fprintf(stderr, "Error: Aspect ratio %d:%d must be two positive numbers (-a)\n", s.aspectNum, s.aspectDen);
         return false;
     }
     // Pixels more than four times wider or narrower than high leave the grids degenerate.
     const double pixelAspect = (double(s.aspectDen) * s.width) / (double(s.aspectNum) * s.height);
     if (pixelAspect < minimumPixelAspect || pixelAspect > maximumPixelAspect) {
-        std::fprintf(stderr, "Error: Aspect ratio %d:%d gives %dx%d pixels an aspect of 1:%.3f, outside 1:%.2f to 1:%.2f (-a)\n",
-                     s.aspectNum, s.aspectDen, s.width, s.height, pixelAspect, minimumPixelAspect, maximumPixelAspect);
+        std::fprintf(
+            stderr, "Error: Aspect ratio %d:%d gives %dx%d pixels an aspect of 1:%.3f, outside 1:%.2f to 1:%.2f (-a)\n",
+            s.aspectNum, s.aspectDen, s.width, s.height, pixelAspect, minimumPixelAspect, maximumPixelAspect);
         return false;
     }
     if (s.bits < minimumBits || s.bits > maximumBits) {
@@ -155,9 +154,7 @@ bool checkRaster(const Settings& s) {
 
 enum class Output { Png, Dpx };
 
-bool isDeviceExtension(const std::string& ext) {
-    return ext == "pat" || ext == "rgb" || ext == "yc4" || ext == "xyz";
-}
+bool isDeviceExtension(const std::string& ext) { return ext == "pat" || ext == "rgb" || ext == "yc4" || ext == "xyz"; }
 
 // The settings a device pattern file needs; prints the first failing check (standard output,
 // no trailing newline) and returns false.
@@ -219,12 +216,11 @@ void writeFullFrame(PatternSpec& spec, const Settings& s, Output output, bool an
     }
     if (output == Output::Dpx) {
         DPX::Metadata metadata;
-        if (DPXWriter::writeDPX(frame.get(), static_cast<DPX::eFormat>(dpxFormatCode(s)), s.width, s.height,
-                                dpxBits, s.fileName.c_str(), metadata) != 0)
+        if (DPXWriter::writeDPX(frame.get(), static_cast<DPX::eFormat>(dpxFormatCode(s)), s.width, s.height, dpxBits,
+                                s.fileName.c_str(), metadata) != 0)
             writerFailed("Failed to write DPX file %s\n", s.fileName);
     } else {
-        if (PngWriter::writePng(frame.get(), isYCbCrAxes(s.axes), s.width, s.height, s.bits,
-                                s.fileName.c_str()) != 0)
+        if (PngWriter::writePng(frame.get(), isYCbCrAxes(s.axes), s.width, s.height, s.bits, s.fileName.c_str()) != 0)
             writerFailed("Failed to write PNG file %s\n", s.fileName);
     }
 }

@@ -24,9 +24,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 enum class Format { Png, Dpx };
 
@@ -57,8 +55,8 @@ int renderOnce(int width, int height, Format format, int reportFd) {
     int result;
     if (format == Format::Dpx) {
         DPX::Metadata metadata;
-        result = DPXWriter::writeDPX(frame.get(), static_cast<DPX::eFormat>(50), width, height, 10, file.c_str(),
-                                     metadata);
+        result =
+            DPXWriter::writeDPX(frame.get(), static_cast<DPX::eFormat>(50), width, height, 10, file.c_str(), metadata);
     } else {
         result = PngWriter::writePng(frame.get(), false, width, height, bits, file.c_str());
     }

@@ -729,7 +729,8 @@ void PhilipsPm5544Spec::buildLineTables() {
     tables.outlineRadiusSquared = outline * outline;
     tables.dxSquared.reserve(static_cast<size_t>(width));
     for (int x = 0; x < width; ++x) {
-        const int64_t dx = (int64_t{height} * (x - tables.centreX) * aspectNum) / toLinesDivisor;  // as insideCircleHeight
+        const int64_t dx =
+            (int64_t{height} * (x - tables.centreX) * aspectNum) / toLinesDivisor;  // as insideCircleHeight
         tables.dxSquared.push_back(dx * dx);
     }
     // The column intervals of a row rely on dx^2 falling towards the centre column and rising

@@ -36,11 +36,10 @@ class Program : public ::testing::Test {
 protected:
     Outcome run(const std::string& args) {
         const std::string out = dir.path("stdout"), err = dir.path("stderr");
-        const int raw = std::system(("cd '" + dir.path("") + "' && '" PM5544_EXE "' " + args + " >'" + out +
-                                     "' 2>'" + err + "' </dev/null")
-                                        .c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(TestFiles::readFile(out)),
-                text(TestFiles::readFile(err))};
+        const int raw = std::system(
+            ("cd '" + dir.path("") + "' && '" PM5544_EXE "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null")
+                .c_str());
+        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(TestFiles::readFile(out)), text(TestFiles::readFile(err))};
     }
     std::string file(const std::string& name) const { return text(TestFiles::readFile(dir.path(name))); }
 
@@ -49,13 +48,13 @@ protected:
 
 TEST(CommandLine, DefaultsValuesAndQuirks) {
     Settings s = parse({"card.png"});
-    EXPECT_EQ(std::vector<int>({s.width, s.height, s.bits, s.aspectNum, s.aspectDen, s.axes, s.sampling,
-                                s.quadrant, s.edgeTaperOff}),
+    EXPECT_EQ(std::vector<int>({s.width, s.height, s.bits, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.quadrant,
+                                s.edgeTaperOff}),
               std::vector<int>({1920, 1080, 12, 16, 9, 0, 444, 0, 0}));
 
     s = parse({"-d", "3840x2160", "-a", "4x3", "-b", "10", "-c", "709", "-s", "422", "-q", "BR", "-o", "7", "f"});
-    EXPECT_EQ(std::vector<int>({s.width, s.height, s.aspectNum, s.aspectDen, s.bits, s.axes, s.sampling,
-                                s.quadrant, s.optionValue}),
+    EXPECT_EQ(std::vector<int>(
+                  {s.width, s.height, s.aspectNum, s.aspectDen, s.bits, s.axes, s.sampling, s.quadrant, s.optionValue}),
               std::vector<int>({3840, 2160, 4, 3, 10, 3, 422, 2, 7}));
 
     // A value that parses partly, or not at all, changes only what it parsed.
@@ -75,11 +74,27 @@ TEST(CommandLine, DefaultsValuesAndQuirks) {
 }
 
 TEST(CommandLine, EveryColourWordInOrderOfAxes) {
-    const char* words[] = {"RGB",         "RGB-headroom", "601",        "709",           "PQ",
-                           "PQ-Mapped",   "HLG",          "HLG-Mapped", "2020",          "S-Log3",
-                           "S-Log3-Mapped", "S-Log3-Live", "S-Log3-Live-Mapped", "RGB-PQ", "RGB-HLG",
-                           "RGB-S-Log3",  "RGB-S-Log3-Live", "RGB-PQ-Mapped", "RGB-HLG-Mapped",
-                           "RGB-S-Log3-Mapped", "RGB-S-Log3-Live-Mapped"};
+    const char* words[] = {"RGB",
+                           "RGB-headroom",
+                           "601",
+                           "709",
+                           "PQ",
+                           "PQ-Mapped",
+                           "HLG",
+                           "HLG-Mapped",
+                           "2020",
+                           "S-Log3",
+                           "S-Log3-Mapped",
+                           "S-Log3-Live",
+                           "S-Log3-Live-Mapped",
+                           "RGB-PQ",
+                           "RGB-HLG",
+                           "RGB-S-Log3",
+                           "RGB-S-Log3-Live",
+                           "RGB-PQ-Mapped",
+                           "RGB-HLG-Mapped",
+                           "RGB-S-Log3-Mapped",
+                           "RGB-S-Log3-Live-Mapped"};
     for (int axes = 0; axes < PatternGen::colourAxesCount; ++axes)
         EXPECT_EQ(parse({"-c", words[axes], "x"}).axes, axes) << words[axes];
 }
@@ -189,8 +204,8 @@ TEST_F(Program, PngSamplesAreRoundedToTheOutputDepth) {
 }
 
 TEST_F(Program, DpxDescriptorFollowsAxesAndSampling) {
-    const std::pair<const char*, int> cases[] = {{"-c RGB", 50},        {"-c RGB-headroom", 50}, {"-c 709", 102},
-                                                 {"-c 709 -s 422", 100}, {"-c 601", 100},          {"-c RGB-PQ", 100}};
+    const std::pair<const char*, int> cases[] = {{"-c RGB", 50},         {"-c RGB-headroom", 50}, {"-c 709", 102},
+                                                 {"-c 709 -s 422", 100}, {"-c 601", 100},         {"-c RGB-PQ", 100}};
     for (const auto& [args, descriptor] : cases) {
         const Outcome r = run(std::string("-d 192x108 -b 12 ") + args + " card.dpx");
         ASSERT_EQ(r.status, 0) << args << r.err;

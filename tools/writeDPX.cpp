@@ -16,11 +16,11 @@ namespace {
 // Layout of the 8192 bytes before the image data: file information header (0-767), image
 // information header (768-1407), then zeros.
 namespace Layout {
-const uint32_t kMagic = 0x53445058;           // "XPDS" when stored little-endian
+const uint32_t kMagic = 0x53445058;  // "XPDS" when stored little-endian
 const uint32_t kImageDataOffset = 8192;
 const uint32_t kGenericHeaderSize = 768;
 const uint32_t kNotEncrypted = 0xFFFFFFFF;
-const uint32_t kFloatOneBits = 0x3F800000;    // IEEE single 1.0
+const uint32_t kFloatOneBits = 0x3F800000;  // IEEE single 1.0
 const char kVersion[] = "V2.0";
 
 const size_t kMagicAt = 0;
@@ -50,8 +50,8 @@ const size_t kPackingAt = 804;
 const size_t kDataOffsetAt = 808;
 }  // namespace Layout
 
-const uint8_t kBT709 = 6;              // transfer characteristic and colorimetric code
-const uint16_t kPackingMethodA = 1;    // samples filled into 32-bit words from the top bits down
+const uint8_t kBT709 = 6;            // transfer characteristic and colorimetric code
+const uint16_t kPackingMethodA = 1;  // samples filled into 32-bit words from the top bits down
 const int kReferenceBlack8 = 16;
 const int kReferenceWhite8 = 235;
 const char kTimeFormat[] = "%Y:%m:%d:%T:%Z";
@@ -112,8 +112,7 @@ void putCreationTime(std::vector<uint8_t>& header) {
     char formatted[128] = {0};
     const std::time_t now = std::time(nullptr);
     const std::tm* local = std::localtime(&now);
-    if (local != nullptr)
-        std::strftime(formatted, sizeof formatted, kTimeFormat, local);
+    if (local != nullptr) std::strftime(formatted, sizeof formatted, kTimeFormat, local);
     putText(header, Layout::kTimeAt, Layout::kTimeSize - 1, formatted);
 }
 
@@ -168,12 +167,10 @@ void packLine444(const unsigned short* line, int width, uint8_t* out) {
 // The k-th sample of a 4:2:2 line in the order Cb0 Y0 Cr0 Y1 Cb2 Y2 Cr2 Y3 ...: chroma comes from the
 // even pixel of each pair. Past the line's 2 * width samples, and for a missing odd pixel, it is zero.
 uint16_t sample422(const unsigned short* line, int width, int k) {
-    if (k >= 2 * width)
-        return 0;
+    if (k >= 2 * width) return 0;
     const int evenPixel = k / 4 * 2;
     const int pixel = k % 4 == 3 ? evenPixel + 1 : evenPixel;
-    if (pixel >= width)
-        return 0;
+    if (pixel >= width) return 0;
     static const int kSampleOfSlot[4] = {2, 1, 0, 1};  // Cb (s2), Y (s1), Cr (s0), Y (s1)
     return line[4 * static_cast<size_t>(pixel) + kSampleOfSlot[k % 4]];
 }
@@ -205,12 +202,10 @@ bool writeImageData(FILE* file, const unsigned short* frame, DPX::eFormat format
     const size_t samplesPerLine = 4 * static_cast<size_t>(width);
     for (int y = 0; y < height; ++y) {
         packLine(frame + samplesPerLine * static_cast<size_t>(y), format, width, line);
-        if (!writeBytes(file, line))
-            return false;
+        if (!writeBytes(file, line)) return false;
     }
     return true;
 }
-
 
 }  // namespace
 
@@ -225,12 +220,10 @@ int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, 
     fillImageHeader(header, format, width, height, bits);
 
     FILE* file = std::fopen(fileName, "wb");
-    if (file == nullptr)
-        return -1;
+    if (file == nullptr) return -1;
     const bool written = writeBytes(file, header) && writeImageData(file, frame, format, width, height, lineSize);
     const bool closed = std::fclose(file) == 0;
-    if (written && closed)
-        return 0;
+    if (written && closed) return 0;
     OutputFile::removeIncomplete(fileName);
     return -1;
 }

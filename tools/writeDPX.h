@@ -8,13 +8,13 @@ namespace DPX {
 
 // Image-element descriptor codes; the values are the codes stored in the file.
 enum eFormat {
-    kRGB = 50,         // R, G, B: one word per pixel
-    kRGBA = 51,        // header sized only, pixel data left zero
-    kABGR = 52,        // header sized only, pixel data left zero
-    kCbYCrY = 100,     // 4:2:2: two samples per pixel, chroma of the even pixels
-    kCbYACrYA = 101,   // header sized only, pixel data left zero
-    kCbYCr = 102,      // 4:4:4: one word per pixel
-    kCbYCrA = 103      // header sized only, pixel data left zero
+    kRGB = 50,        // R, G, B: one word per pixel
+    kRGBA = 51,       // header sized only, pixel data left zero
+    kABGR = 52,       // header sized only, pixel data left zero
+    kCbYCrY = 100,    // 4:2:2: two samples per pixel, chroma of the even pixels
+    kCbYACrYA = 101,  // header sized only, pixel data left zero
+    kCbYCr = 102,     // 4:4:4: one word per pixel
+    kCbYCrA = 103     // header sized only, pixel data left zero
 };
 
 // Texts for the file header's creator (100 bytes), project (200) and copyright (200) fields.
@@ -32,7 +32,7 @@ namespace DPXWriter {
 // not stored) to fileName as a DPX file with the given descriptor. bits sets only the header's bit
 // size and reference codes; the data is always the top 10 bits of each sample. Returns 0 on success,
 // -1 when the file cannot be opened or any write fails (the incomplete file is then removed).
-int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, int bits,
-             const char* fileName, DPX::Metadata& metadata);
+int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, int bits, const char* fileName,
+             DPX::Metadata& metadata);
 
 }  // namespace DPXWriter

@@ -14,7 +14,6 @@ namespace {
 const int kSamplesPerPixel = 4;
 const int kBytesPerPixel = kSamplesPerPixel * 2;
 
-
 // The row copies handed to libpng. Kept outside the function that calls setjmp, so their values are
 // well defined when libpng jumps back with an error and they can still be freed.
 struct RowCopies {
@@ -45,10 +44,8 @@ void makeRowCopies(png_structp png, const unsigned short* frame, int width, int 
 }
 
 void freeRowCopies(png_structp png, RowCopies& copies) {
-    if (copies.rows == nullptr)
-        return;
-    for (int y = 0; y < copies.allocated; ++y)
-        png_free(png, copies.rows[y]);
+    if (copies.rows == nullptr) return;
+    for (int y = 0; y < copies.allocated; ++y) png_free(png, copies.rows[y]);
     png_free(png, copies.rows);
     copies.rows = nullptr;
     copies.allocated = 0;
@@ -58,11 +55,9 @@ void freeRowCopies(png_structp png, RowCopies& copies) {
 // of this function changes after setjmp; the row state lives in the caller's `copies`.
 bool writeImage(png_structp png, png_infop info, FILE* file, const unsigned short* frame, int width, int height,
                 RowCopies& copies) {
-    if (setjmp(*png_set_longjmp_fn(png, longjmp, sizeof(jmp_buf))))
-        return false;
+    if (setjmp(*png_set_longjmp_fn(png, longjmp, sizeof(jmp_buf)))) return false;
     png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 16,
-                 PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+                 PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     makeRowCopies(png, frame, width, height, copies);
     png_init_io(png, file);
     png_set_rows(png, info, copies.rows);
@@ -73,8 +68,7 @@ bool writeImage(png_structp png, png_infop info, FILE* file, const unsigned shor
 // Creates libpng's structures for the open file and writes the image; false on any failure.
 bool writeToOpenFile(FILE* file, const unsigned short* frame, int width, int height) {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    if (png == nullptr)
-        return false;
+    if (png == nullptr) return false;
     png_infop info = png_create_info_struct(png);
     if (info == nullptr) {
         png_destroy_write_struct(&png, nullptr);
@@ -93,12 +87,10 @@ namespace PngWriter {
 
 int writePng(unsigned short* frame, bool /*isYCbCr*/, int width, int height, int /*bits*/, const char* fileName) {
     FILE* file = std::fopen(fileName, "wb");
-    if (file == nullptr)
-        return -1;
+    if (file == nullptr) return -1;
     const bool written = writeToOpenFile(file, frame, width, height);
     const bool closed = std::fclose(file) == 0;
-    if (written && closed)
-        return 0;
+    if (written && closed) return 0;
     OutputFile::removeIncomplete(fileName);
     return -1;
 }

@@ -4,9 +4,8 @@
 
 #include <tiffio.h>
 
-#include <nlohmann/json.hpp>
-
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "OutputFile.h"
@@ -29,24 +28,20 @@ bool first_time = true;
 // Called by libtiff for every TIFF it opens: adds the private tag, then lets an earlier extender run.
 void registerCustomTIFFTags(TIFF* tif) {
     TIFFMergeFieldInfo(tif, xtiffFieldInfo, 1);
-    if (parent_extender != nullptr)
-        parent_extender(tif);
+    if (parent_extender != nullptr) parent_extender(tif);
 }
 
 // Installs the extender once per program run; it stays for every later TIFF.
 void augment_libtiff_with_custom_tags() {
-    if (!first_time)
-        return;
+    if (!first_time) return;
     first_time = false;
     parent_extender = TIFFSetTagExtender(registerCustomTIFFTags);
 }
 
-
 // Compact JSON array of [first, second] arrays, e.g. [[0,2],[3,1]].
 std::string lineRepeatsAsJson(const std::vector<std::pair<int, int>>& lineRepeats) {
     nlohmann::json list = nlohmann::json::array();
-    for (const std::pair<int, int>& repeat : lineRepeats)
-        list.push_back(repeat);
+    for (const std::pair<int, int>& repeat : lineRepeats) list.push_back(repeat);
     return list.dump();
 }
 
@@ -89,12 +84,10 @@ int writeTiff(unsigned char* buffer, bool isYCbCr, int width, int height, int /*
         return -1;
     }
     setImageFields(tif, isYCbCr, width, height);
-    if (!lineRepeats.empty())
-        TIFFSetField(tif, kLineRepeatTag, lineRepeatsAsJson(lineRepeats).c_str());
+    if (!lineRepeats.empty()) TIFFSetField(tif, kLineRepeatTag, lineRepeatsAsJson(lineRepeats).c_str());
     const bool written = writeImage(tif, buffer, width, height);
     TIFFClose(tif);
-    if (written)
-        return 0;
+    if (written) return 0;
     OutputFile::removeIncomplete(fileName);
     return -1;
 }
