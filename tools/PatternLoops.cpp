@@ -11,19 +11,11 @@ namespace {
 
 // Frames hold 12-bit code values scaled to the full 16-bit range.
 constexpr int frameShift = 4;
-// 10-bit code values are brought to 12 bits before they are stored.
-constexpr int tenBitDepth = 10;
-constexpr int tenToTwelveFactor = 4;
-
 // Edge taper: weight of black in the outermost column and in the one next to it.
 constexpr double taperOuter = 0.9;
 constexpr double taperInner = 0.33;
 
 uint16_t toFrame(uint16_t code) { return static_cast<uint16_t>(code << frameShift); }
-
-void widenTenBitSamples(Pixel& q, int count) {
-    for (int i = 0; i < count; ++i) q.sample[i] = static_cast<uint16_t>(q.sample[i] * tenToTwelveFactor);
-}
 
 struct CoordinateRange {
     int x0, x1, y0, y1;
@@ -62,13 +54,17 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
     Pixel black(0, 0, 0, PatternGen::Colour_RGB);
     if (colourSpace.isColourDifference()) black = black.convertTo(PatternGen::Colour_YCbCr_709);
 
-    ConversionCache cache(colourSpace.axes());
+    ConversionCache cache(colourSpace.axes(), true);
     const bool taper = riseTimeEnabled && !edgeTaperOff;
     const bool subsampled = sampling != PatternGen::Sampling_444;
 
-    Pixel held;
+    // Chroma of the most recent even column, for 4:2:2 and 4:2:0; it starts as a default pixel's.
+    const Pixel initialHeld;
+    uint16_t heldCr = initialHeld.sample[Pixel::CR_R];
+    uint16_t heldCb = initialHeld.sample[Pixel::CB_B];
     const unsigned short* evenRow = nullptr;
     const size_t frameRowSamples = static_cast<size_t>(frameWidth) * 4;
+    Pixel tapered;
     for (int y = range.y0; y < range.y1; ++y) {
         unsigned short* out = frame + static_cast<size_t>(y - range.y0) * frameRowSamples;
         if (isEven(y)) evenRow = out;
@@ -76,33 +72,33 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
         const bool repeatRowAbove = sampling == PatternGen::Sampling_420 && !isEven(y) && evenRow != nullptr;
         const unsigned short* above = evenRow;
         for (int x = range.x0; x < range.x1; ++x, out += 4) {
-            Pixel q = cache.convert(body(x, y));
-            if (q.colourSpace.bitDepth == tenBitDepth) {
-                widenTenBitSamples(q, 4);
-                q.colourSpace.bitDepth = 12;
-            }
-            if (taper) {
+            const Pixel* q = &cache.convert(body(x, y));
+            if (taper && (x <= -halfWidth + 1 || x >= halfWidth - 2)) {
+                tapered = *q;
                 if (x <= -halfWidth)
-                    q = black.blend(taperOuter, taperOuter, q);
+                    tapered = black.blend(taperOuter, taperOuter, tapered);
                 else if (x <= -halfWidth + 1)
-                    q = black.blend(taperInner, taperInner, q);
+                    tapered = black.blend(taperInner, taperInner, tapered);
                 if (x >= halfWidth - 1)
-                    q = black.blend(taperOuter, taperOuter, q);
+                    tapered = black.blend(taperOuter, taperOuter, tapered);
                 else if (x >= halfWidth - 2)
-                    q = black.blend(taperInner, taperInner, q);
+                    tapered = black.blend(taperInner, taperInner, tapered);
+                q = &tapered;
             }
-            if (isEven(x)) held = q;
+            if (isEven(x)) {
+                heldCr = q->sample[Pixel::CR_R];
+                heldCb = q->sample[Pixel::CB_B];
+            }
 
-            out[1] = toFrame(q.sample[Pixel::Y_G]);
-            out[3] = toFrame(q.sample[Pixel::ALPHA]);
+            out[1] = toFrame(q->sample[Pixel::Y_G]);
+            out[3] = toFrame(q->sample[Pixel::ALPHA]);
             if (repeatRowAbove) {
                 out[0] = above[0];
                 out[2] = above[2];
                 above += 4;
             } else {
-                const Pixel& chroma = subsampled ? held : q;
-                out[0] = toFrame(chroma.sample[Pixel::CR_R]);
-                out[2] = toFrame(chroma.sample[Pixel::CB_B]);
+                out[0] = toFrame(subsampled ? heldCr : q->sample[Pixel::CR_R]);
+                out[2] = toFrame(subsampled ? heldCb : q->sample[Pixel::CB_B]);
             }
         }
         // A centred picture of odd width renders one column fewer than the frame row holds:
@@ -115,8 +111,7 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
 namespace {
 
 // Stores one pixel as three samples: R, G, B for R'G'B' axes, Y, Cb, Cr otherwise.
-void storeThreeSamples(Pixel q, bool rgb, unsigned short* out) {
-    if (q.colourSpace.bitDepth == tenBitDepth) widenTenBitSamples(q, 3);
+void storeThreeSamples(const Pixel& q, bool rgb, unsigned short* out) {
     if (rgb) {
         out[0] = toFrame(q.sample[Pixel::CR_R]);
         out[1] = toFrame(q.sample[Pixel::Y_G]);
@@ -134,7 +129,7 @@ bool PatternSpec::run_body(int, int lineWidth, int& lineCount, std::vector<std::
                            unsigned char* buffer) {
     getLineRepeats(lineRepeats);
     unsigned short* samples = reinterpret_cast<unsigned short*>(buffer);
-    ConversionCache cache(colourSpace.axes());
+    ConversionCache cache(colourSpace.axes(), true);
     const bool rgb = colourSpace.colourIsRGB();
     auto renderLine = [&](int storedLine, int sourceLine) {
         unsigned short* out = samples + static_cast<size_t>(storedLine) * static_cast<size_t>(lineWidth) * 3;
