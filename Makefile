@@ -5,7 +5,7 @@ TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg fonts-dejavu-core
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png
 
-.PHONY: run test build bench deps deps-test clean
+.PHONY: run test build bench check-arm deps deps-test clean
 
 run: deps build
 	./build/pm5544 $(OUTPUT)
@@ -24,6 +24,9 @@ build:
 bench: deps build
 	cmake --build build -j $(JOBS) --target pm5544_bench
 	./build/pm5544_bench
+
+check-arm:
+	./scripts/check-arm.sh
 
 deps:
 	@./scripts/install-packages.sh $(BUILD_PACKAGES)
