@@ -11,7 +11,7 @@ run: deps build
 	./build/pm5544 $(OUTPUT)
 	@echo "Rendered the default card to $(OUTPUT)"
 
-test: deps-test
+test: deps-test build
 	cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" \
 	      -DPM5544_SANITIZE=ON -DPM5544_BUILD_TESTS=ON
 	cmake --build build/asan -j $(JOBS)
