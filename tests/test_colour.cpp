@@ -1,0 +1,387 @@
+// Colour axes and levels, Pixel operations, Rounding, SDR and HDR conversions (golden codes, round
+// trips, supported pairs, assertion reports) and the printed colour self-test.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Pixel.h"
+#include "UnitTests.h"
+#include "rounding.h"
+
+using namespace PatternGen;
+
+namespace {
+
+using Codes = std::array<int, 3>;
+using Ints = std::vector<int>;
+
+// Y', Cb, Cr (or G, B, R): the constructor's argument order.
+Codes codes(const Pixel& p) { return {p.sample[Pixel::Y_G], p.sample[Pixel::CB_B], p.sample[Pixel::CR_R]}; }
+Codes grey(int code) { return {code, code, code}; }
+
+struct Case {
+    std::string what;
+    Pixel got;
+    Codes want;
+};
+
+void expectAll(const std::vector<Case>& cases) {
+    for (const Case& c : cases) EXPECT_EQ(codes(c.got), c.want) << c.what;
+}
+
+// The RGB HDR counterpart of each HDR Y'CbCr axis, -1 for the other axes.
+const int rgbCounterpart[colourAxesCount] = {-1, -1, -1, -1, 13, 17, 14, 18, -1, 15, 19,
+                                             16, 20, -1, -1, -1, -1, -1, -1, -1, -1};
+
+// The pairs of axes that convert without an assertion failure.
+bool supported(int from, int to) {
+    if (from <= 1) return true;
+    if (from == 2 || from == 3) return to != 5 - from;  // no 601 <-> 709
+    if (from == 8) return to <= 4 || to == 6 || to == 8 || to == 9 || to == 11;
+    if (rgbCounterpart[from] >= 0) return to == 0 || to == from || to == rgbCounterpart[from];
+    if (from <= 16) return to <= 1 || to == from || rgbCounterpart[to] == from;
+    return to == from;
+}
+
+double sLog3(double x, bool negative) { return Pixel::applySLog3OETFAndRestoreAbsolutisedInput(x, negative); }
+
+}  // namespace
+
+// Axes sharing 10-bit levels, gamma law and predicates (D colour difference, R R'G'B', 2 in 2020, H HDR).
+TEST(ColourSpace, LevelsAndPredicatesOfEveryAxis) {
+    const struct {
+        colorAxes_e last;
+        int black10, white10, gamma;
+        std::string kinds;
+    } groups[] = {{Colour_RGB, 0, 1023, 1, "R"},
+                  {Colour_RGB_219, 64, 940, 1, "R"},
+                  {Colour_YCbCr_601, 64, 940, 0, "D"},
+                  {Colour_YCbCr_709, 64, 940, 1, "D"},
+                  {Colour_YCbCr_HLG_Mapped, 64, 940, 1, "D2H"},
+                  {Colour_YCbCr_2020, 64, 940, 2, "D2"},
+                  {Colour_YCbCr_SLog3_Live_Mapped, 95, 1019, 2, "D2H"},
+                  {Colour_RGB_SLog3_Live_Mapped, 64, 940, 1, "R2H"}};
+    int axis = 0;
+    for (const auto& g : groups)
+        for (; axis <= g.last; ++axis) {
+            const ColourSpace cs(static_cast<colorAxes_e>(axis), 10);
+            const std::string kinds = std::string(cs.isColourDifference() ? "D" : "") + (cs.colourIsRGB() ? "R" : "") +
+                                      (cs.colourIsIn2020() ? "2" : "") + (cs.colourIsHDR() ? "H" : "");
+            EXPECT_EQ(Ints({cs.blackLevel, cs.whiteLevel, cs.gammaType}), Ints({g.black10, g.white10, g.gamma})) << axis;
+            EXPECT_EQ(kinds, g.kinds) << axis;
+        }
+    EXPECT_EQ(axis, colourAxesCount);
+    EXPECT_STREQ(axisToString(static_cast<colorAxes_e>(21)), "undefined");
+    // Levels follow the depth, except S-Log3's black.
+    const ColourSpace y709(Colour_YCbCr_709, 12), rgb16(Colour_RGB, 16), slog(Colour_YCbCr_SLog3_Live, 12);
+    EXPECT_EQ(Ints({y709.blackLevel, y709.whiteLevel, rgb16.whiteLevel, slog.blackLevel, slog.whiteLevel}),
+              Ints({256, 3760, 65535, 95, 4079}));
+}
+
+TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
+    const ColourSpace ycc(Colour_YCbCr_709, 10), rgb(Colour_RGB, 10), rgb8(Colour_RGB, 8);
+    const ColourSpace type0(Colour_YCbCr_601, 10), type2(Colour_YCbCr_2020, 10);
+    // Out-of-range codes are not clamped; S-Log3 normalises from studio black. 0.0181 is on the linear
+    // segment; codes are normalised first, except by type 0's linearToGamma.
+    const double values[][2] = {{ycc.normaliseLuma(940), 1.0},
+                                {ycc.normaliseChroma(960), 0.5},
+                                {ycc.normaliseLuma(20), -44.0 / 876},
+                                {rgb.normaliseChroma(1023), 1.0},
+                                {ColourSpace(Colour_YCbCr_SLog3, 10).normaliseLuma(64), 0.0},
+                                {type2.linearFloatToGamma(0.01), 0.045},
+                                {type2.linearFloatToGamma(0.0181), 4.5 * 0.0181},
+                                {ycc.linearFloatToGamma(0.01), std::pow(0.01, 0.45)},
+                                {ycc.gammaToLinear(502), std::pow(0.5, 2.4)},
+                                {type0.linearToGamma(700), 700.0},
+                                {type2.gammaFloatLinearToNonLinear(std::pow(0.3, 2.2)), 0.3},
+                                {type0.gammaFloatToLinear(-0.25), -0.25},
+                                {ycc.gammaFloatLinearToNonLinear(-0.25), -0.25}};
+    for (const auto& v : values) EXPECT_DOUBLE_EQ(v[0], v[1]);
+
+    // Luma is legal or full range; chroma is legal even for full-range RGB.
+    const struct {
+        const ColourSpace& cs;
+        bool luma;
+        int in, out;
+    } limits[] = {{ycc, true, 1023, 1019}, {ycc, true, 0, 4},          {ycc, true, 500, 500},
+                  {rgb, true, 1023, 1023}, {rgb, false, 1023, 1019},   {rgb8, false, 0, 1}};
+    for (const auto& l : limits) {
+        int code = l.in;
+        EXPECT_EQ(l.luma ? l.cs.limitLuma(code) : l.cs.limitChroma(code), l.in != l.out) << l.in;
+        EXPECT_EQ(code, l.out) << l.in;
+    }
+}
+
+// Arithmetic and scaling move luma and RGB about black and chroma about its zero; so do the level
+// operations, by axis group; blending mixes normalised values; depth changes truncate or round.
+TEST(Pixel, GoldenCodes) {
+    const Pixel black, rgb219(10, 20, 30, Colour_RGB_219, 10), yellow(3507, 256, 2212);
+    Pixel base(1000, 1500, 2600), acc = base;
+    base.sample[Pixel::ALPHA] = 7;
+    const Pixel offset(256 + 100, 2048 - 30, 2048 + 40);
+    acc += offset;
+    const Pixel rgb(500, 600, 700, Colour_RGB, 10), studio(500, 600, 700, Colour_RGB_219, 10);
+    const Pixel ycc(500, 600, 700, Colour_YCbCr_SLog3, 10), rgbHdr(500, 600, 700, Colour_RGB_HLG, 10);
+    const Pixel a(3000, 1000, 3000), b(1000, 3000, 1000);
+    const Pixel truncated = Pixel(2694, 705, 2171).truncateTo(8);
+    const Pixel deeper = Pixel(877, 64, 553, Colour_YCbCr_709, 10).roundTo(12);
+    expectAll({{"Pixel()", black, {256, 2048, 2048}},
+               {"RGB arguments are G, B, R", rgb219, {10, 20, 30}},
+               {"+ is relative to each reference", base + offset, {1100, 1470, 2640}},
+               {"+=", acc, {1100, 1470, 2640}},
+               {"75% white", Pixel(3760, 2048, 2048).scale(75, 100), {2884, 2048, 2048}},
+               {"75% yellow truncates toward zero", yellow.scale(75, 100), {2694, 705, 2171}},
+               {"one above stays, one below drops", Pixel(257, 2049, 2047).scale(75, 100), {257, 2049, 2048}},
+               {"RGB scales about black", Pixel(4095, 100, 0, Colour_RGB).scale(1, 2), {2048, 50, 0}},
+               {"scale(double)", Pixel(3760, 2048, 1000).scale(0.5), {2008, 2048, 1524}},
+               {"scaleLumChrom", Pixel(3760, 2048, 1000).scaleLumChrom(0.5, 0.0), {2008, 2048, 2048}},
+               {"RGB scaleLumChrom", Pixel(4095, 4095, 0, Colour_RGB).scaleLumChrom(0.5, 0.0), {2047, 2047, 0}},
+               {"scaleWithClip", Pixel(3760, 256, 3840).scaleWithClip(12, 10), {4079, 16, 4079}},
+               {"RGB scaleWithClip", Pixel(4000, 4095, 0, Colour_RGB).scaleWithClip(2, 1), {4095, 4095, 0}},
+               {"601 gamma", Pixel(3760, 2148, 1948, Colour_YCbCr_601).scaleWithGamma(1, 2), {2008, 2098, 1999}},
+               {"RGB gamma", Pixel(4095, 0, 4095, Colour_RGB).scaleWithGamma(1, 1), {4095, 0, 4095}},
+               {"RGB subBlack", rgb.subBlack(), {500, 600, 700}},
+               {"RGB_219 subBlack", studio.subBlack(), {4, 4, 4}},
+               {"YCbCr subBlack", ycc.subBlack(), {4, 512, 512}},
+               {"RGB HDR subBlack", rgbHdr.subBlack(), {500, 600, 700}},
+               {"RGB superWhite", rgb.superWhite(), {500, 600, 700}},
+               {"RGB_219 superWhite", studio.superWhite(), {1019, 1019, 1019}},
+               {"YCbCr superWhite", ycc.superWhite(), {1019, 512, 512}},
+               {"RGB HDR superWhite", rgbHdr.superWhite(), {1019, 1019, 1019}},
+               {"legalise 10 bits", Pixel(0, 1023, 512, Colour_RGB, 10).legalise(), {4, 1019, 512}},
+               {"legalise 8 bits", Pixel(0, 255, 3, Colour_YCbCr_709, 8).legalise(), {1, 254, 3}},
+               {"blend 1", a.blend(1.0, 1.0, b), {3000, 1000, 3000}},
+               {"luma and chroma mix apart", a.blend(1.0, 0.0, b), {3000, 3000, 1000}},
+               {"blend 0.5", a.blend(0.5, 0.5, b), {2000, 2000, 2000}},
+               {"RGB: truncated mean",
+                Pixel(101, 0, 4095, Colour_RGB).blend(0.5, 0.0, Pixel(0, 4095, 4095, Colour_RGB)),
+                {50, 2047, 4095}},
+               {"truncateTo(8)", truncated, {168, 44, 135}},
+               {"roundTo(8)", Pixel(2884, 704, 2048).roundTo(8), {180, 44, 128}},
+               {"chroma below zero truncates", yellow.roundTo(10), {877, 64, 553}},
+               {"chroma at or above zero rounds", Pixel(255, 2047, 2050).roundTo(10), {64, 511, 513}},
+               {"RGB rounds like luma", Pixel(2, 2, 1, Colour_RGB).roundTo(10), {1, 1, 0}},
+               {"deeper shifts", deeper, {3508, 256, 2212}}});
+    // Alpha: full scale by default, kept by arithmetic, by axis group for noAlpha, shifted with depth
+    // changes (whose levels are not rescaled).
+    EXPECT_EQ(Ints({black.sample[Pixel::ALPHA], rgb219.sample[Pixel::ALPHA], (base + offset).sample[Pixel::ALPHA],
+                    rgb.noAlpha().sample[Pixel::ALPHA], studio.noAlpha().sample[Pixel::ALPHA],
+                    ycc.noAlpha().sample[Pixel::ALPHA], rgbHdr.noAlpha().sample[Pixel::ALPHA],
+                    truncated.sample[Pixel::ALPHA], deeper.sample[Pixel::ALPHA]}),
+              Ints({4095, 1023, 7, 4, 64, 64, 4, 255, 4092}));
+    EXPECT_EQ(Ints({black.colourSpace.colourAxes, black.colourSpace.bitDepth, truncated.colourSpace.blackLevel}),
+              Ints({Colour_YCbCr_709, 12, 256}));
+
+    testing::internal::CaptureStdout();
+    Pixel(3507, 256, 2212).print("yl ");
+    Pixel(877, 64, 553, Colour_YCbCr_709, 10).print("");
+    Pixel(1, 2, 3, Colour_RGB).print("%s ");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "yl Y: 3507 Cb: -1792( 256) Cr:  164(2212)\n"
+              "Y:  877 Cb: -448(  64) Cr:   41( 553)\n"
+              "%s R:    3 G:    1 B:    2\n");
+}
+
+// Golden values (nothing to drop keeps the value), then every result against the plain rule: on
+// the output grid within half a step, chroma below its zero truncated, luma held below its ceiling.
+TEST(Rounding, GoldenValuesAndRules) {
+    const unsigned golden[][2] = {
+        {Rounding::roundChromaTo(16, 6, 0x7FE0), 0x7FC0}, {Rounding::roundChromaTo(16, 6, 0x8020), 0x8040},
+        {Rounding::roundLumaTo(16, 8, 0xFFFF), 0xFE00},   {Rounding::roundTo(8, 0xFFFF), 0xFF00},
+        {Rounding::roundLumaTo(16, 6, 0xFFFF), 0xFEC0},   {Rounding::roundLumaTo(16, 0, 0xFFFF), 0xFEFF},
+        {Rounding::roundTo(0, 0x1235), 0x1235},           {Rounding::roundChromaTo(16, 0, 0xFFFF), 0xFFFF}};
+    for (const auto& g : golden) EXPECT_EQ(g[0], g[1]) << std::hex << g[1];
+    for (int s : {4, 6, 8}) {
+        const unsigned step = 1u << s, grid = ~(step - 1), lumaCeiling = 0xFEFFu & grid;
+        for (unsigned v = 0; v <= 0xFFFF; v += 7) {
+            const unsigned r = Rounding::roundTo(s, v);
+            EXPECT_EQ(r % step, 0u);
+            EXPECT_TRUE(v + step / 2 > 0xFFFF || (r > v ? r - v : v - r) <= step / 2) << s << " " << v;
+            EXPECT_EQ(Rounding::roundChromaTo(16, s, v), v < 0x8000 ? v & grid : r) << s << " " << v;
+            EXPECT_EQ(Rounding::roundLumaTo(16, s, v), std::min(r, lumaCeiling)) << s << " " << v;
+        }
+    }
+}
+
+TEST(SdrConversion, GoldenCodes) {
+    const Pixel white(4095, 4095, 4095, Colour_RGB), yellow(4095, 0, 4095, Colour_RGB);
+    const Pixel red219 = Pixel(1001, 1637, 3840).convertTo(Colour_RGB_219);
+    const Pixel p2020(100, 200, 300, Colour_YCbCr_2020, 10), white2020(940, 512, 512, Colour_YCbCr_2020, 10);
+    Pixel full(0, 0, 0, Colour_RGB), studio(0, 0, 0, Colour_RGB_219), ycc(0, 0, 0, Colour_YCbCr_709, 10);
+    full.assignRGBValues(1.5, -0.2, 0.5);
+    studio.assignRGB219Values(1.5, -0.5, 1.01);
+    ycc.assignYCbCr709Values(2.0, 2.0, 2.0);
+    expectAll({{"white", white.convertTo(Colour_YCbCr_709), {3760, 2048, 2048}},
+               {"black", Pixel(0, 0, 0, Colour_RGB).convertTo(Colour_YCbCr_709), {256, 2048, 2048}},
+               {"yellow 709", yellow.convertTo(Colour_YCbCr_709), {3507, 256, 2212}},
+               {"yellow 2020", yellow.convertTo(Colour_YCbCr_2020), {3552, 256, 2192}},
+               {"yellow 601", yellow.convertTo(Colour_YCbCr_601), {3361, 256, 2340}},
+               {"red keeps B below black", red219, {256, 255, 3760}},
+               {"red back", red219.convertTo(Colour_YCbCr_709), {1001, 1637, 3840}},
+               {"2020 at 10 bits to itself", p2020.convertTo(Colour_YCbCr_2020), {400, 800, 1200}},
+               {"2020 decodes to 12 bits", white2020.convertTo(Colour_YCbCr_709), {3760, 2048, 2048}},
+               {"RGB assigner clamps", full, {0, 2048, 4095}},
+               {"RGB_219 assigner keeps excursions", studio, {16, 3795, 4079}},
+               {"YCbCr assigner stays legal", ycc, {1019, 512, 512}}});
+    // 2020 rises to 12 bits with alpha; RGB to 2020 keeps its gamma law.
+    Pixel lowAlpha = p2020;
+    lowAlpha.sample[Pixel::ALPHA] = 100;
+    const Pixel to12 = lowAlpha.convertTo(Colour_YCbCr_2020);
+    const ColourSpace rgbTo2020 = Pixel(0, 0, 0, Colour_RGB).convertTo(Colour_YCbCr_2020).colourSpace;
+    EXPECT_EQ(Ints({to12.colourSpace.bitDepth, to12.sample[Pixel::ALPHA], rgbTo2020.gammaType, rgbTo2020.blackLevel}),
+              Ints({12, 400, 1, 256}));
+
+    // Twelve-bit Y'CbCr steps are coarser than full-range RGB codes, so a code or two may move on a
+    // round trip; nominal studio RGB codes survive full range exactly.
+    const std::pair<colorAxes_e, int> trips[] = {
+        {Colour_YCbCr_709, 2}, {Colour_YCbCr_2020, 2}, {Colour_YCbCr_601, 2}, {Colour_RGB_219, 1}};
+    for (const auto& [via, tolerance] : trips)
+        for (int g = 0; g <= 4095; g += 273)
+            for (int b = 0; b <= 4095; b += 315)
+                for (int r = 0; r <= 4095; r += 455) {
+                    const Pixel rgb(g, b, r, Colour_RGB), back = rgb.convertTo(via).convertTo(Colour_RGB);
+                    for (int i = 0; i < 3; ++i)
+                        ASSERT_LE(std::abs(back.sample[i] - rgb.sample[i]), tolerance) << axisToString(via);
+                }
+    for (int c = 256; c <= 3760; c += 7) {
+        const Pixel s(c, 4016 - c, 2048, Colour_RGB_219);
+        EXPECT_TRUE(s.convertTo(Colour_RGB).convertTo(Colour_RGB_219).sameCodes(s)) << c;
+    }
+}
+
+TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
+    const Pixel white709(3760, 2048, 2048), blackRgb(0, 0, 0, Colour_RGB), whiteRgb(4095, 4095, 4095, Colour_RGB);
+    const Pixel pq = white709.convertTo(Colour_YCbCr_PQ), rgbPq = pq.convertTo(Colour_RGB_PQ);
+    std::vector<Case> cases = {
+        {"RGB PQ is the 10-bit signal at 12 bits", rgbPq, grey(4 * 509)},
+        {"RGB PQ from full-range RGB", whiteRgb.convertTo(Colour_RGB_PQ), grey(4 * 509)},
+        {"RGB S-Log3 white", whiteRgb.convertTo(Colour_RGB_SLog3), grey(2392)},
+        {"RGB PQ back to its Y'CbCr", rgbPq.convertTo(Colour_YCbCr_PQ), {2036, 2048, 2048}},
+        {"RGB PQ relabelled studio RGB", rgbPq.convertTo(Colour_RGB_219), grey(2036)},
+        {"RGB PQ to full range", rgbPq.convertTo(Colour_RGB), grey(2080)},  // round(1780 / 3504 * 4095)
+        {"Y'CbCr PQ decodes the matrix only", pq.convertTo(Colour_RGB), grey(520)}};
+    for (int axis = Colour_YCbCr_PQ; axis <= Colour_YCbCr_SLog3_Live_Mapped; ++axis) {
+        if (axis == Colour_YCbCr_2020) continue;
+        const auto to = static_cast<colorAxes_e>(axis);
+        const bool sLog = axis >= Colour_YCbCr_SLog3;
+        cases.push_back({axisToString(to) + std::string(" white"), white709.convertTo(to),
+                         {axis <= Colour_YCbCr_PQ_Mapped ? 509 : sLog ? 598 : 616, 512, 512}});
+        cases.push_back({axisToString(to) + std::string(" black"), blackRgb.convertTo(to), {sLog ? 95 : 64, 512, 512}});
+    }
+    // The mapped bars match the 10-bit PQ reference codes.
+    const Codes bars709[] = {
+        {3507, 256, 2212}, {3015, 2459, 256}, {2763, 667, 420}, {1001, 1637, 3840}, {509, 3840, 1884}};
+    const Codes barsPq10[] = {{497, 421, 518}, {483, 526, 472}, {468, 430, 476}, {341, 446, 601}, {238, 654, 536}};
+    for (int i = 0; i < 5; ++i)
+        cases.push_back({"mapped bar " + std::to_string(i),
+                         Pixel(bars709[i][0], bars709[i][1], bars709[i][2]).convertTo(Colour_YCbCr_PQ_Mapped),
+                         barsPq10[i]});
+    expectAll(cases);
+    // HDR Y'CbCr is 10 bits deep and keeps a 12-bit RGB source's alpha; RGB HDR is 12-bit studio.
+    const Pixel pqBlack = blackRgb.convertTo(Colour_YCbCr_PQ);
+    const Pixel slogBlack = blackRgb.convertTo(Colour_YCbCr_SLog3);
+    EXPECT_EQ(Ints({pqBlack.colourSpace.bitDepth, pqBlack.sample[Pixel::ALPHA], slogBlack.colourSpace.whiteLevel,
+                    rgbPq.colourSpace.bitDepth, rgbPq.colourSpace.blackLevel}),
+              Ints({10, 4095, 1019, 12, 256}));
+
+    const double golden[][3] = {
+        // value, expected, tolerance
+        {Pixel::applyPqInverseEOTF(1.0), 0.508078, 1e-6},
+        {Pixel::applyPqInverseEOTF(100.0), 1.0, 1e-12},
+        {Pixel::applyPqInverseEOTF(0.0) + Pixel::applyPqInverseEOTF(-1.0) + Pixel::applyPqInverseEOTF(NAN), 0, 0},
+        {Pixel::applyHlgOETF(1.0 / 12), 0.5, 1e-15},
+        {Pixel::applyHlgOETF(1.0), 1.0, 1e-6},
+        {Pixel::applyHlgOETF(0.0) + Pixel::applyHlgOETF(-0.5), 0, 0},
+        {sLog3(0.0, false), 95.0, 0},
+        {sLog3(1.0, false), 597.9, 0.05},
+        {sLog3(0.0124999, false), 171.21, 0.01},  // the segments meet
+        {sLog3(0.0125, false), 171.21, 0.01},
+        {sLog3(-0.1, false), 0, 0},
+        {sLog3(0.5, true) + sLog3(0.5, false), 2 * 420.0, 1e-12},  // negatives mirror about the base
+        {Pixel::applySLog3InverseOOTF(3.0), 2.498049532966813, 1e-15},
+        {Pixel::applySLog3InverseOOTF(4.0), 3.1758052058674355, 1e-15}};
+    for (size_t i = 0; i < std::size(golden); ++i) EXPECT_NEAR(golden[i][0], golden[i][1], golden[i][2]) << i;
+}
+
+TEST(Conversion, EverySupportedPairConverts) {
+    const Pixel colour(3071, 500, 2000, Colour_RGB);
+    for (int from = 0; from < colourAxesCount; ++from) {
+        const Pixel source = colour.convertTo(static_cast<colorAxes_e>(from));
+        ASSERT_EQ(source.colourSpace.colourAxes, from);
+        for (int to = 0; to < colourAxesCount; ++to) {
+            if (!supported(from, to)) continue;
+            const Pixel result = source.convertTo(static_cast<colorAxes_e>(to));
+            EXPECT_EQ(result.colourSpace.colourAxes, to) << from;
+            const int full = (1 << result.colourSpace.bitDepth) - 1;
+            EXPECT_LE(std::max({result.sample[0], result.sample[1], result.sample[2]}), full) << from << " " << to;
+        }
+    }
+}
+
+// One death test per distinct report: source file, function and expression.
+TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
+    const Pixel white709(3760, 2048, 2048), white2020(940, 512, 512, Colour_YCbCr_2020, 10);
+    const Pixel pq(509, 512, 512, Colour_YCbCr_PQ, 10), rgbPq = white709.convertTo(Colour_RGB_PQ);
+    const std::string at = "tools/Pixel\\.cpp:[0-9]+: ", axisArg = "\\(PatternGen::colorAxes_e\\) const";
+    const std::pair<std::function<void()>, std::string> failures[] = {
+        {[&] { white709.convertTo(Colour_YCbCr_601); }, "Pixel Pixel::convertTo" + axisArg + ": Assertion `0"},
+        {[&] { pq.convertTo(Colour_YCbCr_709); }, "convertTo.*Assertion `axis == toSpace"},
+        {[&] { white2020.convertTo(Colour_RGB_PQ); },
+         "assignRGB219Values.*Assertion `axis == PatternGen::Colour_RGB_219"},
+        {[&] { white2020.convertTo(Colour_YCbCr_HLG_Mapped); }, "convertFromYCbCr2020.*Assertion `0"},
+        {[&] { Pixel().assignRGBValues(0, 0, 0); }, "assignRGBValues.*Assertion `axis == PatternGen::Colour_RGB"},
+        {[&] { Pixel().assignYCbCr2020Values(0, 0, 0); }, "Assertion `colourIsIn2020\\(\\)"},
+        {[&] { white709.convertRGB709toYCbCrPQ(1, 1, 1, Colour_YCbCr_HLG); },
+         "Assertion `pqColourSpace == PatternGen::Colour_YCbCr_PQ \\|\\| pqColourSpace == "
+         "PatternGen::Colour_YCbCr_PQ_Mapped"},
+        {[&] { white709.convertRGB709toYCbCrHLG(1, 1, 1, Colour_YCbCr_PQ); },
+         "Assertion `hlgColourSpace == PatternGen::Colour_YCbCr_HLG \\|\\| hlgColourSpace == "
+         "PatternGen::Colour_YCbCr_HLG_Mapped"},
+        {[&] { white709.convertRGB709toYCbCrSLog3(1, 1, 1, Colour_YCbCr_2020); },
+         "Assertion `slog3ColourSpace == PatternGen::Colour_YCbCr_SLog3 \\|\\| .* \\|\\| "
+         "slog3ColourSpace == PatternGen::Colour_YCbCr_SLog3_Live_Mapped"},
+        {[&] { white709.convertRGB709toRGBHDR(1, 1, 1, Colour_YCbCr_PQ); }, "convertRGB709toRGBHDR.*Assertion `0"},
+        {[&] { white709.convertTo(Colour_YCbCr_SLog3_Live).convertTo(Colour_RGB_SLog3); },
+         "Pixel Pixel::convertYCbCrHDRToRGB" + axisArg + ": Assertion `toSpace == PatternGen::Colour_RGB_SLog3_Live"}};
+    for (const auto& [run, report] : failures) EXPECT_DEATH(run(), at + "[^\n]*" + report + "' failed\\.") << report;
+    // The invalid-conversion message goes to standard output before the report.
+    EXPECT_DEATH(
+        (dup2(2, 1), rgbPq.convertTo(Colour_YCbCr_HLG)),
+        "convertHDRFromRGB invalid from 13 to 6\n.*" + at + "[^\n]*convertHDRFromRGB[^\n]*Assertion `0' failed\\.");
+}
+
+// The printed self-test: its difference lines under their headings (the text up to the next blank line).
+TEST(SelfTest, KnownDifferenceLines) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(1, UnitTests::runUnitTests(720, 576, 4, 3, Colour_YCbCr_709));
+    const std::string out = testing::internal::GetCapturedStdout();
+    const auto group = [&](const std::string& heading) {
+        const size_t at = out.find("\n\n" + heading + "\n");
+        if (at == std::string::npos) return std::string("<missing heading>");
+        const size_t body = at + heading.size() + 3;
+        return out.substr(body, out.find("\n\n", body - 1) - body + 1);
+    };
+    EXPECT_EQ(out.rfind("Width x Height: 720x576\nAspect: 4:3\nPixel aspect: 1:0.938\n\nCheck", 0), 0u);
+    // Exact scaling prints nothing, not even the label; yellow's Cb is one above the reference.
+    EXPECT_EQ(out.find("White75"), std::string::npos);
+    EXPECT_EQ(group("Check 75% scaling").rfind("  Yellow75  Cb  705   +1\t\n", 0), 0u);
+    EXPECT_EQ(group("Check 10 bit rounding").rfind("  Yellow_709_10  Cb   64   +1\t\n", 0), 0u);
+    // Labels go through "%s": a doubled percent sign stays doubled.
+    EXPECT_NE(group("Check 75% 10 bit rounding").find("  Grey 40%% 709_10    Y  415   +1\t\n"), std::string::npos);
+    EXPECT_EQ(group("Check 709 YCbCr - HLG 2020"), "  White HLG   Y  616 +114\t\n");
+    EXPECT_EQ(group("Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0),
+              0u);
+    EXPECT_EQ(group("Check Ref PQ 12bits - 10 bits rounded").find("White"), std::string::npos);
+    EXPECT_EQ(group("Check I and Q vectors YCbCr - RGB-219 - and back"), "");
+    EXPECT_NE(group("Check SLog3"), "<missing heading>");
+    // The 709 and 601 halves of the RGB - YCbCr group are separated by one blank line.
+    EXPECT_NE(out.find("  Green 709   Y 2762   -1\t\n\n  White 601   "), std::string::npos);
+    // The final puts("\n") leaves two newlines after the last line.
+    EXPECT_EQ(out.substr(out.size() - 4), "\t\n\n\n");
+}

@@ -1,0 +1,356 @@
+// The pattern framework: transition coefficients, integer geometry and circles, init's bars, the drawing
+// primitives, the full-frame loop and the line-repeat loop.
+// R'G'B' pixels blend linearly (other * (1 - w) + this * w, truncated), so with levels 0 and 1000 and
+// the 25 ns / 74.25 MHz ramp (0.068797, 0.330117, 0.669883, 0.931203) a rise reads 68, 330, 669, 931.
+// -1 marks "not drawn".
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+#include <vector>
+
+#include "TestPattern.h"
+
+using namespace PatternGen;
+
+namespace {
+
+using Row = std::vector<int>;
+using Samples = std::vector<uint16_t>;
+using Lines = std::vector<std::pair<int, int>>;
+
+std::deque<double> ramp(double riseTime, double clockMHz) {
+    std::deque<double> c{0.25, 0.75};  // stale content must be replaced
+    TestPattern().calculateTransition(c, riseTime, clockMHz);
+    return c;
+}
+
+void expectRamp(const std::deque<double>& actual, const std::vector<double>& expected) {
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(actual[i], expected[i], 5e-7) << "index " << i;
+}
+
+void resize(TestPattern& p, int w, int h, int an, int ad) { p.width = w, p.height = h, p.aspectNum = an, p.aspectDen = ad; }
+
+Pixel rgb(int r, int g, int b) { return Pixel(g, b, r, Colour_RGB); }
+Pixel grey(int level) { return rgb(level, level, level); }
+// Unique per coordinate: R from x, G from y, B from both.
+Pixel coordinates(int x, int y) { return rgb(2000 + x, 100 + y, 1000 + x + 10 * y); }
+
+// Level at each x from..to of a primitive that draws over `start` and says whether it drew.
+Row row(int from, int to, const Pixel& start, const std::function<bool(int, Pixel&)>& draw) {
+    Row levels;
+    for (int x = from; x <= to; ++x) {
+        Pixel px = start;
+        levels.push_back(draw(x, px) ? px.sample[Pixel::Y_G] : -1);
+    }
+    return levels;
+}
+
+Samples frameOf(TestPattern& p, int w, int h) {
+    Samples f(static_cast<size_t>(w) * h * 4, 0xABCD);
+    EXPECT_TRUE(p.run_body(0, w, h, f.data()));
+    return f;
+}
+
+// Frame samples 0..2 of an R'G'B' pixel are R, G, B times 16.
+void expectStored(const uint16_t* px, const Pixel& chroma, const Pixel& luma) {
+    EXPECT_EQ(Samples(px, px + 3),
+              (Samples{uint16_t(chroma.sample[Pixel::CR_R] * 16), uint16_t(luma.sample[Pixel::Y_G] * 16),
+                       uint16_t(chroma.sample[Pixel::CB_B] * 16)}));
+}
+
+}  // namespace
+
+TEST(Transitions, WorkedCoefficientsAreAscendingAndSymmetric) {
+    expectRamp(ramp(25, 74.25), {0.068797, 0.330117, 0.669883, 0.931203});
+    expectRamp(ramp(25, 37.125), {0.180447, 0.819553});
+    expectRamp(ramp(15, 74.25), {0.226918, 0.773082});
+    expectRamp(ramp(15, 37.125), {0.5});
+    expectRamp(ramp(25, 148.5), {0.008452, 0.068797, 0.180447, 0.330117, 0.5, 0.669883, 0.819553, 0.931203, 0.991548});
+    EXPECT_TRUE(ramp(25, 13.5).empty());
+    for (double rise : {5.0, 15.0, 100.0})
+        for (double clock : {13.5, 74.25, 297.0}) {
+            const std::deque<double> c = ramp(rise, clock);
+            for (size_t i = 0; i < c.size(); ++i) {
+                EXPECT_GT(c[i], i == 0 ? 0.0 : c[i - 1]);
+                EXPECT_NEAR(c[i] + c[c.size() - 1 - i], 1.0, 1e-15) << rise << " ns at " << clock << " MHz";
+            }
+        }
+    // The sample rate follows the height: 250 kHz is this many pixels.
+    TestPattern p;  // 2160 lines before init
+    EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), 594.0);
+    for (const auto& [lines, pixels] : {std::pair<int, double>{1090, 594.0}, {1089, 297.0}, {600, 297.0}, {599, 54.0}}) {
+        p.height = lines;
+        EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), pixels) << lines << " lines";
+    }
+}
+
+// Subsampled chroma runs at half the clock, each value twice; a zero rise time switches transitions off
+// but keeps the lists, and noRiseTime changes only the flag.
+TEST(Transitions, ListsFollowTheSamplingAndSurviveSwitchingOff) {
+    TestPattern sub;
+    sub.initQuietly(1920, 1080, 16, 9, Colour_RGB, Sampling_420);
+    EXPECT_EQ(sub.setupCalls, 1);
+    EXPECT_EQ(sub.transitionLength, 4);
+    expectRamp(sub.chromaTransition, {0.180447, 0.180447, 0.819553, 0.819553});
+    sub.calculateTransition(25.0, 148.5);
+    EXPECT_EQ(sub.transitionLength, 9);
+    expectRamp(sub.chromaTransition, {0.068797, 0.068797, 0.330117, 0.330117, 0.669883, 0.669883, 0.931203, 0.931203});
+    const std::deque<double> luma = sub.lumaTransition, chroma = sub.chromaTransition;
+    sub.calculateTransition(0.0, 74.25);
+    EXPECT_TRUE(!sub.riseTimeEnabled && sub.transitionLength == 0);
+    EXPECT_TRUE(sub.lumaTransition == luma && sub.chromaTransition == chroma);
+    sub.calculateTransition(15.0, 74.25);
+    sub.noRiseTime();
+    EXPECT_TRUE(!sub.riseTimeEnabled && sub.transitionLength == 2);
+}
+
+// Fractions multiply left to right, then truncate once; circles compare truncated distances with the radius.
+TEST(Geometry, FractionsAndCircles) {
+    TestPattern p;
+    resize(p, 1920, 1080, 16, 9);
+    EXPECT_EQ((Row{p.heightFraction(7, 3), p.widthFraction(-1, 3), p.fractionOf(-7, 1, 2)}), (Row{2520, -640, -3}));
+    for (int r : {0, 1, 5, 13})  // square pixels: the Euclidean test
+        for (int y = -15; y <= 15; ++y)
+            for (int x = -15; x <= 15; ++x) {
+                const bool inside = x * x + y * y < r * r;
+                ASSERT_EQ(p.insideCircleHeight(x + 100, y - 40, 100, -40, r), inside) << x << "," << y << " r " << r;
+                ASSERT_EQ(p.insideCircleWidth(x - 7, y + 3, -7, 3, r), inside) << x << "," << y << " r " << r;
+            }
+    resize(p, 720, 576, 4, 3);
+    EXPECT_EQ(p.aspectAdjustedVertFraction(1, 2), 384);  // (576*4*1)/(3*2)
+    EXPECT_EQ(p.aspectAdjustedHorizFraction(1, 7), 77);  // (720*3*1)/(4*7) = 77.1
+    EXPECT_TRUE(p.insideCircleHeight(100, 0, 0, 0, 107));   // x 100 is 106.67 lines, kept as 106
+    EXPECT_FALSE(p.insideCircleHeight(100, 0, 0, 0, 106));  // exactly on the radius: outside
+    EXPECT_FALSE(p.insideCircleHeight(15, 0, 1, 0, 15));    // 16 - 1, each truncated separately
+    EXPECT_TRUE(p.insideCircleWidth(0, 100, 0, 0, 94));     // y 100 is 93.75 pixels, kept as 93
+    EXPECT_FALSE(p.insideCircleWidth(0, 100, 0, 0, 93));
+    // An 8K cinema raster: 4320 x 4095 x 256 exceeds 32 bits, yet the pixels are square.
+    resize(p, 8192, 4320, 256, 135);
+    EXPECT_TRUE(p.insideCircleHeight(4095, 0, 0, 0, 4096) && !p.insideCircleHeight(4095, 0, 0, 0, 4095));
+    EXPECT_EQ(p.aspectAdjustedVertFraction(1, 1), 8192);
+}
+
+// 601 bars come from a fixed table, but 75% yellow is converted from R'G'B' (3071, 3071, 0).
+TEST(Init, BarsAreInTheOutputAxes) {
+    TestPattern sd, hd;
+    sd.initQuietly(720, 576, 4, 3, Colour_YCbCr_601);
+    EXPECT_TRUE(sd.bars100[1].sameCodes(Pixel(3360, 256, 2336, Colour_YCbCr_601)));
+    EXPECT_TRUE(sd.bars75[1].sameCodes(Pixel(2584, 704, 2267, Colour_YCbCr_601)));
+    hd.initQuietly(1920, 1080, 16, 9, Colour_YCbCr_709);
+    EXPECT_TRUE(hd.bars100[1].sameCodes(Pixel(3507, 256, 2212)));
+    EXPECT_TRUE(hd.bars75[0].sameCodes(Pixel(2884, 2048, 2048)));
+}
+
+// 1920x1080 16:9 R'G'B' 4:4:4 with the default four-sample ramp.
+struct Primitives : testing::Test {
+    TestPattern p;
+    Pixel black = grey(0), white = grey(1000), incoming = grey(77);
+    void SetUp() override { p.initQuietly(1920, 1080); }
+    Row bars(int from, int to, Pixel* a, Pixel* b) {
+        return row(from, to, incoming, [&](int x, Pixel& px) { return p.bars(x, px, 2, 100, a, b); });
+    }
+};
+
+// Bars centre their transitions on each edge; an odd ramp's extra sample takes the colour it rises to;
+// layered bars end their zone on the edge and keep the incoming pixel outside; a negative count draws nothing.
+TEST_F(Primitives, Bars) {
+    EXPECT_EQ(bars(47, 53, &black, &white), (Row{0, 68, 330, 669, 931, 1000, 1000}));
+    EXPECT_EQ(bars(97, 103, &black, &white), (Row{1000, 931, 669, 330, 68, 0, 0}));  // black outside
+    auto layered = [&](int from, int to) {
+        return row(from, to, incoming, [&](int x, Pixel& px) { return p.barsLayered(x, px, 2, 100, &black, &white); });
+    };
+    EXPECT_EQ(layered(-3, 1), (Row{77, 71, 51, 25, 0}));
+    EXPECT_EQ(layered(97, 101), (Row{1000, 936, 695, 381, 77}));
+    p.calculateTransition(15.0, 37.125);
+    Pixel top = grey(999);
+    EXPECT_EQ(bars(48, 51, &black, &top), (Row{0, 499, 999, 999}));
+    p.calculateTransition(0.0, 74.25);
+    Pixel c0 = grey(300), c1 = grey(600);
+    EXPECT_EQ(bars(-1, 1, &c0, &c1), (Row{0, 300, 300}));
+    EXPECT_EQ(bars(99, 100, &c0, &c1), (Row{600, 0}));
+    int widths[] = {3, 2};
+    EXPECT_EQ(row(-1, 5, incoming, [&](int x, Pixel& px) { return p.barsLayered(x, px, 2, widths, &black, &white); }),
+              (Row{77, 0, 0, 0, 1000, 1000, 77}));
+    EXPECT_EQ(row(5, 5, incoming, [&](int x, Pixel& px) { return p.bars(x, px, -1, 100, &white); }), (Row{77}));
+    EXPECT_EQ(row(5, 5, incoming, [&](int x, Pixel& px) { return p.barsLayered(x, px, -1, 100); }), (Row{77}));
+}
+
+TEST_F(Primitives, SquareWaveEdgesAndVerticalLines) {
+    auto wave = [&](int from, int to) {
+        return row(from, to, black, [&](int x, Pixel& px) { return (px = p.squareWave(x, 10, black, white)), true; });
+    };
+    EXPECT_EQ(wave(-2, 8), (Row{68, 330, 669, 931, 1000, 931, 669, 330, 68, 0, 68}));
+    for (bool inverted : {false, true})
+        EXPECT_EQ(row(0, 5, black,
+                      [&](int step, Pixel& px) {
+                          inverted ? p.edgeInv(px, 4, white, step) : p.edge(px, 4, white, step);
+                          return true;
+                      }),
+                  inverted ? (Row{931, 669, 330, 68, 1000, 1000}) : (Row{68, 330, 669, 931, 1000, 1000}));
+    // Soft borders are half way to the neighbour, wider for subsampled chroma; hard lines are not.
+    auto line = [&](int from, int to) {
+        return row(from, to, incoming,
+                   [&](int x, Pixel& px) { return p.vertLineAt(10, x, 2, grey(0), white, grey(2000), px); });
+    };
+    EXPECT_EQ(line(7, 13), (Row{-1, -1, 500, 1000, 1500, -1, -1}));
+    p.sampling = Sampling_422;
+    EXPECT_EQ(line(6, 14), (Row{-1, -1, 500, 500, 1000, 1500, 1500, -1, -1}));
+    p.noRiseTime();
+    EXPECT_EQ(line(8, 13), (Row{-1, -1, 1000, 1000, 1000, -1}));
+    p.calculateTransition(0.0, 74.25);
+    EXPECT_EQ(wave(-1, 10), (Row{0, 1000, 1000, 1000, 1000, 1000, 0, 0, 0, 0, 0, 1000}));
+}
+
+TEST_F(Primitives, GridLines) {
+    // Soft vertical lines: W = 2 + 2*4 - 1 = 9 from x 1; flipped, W = 2 + 2*3 = 8.
+    EXPECT_EQ(row(0, 10, black, [&](int x, Pixel& px) { return p.grid(x, 0, 10, 2, px, white); }),
+              (Row{-1, 68, 330, 669, 931, 931, 669, 330, 68, 0, -1}));
+    EXPECT_EQ(row(0, 9, black, [&](int x, Pixel& px) { return p.gridFlipVphase(x, 0, 10, 2, px, white); }),
+              (Row{-1, 68, 330, 669, 931, 931, 669, 330, 68, -1}));
+    // Hard lines are thickness + 1 wide; the flipped grid's rows are half a pitch away.
+    p.calculateTransition(0.0, 74.25);
+    for (int v = -20; v < 20; ++v) {
+        const int phase = ((v % 10) + 10) % 10;
+        Pixel px = incoming;
+        EXPECT_EQ(p.grid(0, v, 10, 2, px, white), phase >= 4 && phase <= 6) << "y " << v;
+        EXPECT_EQ(p.gridVertical(v, 5, 10, 2, px, white), phase >= 4 && phase <= 6) << "x " << v;
+        EXPECT_EQ(p.gridFlipVphase(3, v, 10, 2, px, white), phase >= 6 && phase <= 8) << "y " << v;
+    }
+    // Columns are found in line units at non-square pixels: x' = (576 * x * 4) / 2160, so x 15 is x' 16.
+    TestPattern sd;
+    sd.initQuietly(720, 576, 4, 3);
+    sd.calculateTransition(0.0, 74.25);
+    EXPECT_EQ(row(12, 16, black, [&](int x, Pixel& px) { return sd.gridVertical(x, 0, 10, 2, px, white); }),
+              (Row{-1, -1, 1000, 1000, -1}));
+}
+
+TEST_F(Primitives, ChromaPastTheEndOfAShorterListTakesTheTargetColour) {
+    // 15 ns at 37.125 MHz: luma has one sample (0.5); the half-clock chroma list is empty.
+    p.sampling = Sampling_422;
+    p.calculateTransition(15.0, 37.125);
+    ASSERT_TRUE(p.chromaTransition.empty());
+    Pixel from(256, 2048, 2048), to(3760, 256, 3840), out;
+    p.bars(49, out, 2, 100, &from, &to);
+    EXPECT_EQ((Row{out.sample[Pixel::CB_B], out.sample[Pixel::CR_R]}), (Row{256, 3840}));
+    EXPECT_NEAR(out.sample[Pixel::Y_G], 2008, 1);
+}
+
+// Each rendered row goes to the next frame row, from the first, whatever the first y; full-canvas
+// patterns refuse quadrant mode before anything is rendered.
+TEST(FullFrameLoop, EveryQuadrantFillsTheFrameFromItsFirstRow) {
+    const struct {
+        quadrant_e quadrant;
+        bool fullCanvas;
+        int x0, y0;
+    } cases[] = {{Quadrant_None, false, -8, 0}, {Quadrant_None, true, 0, 0},  {Quadrant_TL, false, -16, 0},
+                 {Quadrant_TR, false, 0, 0},    {Quadrant_BL, false, -16, 6}, {Quadrant_BR, false, 0, 6}};
+    for (const auto& c : cases) {
+        TestPattern p(coordinates);
+        p.fullCanvas = c.fullCanvas;
+        p.initQuietly(16, 6, 16, 9, Colour_RGB, Sampling_444, 12, c.quadrant, true);
+        const Samples f = frameOf(p, 16, 6);
+        EXPECT_EQ(p.bodyCalls, 96) << "quadrant " << c.quadrant;
+        for (int i = 0; i < 96; ++i) {
+            const Pixel expected = coordinates(c.x0 + i % 16, c.y0 + i / 16);
+            expectStored(&f[i * 4], expected, expected);
+            EXPECT_EQ(f[i * 4 + 3], 4095 * 16);
+        }
+    }
+    TestPattern refused;
+    refused.fullCanvas = true;
+    refused.initQuietly(16, 6, 16, 9, Colour_RGB, Sampling_444, 12, Quadrant_TL);
+    Samples f(16 * 6 * 4, 0xABCD);
+    EXPECT_THROW(refused.run_body(0, 16, 6, f.data()), std::runtime_error);
+    EXPECT_EQ(refused.bodyCalls, 0);
+    EXPECT_EQ(f, Samples(16 * 6 * 4, 0xABCD));
+}
+
+// Ten-bit pixels are widened to twelve bits; the outer two columns blend towards black unless the taper
+// is suppressed or transitions are off.
+TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
+    TestPattern ten([](int, int) { return Pixel(940, 512, 512, Colour_YCbCr_709, 10); });
+    ten.initQuietly(4, 2, 16, 9, Colour_YCbCr_709, Sampling_444, 10, Quadrant_None, true);
+    const Samples f = frameOf(ten, 4, 2);
+    for (size_t i = 0; i < f.size(); i += 4) EXPECT_EQ(Samples(&f[i], &f[i + 4]), (Samples{32768, 60160, 32768, 65472}));
+
+    const auto whiteFrame = [](int width, bool taperOff, bool riseTime) {  // samples divided by 16
+        TestPattern p([](int, int) { return rgb(4095, 4095, 4095); });
+        p.initQuietly(width, 1, 16, 9, Colour_RGB, Sampling_444, 12, Quadrant_None, taperOff);
+        if (!riseTime) p.noRiseTime();
+        Samples w = frameOf(p, width, 1);
+        for (uint16_t& v : w) v /= 16;
+        return w;
+    };
+    const int taper[] = {409, 2743, 4095, 4095, 4095, 4095, 2743, 409};  // 4095 x 0.1 and x 0.67, truncated
+    const Samples wide = whiteFrame(8, false, true);
+    for (int col = 0; col < 8; ++col) EXPECT_EQ(Samples(&wide[col * 4], &wide[col * 4 + 3]), Samples(3, taper[col]));
+    // Two columns: each is tapered from the left, then from the right (409 -> 274, 2743 -> 274).
+    EXPECT_EQ(whiteFrame(2, false, true), (Samples{274, 274, 274, 4095, 274, 274, 274, 4095}));
+    EXPECT_EQ(whiteFrame(8, true, true)[0], 4095);
+    EXPECT_EQ(whiteFrame(8, false, false)[0], 4095);
+}
+
+// Odd columns take the chroma of the even column to their left, and in 4:2:0 odd rows that of the
+// even row above. At width 1366 the first x, -683, is odd: row 0 starts with the default Pixel's
+// chroma, row 1 with that of row 0's last even column, x 682.
+TEST(FullFrameLoop, SubsampledChromaIsHeldFromTheLastEvenColumnAndRow) {
+    const struct {
+        sampling_e sampling;
+        int w, h;
+    } cases[] = {{Sampling_422, 1366, 2}, {Sampling_420, 8, 4}};
+    for (const auto& c : cases) {
+        TestPattern p(coordinates);
+        p.initQuietly(c.w, c.h, 16, 9, Colour_RGB, c.sampling, 12, Quadrant_None, true);
+        const Samples f = frameOf(p, c.w, c.h);
+        const int x0 = -c.w / 2;
+        for (int row = 0; row < c.h; ++row)
+            for (int x = x0 % 2 == 0 ? x0 : x0 + 1; x < c.w + x0; ++x) {
+                const int evenRow = c.sampling == Sampling_420 ? row - row % 2 : row;
+                expectStored(&f[(row * c.w + x - x0) * 4], coordinates(x % 2 == 0 ? x : x - 1, evenRow),
+                             coordinates(x, row));
+            }
+        if (x0 % 2 != 0) {
+            expectStored(&f[0], Pixel(), coordinates(x0, 0));
+            expectStored(&f[c.w * 4], coordinates(-x0 - 1, 0), coordinates(x0, 1));
+        }
+    }
+}
+
+// Stored line n shows the source line of the first pair for n; the first missing n ends the list. Without
+// a list every line is stored from the top left, R'G'B' as R, G, B and Y'CbCr widened to 12 bits.
+TEST(LineRepeatLoop, StoredLinesFollowTheList) {
+    const std::pair<Lines, std::vector<int>> cases[] = {{{{1, 5}, {0, 0}, {2, 9}}, {0, 5, 9}},
+                                                        {{{0, 2}, {1, 4}, {3, 6}}, {2, 4}},
+                                                        {{{0, 3}, {0, 8}, {1, 1}}, {3, 1}},
+                                                        {{{1, 3}, {2, 4}}, {}}};
+    for (const auto& [list, sources] : cases) {
+        TestPattern p([](int x, int y) { return rgb(x, y, 7); });  // G is the source line
+        p.useBaseLineRepeats = false;
+        p.lineRepeats = list;
+        p.initQuietly(3, 10);
+        Samples lines(3 * 10 * 3);
+        Lines repeats;
+        int height = 10;
+        EXPECT_TRUE(p.run_body(0, 3, height, repeats, reinterpret_cast<unsigned char*>(lines.data())));
+        EXPECT_EQ(repeats, list);
+        std::vector<int> stored;
+        for (int n = 0; n < height; ++n) stored.push_back(lines[n * 9 + 1] / 16);
+        EXPECT_EQ(stored, sources);
+    }
+    TestPattern p(coordinates);
+    p.initQuietly(6, 4);
+    int h = 4;
+    Lines repeats{{9, 9}};
+    Samples lines(6 * 4 * 3);
+    p.run_body(0, 6, h, repeats, reinterpret_cast<unsigned char*>(lines.data()));
+    EXPECT_TRUE(repeats.empty());
+    EXPECT_EQ((Row{h, p.minX, p.maxX, p.minY, p.maxY}), (Row{4, 0, 5, 0, 3}));
+    EXPECT_EQ(Samples(&lines[36], &lines[39]), (Samples{2000 * 16, 102 * 16, 1020 * 16}));  // no taper
+    TestPattern y([](int, int) { return Pixel(940, 512, 700, Colour_YCbCr_709, 10); });
+    y.initQuietly(1, 1, 16, 9, Colour_YCbCr_709, Sampling_444, 10);
+    h = 1;
+    y.run_body(0, 1, h, repeats, reinterpret_cast<unsigned char*>(lines.data()));
+    EXPECT_EQ(Samples(&lines[0], &lines[3]), (Samples{60160, 32768, 44800}));  // Y, Cb, Cr
+}
