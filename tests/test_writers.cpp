@@ -1,0 +1,298 @@
+// The PNG, TIFF and DPX writers' files read back independently: PNG by a reader of its own (chunks,
+// CRCs, zlib, row filters) and pngcheck, TIFF by libtiff and tiffdump, DPX byte by byte and by ffmpeg;
+// and their failures.
+#include <gtest/gtest.h>
+#include <tiffio.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "TestFiles.h"
+#include "writeDPX.h"
+#include "writePng.h"
+#include "writeTiff.h"
+
+namespace {
+
+using namespace TestFiles;
+using Frame = std::vector<uint16_t>;
+
+// The 16-bit samples of an RGBA PNG after checking signature, chunk order and CRCs, IHDR and row filters.
+Frame decodePng(const Bytes& file) {
+    EXPECT_EQ(Bytes(file.begin(), file.begin() + 8), (Bytes{137, 80, 78, 71, 13, 10, 26, 10}));
+    Bytes header, idat;
+    std::string chunks;
+    size_t at = 8;
+    for (; at + 12 <= file.size(); at += 12 + bigEndian(file, at)) {
+        const uint32_t length = bigEndian(file, at);
+        const std::string type(file.begin() + at + 4, file.begin() + at + 8);
+        EXPECT_EQ(crc32(0, &file[at + 4], length + 4), bigEndian(file, at + 8 + length)) << type;
+        chunks += chunks.empty() || chunks.substr(chunks.size() - 4) != type ? type : "";
+        Bytes& target = type == "IHDR" ? header : idat;
+        if (type == "IHDR" || type == "IDAT") target.insert(target.end(), &file[at + 8], &file[at + 8 + length]);
+    }
+    EXPECT_EQ(at, file.size()) << "bytes after the last chunk";
+    EXPECT_EQ("IHDRIDATIEND", chunks);
+    if (header.size() != 13) return {};
+    EXPECT_EQ(hex("10 06 00 00 00"), Bytes(header.begin() + 8, header.end()));  // 16-bit RGBA, not interlaced
+
+    const size_t rowBytes = bigEndian(header, 0) * 8, rows = bigEndian(header, 4);
+    Bytes filtered((rowBytes + 1) * rows), out(rowBytes * rows);
+    uLongf size = filtered.size();
+    EXPECT_EQ(Z_OK, uncompress(filtered.data(), &size, idat.data(), idat.size()));
+    EXPECT_EQ(filtered.size(), size);
+    for (size_t y = 0; y < rows; ++y) {
+        const uint8_t type = filtered[y * (rowBytes + 1)];
+        EXPECT_LT(type, 5) << "row " << y;
+        for (size_t i = 0; i < rowBytes; ++i) {
+            const int a = i >= 8 ? out[y * rowBytes + i - 8] : 0, b = y > 0 ? out[(y - 1) * rowBytes + i] : 0;
+            const int c = y > 0 && i >= 8 ? out[(y - 1) * rowBytes + i - 8] : 0;
+            const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
+            const int predictor[] = {0, a, b, (a + b) / 2, pa <= pb && pa <= pc ? a : pb <= pc ? b : c};
+            out[y * rowBytes + i] = static_cast<uint8_t>(filtered[y * (rowBytes + 1) + 1 + i] + predictor[type % 5]);
+        }
+    }
+    Frame samples;
+    for (size_t i = 0; i + 1 < out.size(); i += 2) samples.push_back(static_cast<uint16_t>(bigEndian(out, i, 2)));
+    return samples;
+}
+
+// The fields libtiff reads back ("width x length compression photometric planar bits samples strips
+// directories") and the pixels of the single strip.
+std::string readTiff(const std::string& path, Frame& pixels) {
+    TIFF* tif = TIFFOpen(path.c_str(), "r");
+    if (tif == nullptr) return "cannot open";
+    uint32_t width = 0, length = 0;
+    TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
+    TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &length);
+    std::string fields = std::to_string(width) + "x" + std::to_string(length);
+    for (ttag_t tag : {TIFFTAG_COMPRESSION, TIFFTAG_PHOTOMETRIC, TIFFTAG_PLANARCONFIG, TIFFTAG_BITSPERSAMPLE,
+                       TIFFTAG_SAMPLESPERPIXEL}) {
+        uint16_t value = 0;
+        TIFFGetField(tif, tag, &value);
+        fields += " " + std::to_string(value);
+    }
+    fields += " " + std::to_string(TIFFNumberOfStrips(tif)) + " " + std::to_string(TIFFNumberOfDirectories(tif));
+    pixels.resize(size_t(width) * length * 3);
+    const tmsize_t bytes = static_cast<tmsize_t>(pixels.size() * 2);
+    if (TIFFReadEncodedStrip(tif, 0, pixels.data(), bytes) != bytes) pixels.clear();
+    TIFFClose(tif);
+    return fields;
+}
+
+// The line tiffdump prints for a tag, e.g. "65456 (0xffb0) ASCII (2) 16<[[0,10],[11,1]]\0>"; "" if absent.
+std::string dumpedTag(const std::string& path, const std::string& tagStart) {
+    const std::string dump = "\n" + commandOutput("tiffdump '" + path + "' 2>&1");
+    const size_t at = dump.find("\n" + tagStart);
+    return at == std::string::npos ? "" : dump.substr(at + 1, dump.find('\n', at + 1) - at - 1);
+}
+
+int writeTiff(Frame& frame, bool ycbcr, int width, int height, int bits, const std::vector<std::pair<int, int>>& repeats,
+              const std::string& path) {
+    return TiffWriter::writeTiff(reinterpret_cast<unsigned char*>(frame.data()), ycbcr, width, height, bits, repeats,
+                                 path.c_str());
+}
+
+int writeDpx(Frame& frame, DPX::eFormat format, int width, int height, const std::string& path,
+             DPX::Metadata metadata = {}) {
+    return DPXWriter::writeDPX(frame.data(), format, width, height, 10, path.c_str(), metadata);
+}
+
+const size_t kDpxData = 8192;
+
+std::string textField(const Bytes& file, size_t at, size_t size) {
+    const std::string text(file.begin() + at, file.begin() + at + size);
+    return text.substr(0, text.find('\0'));
+}
+
+}  // namespace
+
+// A smooth frame (for which libpng picks the predicting filters) with the extremes and 0x0102, which must
+// be stored as the bytes 01 02, comes back unchanged; the YCbCr flag and the bit depth leave the file alone.
+TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
+    const int width = 64, height = 40;
+    Frame frame;
+    for (int i = 0; i < width * height * 4; ++i) frame.push_back(static_cast<uint16_t>(i % 256 * 250 + i / 256 * 77));
+    frame[0] = 0x0102, frame[1] = 0xFFFF, frame[2] = 0;
+    ScratchDir dir;
+    const std::string rgb = dir.path("rgb.png"), ycbcr = dir.path("ycbcr.png");
+    ASSERT_EQ(0, PngWriter::writePng(frame.data(), false, width, height, 12, rgb.c_str()));
+    ASSERT_EQ(0, PngWriter::writePng(frame.data(), true, width, height, 8, ycbcr.c_str()));
+    const Bytes file = readFile(rgb);
+    EXPECT_EQ(file, readFile(ycbcr));
+    EXPECT_EQ(hex("00000040 00000028"), Bytes(file.begin() + 16, file.begin() + 24));  // 64 x 40
+    EXPECT_EQ(frame, decodePng(file));
+    EXPECT_TRUE(!toolAvailable("pngcheck") || std::system(("pngcheck -q '" + rgb + "' >/dev/null").c_str()) == 0);
+}
+
+// ImageLength is the number of stored lines; the bit depth argument changes nothing in the file; the
+// private tag holds the line-repeat list as compact JSON.
+TEST(TiffWriter, FieldsPixelsAndLineRepeatTag) {
+    // YCbCr flag, width, height, line repeats, libtiff's fields (LZW, photometric 2 or 6, contiguous,
+    // 16 bits, 3 samples, 1 strip, 1 directory), the private tag as tiffdump shows it, and subsampling.
+    const std::tuple<bool, int, int, std::vector<std::pair<int, int>>, const char*, const char*, const char*> cases[] = {
+        {false, 12, 4, {{0, 10}, {11, 1}}, "12x4 5 2 1 16 3 1 1", "16<[[0,10],[11,1]]\\0>", ""},
+        {true, 7, 3, {{-1, 1080}}, "7x3 5 6 1 16 3 1 1", "12<[[-1,1080]]\\0>", "2<1 1>"},
+        {false, 5, 2, {}, "5x2 5 2 1 16 3 1 1", "", ""}};
+    const bool dumpable = toolAvailable("tiffdump");
+    ScratchDir dir;
+    const std::string at8 = dir.path("at8.tif"), at12 = dir.path("at12.tif");
+    for (const auto& [ycbcr, width, height, repeats, fields, repeatTag, subsampling] : cases) {
+        Frame buffer = distinctSamples(size_t(width) * height * 3, 7), pixels;
+        ASSERT_EQ(0, writeTiff(buffer, ycbcr, width, height, 8, repeats, at8));
+        ASSERT_EQ(0, writeTiff(buffer, ycbcr, width, height, 12, repeats, at12));
+        EXPECT_EQ(readFile(at8), readFile(at12));
+        EXPECT_EQ(fields, readTiff(at8, pixels));
+        EXPECT_EQ(buffer, pixels) << fields;
+        if (!dumpable) continue;
+        EXPECT_EQ(*repeatTag ? "65456 (0xffb0) ASCII (2) " + std::string(repeatTag) : "", dumpedTag(at8, "65456 "));
+        EXPECT_EQ(*subsampling ? "YCbCrSubsampling (530) SHORT (3) " + std::string(subsampling) : "",
+                  dumpedTag(at8, "YCbCrSubsampling"));
+    }
+}
+
+// Each field is checked, then cleared in a copy of the header, which must be all zero afterwards. At 0:
+// "XPDS", data at 8192, "V2.0", file size 8384, no ditto key, generic header 768; at 660: not encrypted;
+// at 768: orientation 0, one element, 12 x 4, unsigned, reference codes 64 and 940 for 0.0 and 1.0,
+// descriptor 50, BT.709 transfer and colorimetry, 10 bits, packing 1, no encoding, data at 8192.
+// The time stamp is "YYYY:MM:DD:hh:mm:ss:ZONE".
+TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
+    ScratchDir dir;
+    std::filesystem::create_directories(dir.path("out/dir"));
+    Frame frame = distinctSamples(12 * 4 * 4);
+    ASSERT_EQ(0, writeDpx(frame, DPX::kRGB, 12, 4, dir.path("out/dir/test.dpx"), {"pm5544 tests", "card", "none"}));
+    const Bytes file = readFile(dir.path("out/dir/test.dpx"));
+    ASSERT_EQ(kDpxData + 12 * 4 * 4, file.size());
+    const auto text = [](const std::string& t) { return Bytes(t.begin(), t.end()); };
+    const std::pair<size_t, Bytes> fields[] = {
+        {0, hex("58504453 00200000 56322E30 00000000 C0200000 00000000 00030000")},
+        {36, text("test.dpx")},
+        {160, text("pm5544 tests")},
+        {260, text("card")},
+        {460, text("none")},
+        {660, hex("FFFFFFFF")},
+        {768, hex("0000 0100 0C000000 04000000 00000000 40000000 00000000 AC030000 0000803F 32 06 06 0A 0100 0000"
+                  "00200000")}};
+    Bytes rest(file.begin(), file.begin() + kDpxData);
+    for (const auto& [at, expected] : fields) {
+        EXPECT_EQ(expected, Bytes(file.begin() + at, file.begin() + at + expected.size())) << "offset " << at;
+        std::fill(rest.begin() + at, rest.begin() + at + expected.size(), 0);
+    }
+    std::string stamp = textField(file, 136, 24);
+    for (char& c : stamp) c = std::isdigit(static_cast<unsigned char>(c)) ? 'd' : c;
+    EXPECT_TRUE(stamp.size() > 20 && stamp.rfind("dddd:dd:dd:dd:dd:dd:", 0) == 0) << stamp;
+    std::fill(rest.begin() + 136, rest.begin() + 160, 0);
+    const auto stray = std::find_if(rest.begin(), rest.end(), [](uint8_t b) { return b != 0; });
+    EXPECT_EQ(rest.end(), stray) << "non-zero byte at " << (stray - rest.begin());
+}
+
+// Names longer than their field are cut without a terminator; a long zone abbreviation is cut so the time
+// stamp keeps 23 characters and its terminator. Samples keep their top ten bits, without rounding, in bits
+// 31-22, 21-12 and 11-2 of little-endian words.
+TEST(DpxWriter, TextFieldsAreCutAndWordsKeepTheTopTenBits) {
+    ScratchDir dir;
+    const std::string savedTz = std::getenv("TZ") ? std::getenv("TZ") : "", path = dir.path(std::string(120, 'n'));
+    const bool hadTz = std::getenv("TZ") != nullptr;
+    setenv("TZ", "<ABCDEFGHIJKL>-3", 1);
+    tzset();
+    Frame frame = {0xFFFF, 0, 0, 0xFFFF, 0, 0, 0xFFFF, 0, 0x003F, 0x0040, 0x007F, 0};
+    ASSERT_EQ(0, writeDpx(frame, DPX::kCbYCr, 3, 1, path, {std::string(150, 'c'), "next field", ""}));
+    hadTz ? setenv("TZ", savedTz.c_str(), 1) : unsetenv("TZ");
+    tzset();
+
+    const Bytes file = readFile(path);
+    EXPECT_EQ(std::string(100, 'n'), std::string(file.begin() + 36, file.begin() + 136));
+    EXPECT_EQ(std::string(100, 'c'), std::string(file.begin() + 160, file.begin() + 260));
+    EXPECT_EQ("next field", textField(file, 260, 200));
+    const std::string stamp = textField(file, 136, 24);
+    EXPECT_EQ(23u, stamp.size());
+    EXPECT_EQ(":ABC", stamp.substr(19)) << stamp;
+    EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(file.begin() + kDpxData, file.end()));
+}
+
+// Line and file sizes and every line's data by descriptor, unpacked from the low bits of each word up:
+// B G R (or Cb Y Cr) per pixel for 50 and 102; Cb Y Cr Y per pixel pair for 100; zero after the data and
+// for descriptors the writer does not pack. Width 12 packs 4:2:2 in whole groups of six, width 7 leaves a
+// tail of one pair and one pixel, padded to a whole word.
+TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
+    const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {  // descriptor, width, height, line size
+        {DPX::kRGB, 7, 3, 28},     {DPX::kCbYCr, 7, 3, 28}, {DPX::kCbYCrY, 12, 4, 32},
+        {DPX::kCbYCrY, 7, 4, 20},  {DPX::kRGBA, 12, 2, 64}, {DPX::kCbYCrY, 1920, 2, 5120}};
+    ScratchDir dir;
+    for (const auto& [format, width, height, lineBytes] : cases) {
+        SCOPED_TRACE("descriptor " + std::to_string(format) + " width " + std::to_string(width));
+        Frame frame = distinctSamples(size_t(width) * height * 4, 0x1234);
+        ASSERT_EQ(0, writeDpx(frame, format, width, height, dir.path("f.dpx")));
+        const Bytes file = readFile(dir.path("f.dpx"));
+        ASSERT_EQ(kDpxData + lineBytes * height, file.size());
+        EXPECT_EQ(file.size(), littleEndian(file, 16));
+        EXPECT_EQ(format, file.at(800));
+        for (int y = 0; y < height; ++y) {
+            const auto s = [&](int x, int c) { return uint16_t(frame[(size_t(y) * width + x) * 4 + c] >> 6); };
+            Frame expected, unpacked;
+            for (int x = 0; x < width && format != DPX::kCbYCrY && format != DPX::kRGBA; ++x)
+                expected.insert(expected.end(), {s(x, 2), s(x, 1), s(x, 0)});
+            for (int x = 0; x < width && format == DPX::kCbYCrY; x += 2)
+                expected.insert(expected.end(), {s(x, 2), s(x, 1), s(x, 0), x + 1 < width ? s(x + 1, 1) : uint16_t(0)});
+            if (format == DPX::kCbYCrY) expected.resize(2 * size_t(width));
+            expected.resize(lineBytes / 4 * 3, 0);
+            for (size_t at = kDpxData + lineBytes * y; at < kDpxData + lineBytes * (y + 1); at += 4) {
+                const uint32_t word = littleEndian(file, at);
+                EXPECT_EQ(0u, word & 3u) << "padding bits at byte " << at;
+                for (int shift : {2, 12, 22}) unpacked.push_back(uint16_t(word >> shift & 0x3FF));
+            }
+            ASSERT_EQ(expected, unpacked) << "line " << y;
+        }
+    }
+}
+
+TEST(DpxWriter, FfmpegDecodesAnRgbFile) {
+    if (!toolAvailable("ffmpeg")) GTEST_SKIP() << "ffmpeg not installed";
+    ScratchDir dir;
+    Frame frame = distinctSamples(12 * 4 * 4, 0x1234);
+    ASSERT_EQ(0, writeDpx(frame, DPX::kRGB, 12, 4, dir.path("f.dpx")));
+    const std::string rgb48 = commandOutput("ffmpeg -nostdin -v error -i '" + dir.path("f.dpx") +
+                                            "' -f rawvideo -pix_fmt rgb48le - 2>/dev/null");
+    const Bytes decoded(rgb48.begin(), rgb48.end());
+    ASSERT_EQ(size_t(12) * 4 * 6, decoded.size());
+    for (size_t i = 0; i < decoded.size() / 2; ++i)
+        EXPECT_EQ(frame[i / 3 * 4 + i % 3] >> 6, littleEndian(decoded, 2 * i, 2) >> 6) << "sample " << i;
+}
+
+// A missing directory, a file-size limit below the image (incompressible noise) and a full device: -1 and
+// no file left; TIFF also says why on stderr, PNG fails on a height libpng refuses after opening the file.
+TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
+    ScratchDir dir;
+    Frame noise = noiseSamples(64 * 64 * 4);
+    const std::function<int(const std::string&)> writers[] = {
+        [&](const std::string& path) { return PngWriter::writePng(noise.data(), false, 64, 64, 16, path.c_str()); },
+        [&](const std::string& path) { return writeTiff(noise, false, 64, 64, 10, {}, path); },
+        [&](const std::string& path) { return writeDpx(noise, DPX::kRGB, 64, 64, path); }};
+    for (const auto& write : writers) {
+        std::string message;
+        const std::string missing = dir.path("missing/x"), limited = dir.path("limited");
+        EXPECT_EQ(-1, write(missing));
+        int result = 0;
+        message = stderrOf([&] {
+            FileSizeLimit limit(10000);
+            result = write(limited);
+        });
+        EXPECT_EQ(-1, result) << message;
+        EXPECT_FALSE(exists(missing) || exists(limited));
+        EXPECT_TRUE(!std::filesystem::is_character_file("/dev/full") || write("/dev/full") == -1);
+    }
+    EXPECT_NE(std::string::npos, stderrOf([&] { writers[1](dir.path("missing/x")); }).find("Could not create tiff file\n"));
+    EXPECT_NE(std::string::npos, stderrOf([&] {
+                  FileSizeLimit limit(1024);
+                  writers[1](dir.path("limited"));
+              }).find("Could not write image\n"));
+    EXPECT_EQ(-1, PngWriter::writePng(noise.data(), false, 64, 0, 16, dir.path("empty.png").c_str()));
+    EXPECT_FALSE(exists(dir.path("empty.png")));
+}
