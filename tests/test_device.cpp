@@ -1,0 +1,376 @@
+// Device pattern files: exact bytes, refusals and limits of the model and writer, X'Y'Z' conversion, and
+// the compressed-line rendering loop, whose files are read back with the independent reader and compared
+// with the pattern's pixels (run-length rule, line merging, line repeats, width warning, long sections).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "TestFiles.h"
+#include "TestPattern.h"
+#include "TovaKelmReader.h"
+#include "writeTovaKelm.h"
+
+using namespace PatternGen;
+using TestFiles::Bytes;
+using TestFiles::hex;
+
+namespace {
+
+using Repeats = std::vector<std::pair<int, int>>;
+using Percentages = std::vector<uint16_t>;
+using Code3 = std::array<unsigned short, 3>;
+constexpr colorAxes_e ycc = Colour_YCbCr_709, rgb = Colour_RGB;
+
+CompressedLine* runLine(unsigned short count, const Sample& s, unsigned short percentage = 1) {
+    auto* line = new CompressedLine;
+    line->AddRun(count, s);
+    line->SetPercentage(percentage);
+    return line;
+}
+
+CompressedLine* literalLine(const std::vector<Sample>& samples) {
+    auto* line = new CompressedLine;
+    line->AddArray(static_cast<unsigned short>(samples.size()), samples.data());
+    return line;
+}
+
+std::string thrownMessage(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+    return "<nothing thrown>";
+}
+
+Code3 toXYZ(const Code3& in) {
+    Sample from, out;
+    for (int i = 0; i < 3; ++i) from.component[i] = in[i];
+    XYZColourSpaceConvert(&from, &out, 1, false);
+    return {out.component[0], out.component[1], out.component[2]};
+}
+
+// Sample::b3Words is process-wide: each test starts and ends with the four-word form. Tests set it after
+// constructing a file, whose constructor resets it.
+class DeviceFile : public ::testing::Test {
+protected:
+    void SetUp() override { Sample::b3Words = false; }
+    void TearDown() override { Sample::b3Words = false; }
+
+    Bytes saved(TovaKelmPatternFile& file, size_t from = 0) {
+        EXPECT_TRUE(file.Save(dir.path("f.pat")));
+        const Bytes bytes = TestFiles::readFile(dir.path("f.pat"));
+        return Bytes(bytes.begin() + std::min(from, bytes.size()), bytes.end());
+    }
+    // The message a refused or failing Save throws; no file is left behind.
+    std::string refusal(TovaKelmPatternFile& file) {
+        const std::string message = thrownMessage([&] { file.Save(dir.path("refused.pat")); });
+        EXPECT_FALSE(TestFiles::exists(dir.path("refused.pat"))) << message;
+        return message;
+    }
+    TestFiles::ScratchDir dir;
+};
+
+// A pixel given as (Y or G, Cb or B, Cr or R) in the axes under test, 12 bits.
+Pixel code(colorAxes_e axes, int yg, int cbb, int crr) { return Pixel(yg, cbb, crr, axes, 12); }
+
+// Runs the loop over a test pattern into `file`, keeping what it prints.
+struct Render {
+    Render(TestPattern::BodyFn body, int width, int height, colorAxes_e axes, sampling_e sampling, Repeats repeats = {})
+        : pattern(std::move(body)), width(width), axes(axes) {
+        pattern.initQuietly(width, height, 16, 9, axes, sampling, 12);
+        pattern.useBaseLineRepeats = repeats.empty();
+        pattern.lineRepeats = repeats;
+        pattern.recordCalls = true;
+        printed = TestFiles::stdoutOf([&] { EXPECT_TRUE(pattern.run_body(0, width, height, lineRepeats, file)); });
+    }
+
+    // Source line y as (Cr, Y, Cb, 0) per pixel, or per pair (Cr, Y, Cb, Y of the odd pixel), where an odd
+    // width's last pair repeats the last column's luma; asked of the body function directly.
+    std::vector<DeviceFileReader::Components> expected(int y, bool pairs) const {
+        std::vector<DeviceFileReader::Components> samples;
+        for (int x = 0; x < width; x += pairs ? 2 : 1) {
+            const Pixel p = pattern.bodyFn(x, y).convertTo(axes);
+            const Pixel odd = pattern.bodyFn(std::min(x + 1, width - 1), y).convertTo(axes);
+            samples.push_back({p.sample[Pixel::CR_R], p.sample[Pixel::Y_G], p.sample[Pixel::CB_B],
+                               uint16_t(pairs ? odd.sample[Pixel::Y_G] : 0)});
+        }
+        return samples;
+    }
+
+    Percentages percentages() const {
+        Percentages values;
+        for (const CompressedLine* line : file.line_blocks) values.push_back(line->GetPercentage());
+        return values;
+    }
+
+    DeviceFileReader::File saveAndParse() {
+        TestFiles::ScratchDir dir;
+        EXPECT_TRUE(file.Save(dir.path("loop.pat")));
+        return DeviceFileReader::parseFile(dir.path("loop.pat"));
+    }
+
+    // Every section of a block keeps within the format, and the block expands to source line y.
+    void expectLine(const DeviceFileReader::Block& block, int y, bool pairs) const {
+        for (const DeviceFileReader::Section& section : block.sections)
+            EXPECT_TRUE(section.length >= 1 && section.length <= 32767) << section.length;
+        EXPECT_TRUE(expected(y, pairs) == block.expand()) << "line " << y;
+    }
+
+    TestPattern pattern;
+    int width;
+    colorAxes_e axes;
+    Repeats lineRepeats;
+    TovaKelmPatternFile file;
+    std::string printed;
+};
+
+}  // namespace
+
+TEST_F(DeviceFile, FileBytes) {
+    TovaKelmPatternFile multi;  // 1920-pixel 4:2:2 with several blocks
+    multi.blockLayout = 1, multi.lineWidth = 1920, multi.singleBlock = false;
+    multi.AddBlock(runLine(959, Sample{{2048, 256, 2048, 256}}));
+    multi.AddBlock(runLine(959, Sample{{2048, 3760, 2048, 3760}}));
+    EXPECT_EQ(hex("50 41 54 54 45 52 4E 00 01 07 80 01 0C 00 00 00 | 0002 | 0001 0001 077E 0800 0100 0800 0100 |"
+                  "0001 0001 077E 0800 0EB0 0800 0EB0"),
+              saved(multi));
+
+    TovaKelmPatternFile rgbFile;  // a single line-repeat entry leaves singleBlock true
+    rgbFile.blockLayout = 1, rgbFile.lineWidth = 2048, rgbFile.format = TovaKelmPatternFile::Format_RGB;
+    Sample::b3Words = true;
+    rgbFile.AddBlock(runLine(100, Sample{{1, 2, 3}}));
+    EXPECT_EQ(hex("50 41 54 54 45 52 4E 00 01 08 00 00 0C 01 00 00 | 0001 | 0001 0001 00C8 0001 0002 0003"),
+              saved(rgbFile));
+    TovaKelmPatternFile literal;  // three-word samples read c0 c1 c2
+    Sample::b3Words = true;
+    literal.AddBlock(literalLine({Sample{{0x0FFF, 0x0100, 0x0ABC, 0x7777}}, Sample{{1, 2, 3}}}));
+    EXPECT_EQ(hex("0001 0001 | 0000 0004 0FFF 0100 0ABC 0001 0002 0003"), saved(literal, 16));
+
+    TovaKelmPatternFile run;  // four-word samples read c2 c1 c0 c3: Cb, Y, Cr, second Y
+    run.AddBlock(runLine(1000, Sample{{0x0111, 0x0222, 0x0333, 0x0444}}, 7));
+    EXPECT_EQ(hex("0007 0001 | 07D0 0333 0222 0111 0444"), saved(run, 16));
+
+    // Layout 1 counts and writes the lines that hold sections; layout 0 writes the first line without a
+    // count; any other layout writes no body.
+    TovaKelmPatternFile gap;
+    gap.AddBlock(runLine(5, Sample{{1, 1, 1, 1}}, 5));
+    gap.AddBlock(new CompressedLine);
+    gap.AddBlock(runLine(7, Sample{{2, 2, 2, 2}}, 7));
+    const std::tuple<uint32_t, size_t, const char*> layouts[] = {
+        {1, 3, "0002 | 0005 0001 000A 0001 0001 0001 0001 | 0007 0001 000E 0002 0002 0002 0002"},
+        {0, 3, "0005 0001 000A 0001 0001 0001 0001"},
+        {2, 3, ""},
+        {1, 0, "0000"}};
+    for (const auto& [layout, lines, body] : layouts) {
+        gap.blockLayout = layout;
+        if (lines == 0) gap.Clear();
+        EXPECT_EQ(hex(body), saved(gap, 16)) << "layout " << layout << ", " << lines << " lines";
+    }
+}
+
+// Errors of the model, and the limits of the 16-bit fields: the largest counts are written, one more is
+// refused before the file exists; a write failing part-way throws and removes the file.
+TEST_F(DeviceFile, RefusalsAndLimits) {
+    const Sample s = Sample{{1, 2, 3, 4}};
+    TovaKelmPatternFile noSections;
+    noSections.AddBlock(new CompressedLine);
+    EXPECT_EQ("Zero length section is invalid!", refusal(noSections));
+    TovaKelmPatternFile twoInRun;
+    twoInRun.AddBlock(runLine(4, s));
+    twoInRun.line_blocks[0]->sections[0]->AddSamplePair(s);
+    EXPECT_EQ("Repeated TPSection block must have exactly 1 sample pair.", refusal(twoInRun));
+    const std::string missing = dir.path("no/such/dir/card.pat");
+    EXPECT_EQ("Can't save file: " + missing, thrownMessage([&] { TovaKelmPatternFile().Save(missing); }));
+    Section filled;
+    filled.AddSamplePair(s);
+    EXPECT_EQ("Cannot add repeated samples - samplePairs not empty!",
+              thrownMessage([&] { filled.AddRepeatedSamplePair(3, s); }));
+
+    TovaKelmPatternFile blocks;
+    blocks.blockLayout = 1;
+    for (int i = 0; i < 65535; ++i) blocks.AddBlock(runLine(1, s));
+    blocks.AddBlock(new CompressedLine);  // not counted
+    saved(blocks);
+    EXPECT_EQ(65535u, DeviceFileReader::parseFile(dir.path("f.pat")).blocks.size());
+    blocks.AddBlock(runLine(1, s));
+    EXPECT_EQ("Too many blocks for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(blocks));
+
+    TovaKelmPatternFile wide;
+    wide.AddBlock(new CompressedLine);
+    for (int i = 0; i < 65536; ++i) wide.line_blocks[0]->AddRun(1, s);
+    EXPECT_EQ("Too many sections in a line for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(wide));
+
+    TovaKelmPatternFile literal, run;
+    literal.AddBlock(literalLine(std::vector<Sample>(32767, s)));
+    run.AddBlock(runLine(32767, s));
+    EXPECT_EQ(16u + 4 + 4 + 32767 * 8, saved(literal).size());
+    EXPECT_EQ(16u + 4 + 2 + 8, saved(run).size());
+    literal.line_blocks[0]->sections[0]->samplePairs.push_back(s);
+    run.line_blocks[0]->sections[0]->repeatCount = 32768;
+    EXPECT_EQ("Literal section too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(literal));
+    EXPECT_EQ("Run too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(run));
+
+    literal.line_blocks[0]->sections[0]->samplePairs.pop_back();
+    std::string message;
+    {
+        TestFiles::FileSizeLimit limit(1000);
+        message = thrownMessage([&] { literal.Save(dir.path("big.pat")); });
+    }
+    EXPECT_NE("<nothing thrown>", message);
+    EXPECT_FALSE(TestFiles::exists(dir.path("big.pat")));
+}
+
+// Worked code values (super-white converts as white, below black as black), a monotonic grey scale within
+// 16..4079, and converted files on disk: samples converted in place, three words under format 3.
+TEST_F(DeviceFile, XYZConversion) {
+    const Code3 cases[][2] = {{{3760, 3760, 3760}, {3793, 3960, 3889}}, {{4095, 4000, 3761}, {3793, 3960, 3889}},
+                              {{3760, 256, 256}, {2900, 2170, 16}},     {{256, 3760, 256}, {2417, 3492, 1222}},
+                              {{256, 256, 3760}, {2013, 1415, 3814}},   {{0, 100, 255}, {16, 16, 16}}};
+    for (const auto& c : cases) EXPECT_EQ(c[1], toXYZ(c[0])) << c[0][0] << " " << c[0][1] << " " << c[0][2];
+    Code3 previous = toXYZ({0, 0, 0});
+    for (unsigned short v = 1; v <= 4095; ++v) {
+        const Code3 now = toXYZ({v, v, v});
+        for (int i = 0; i < 3; ++i) ASSERT_TRUE(now[i] >= previous[i] && now[i] >= 16 && now[i] <= 4079) << v;
+        previous = now;
+    }
+
+    TovaKelmPatternFile file, empty;
+    file.blockLayout = 1, file.lineWidth = 1920, file.singleBlock = false, file.format = 1;
+    Sample whiteRed[2], blue;
+    for (int i = 0; i < 3; ++i) whiteRed[0].component[i] = 3760, whiteRed[1].component[i] = i == 0 ? 3760 : 256;
+    for (int i = 0; i < 3; ++i) blue.component[i] = i == 2 ? 3760 : 256;
+    auto* line = new CompressedLine;
+    line->AddArray(2, whiteRed);
+    line->AddRun(1918, blue);
+    line->SetPercentage(1080);
+    file.AddBlock(line);
+    file.ConvertToXYZ();
+    empty.ConvertToXYZ();
+    EXPECT_TRUE(file.format == 3 && Sample::b3Words);
+    EXPECT_EQ(hex("50415454 45524E00 01 0780 01 0C 03 0000 | 0001 | 0438 0002 | 0000 0004 0ED1 0F78 0F31"
+                  "0B54 087A 0010 | 0EFC 07DD 0587 0EE6"),
+              saved(file));
+    EXPECT_EQ(hex("50415454 45524E00 00 0000 00 0C 03 0000"), saved(empty));
+}
+
+// Pairs for Y'CbCr with subsampled chroma, a sample per pixel otherwise; odd widths never ask for
+// x = width. Flat bands, a ramp and a stripe change every third line.
+TEST(DeviceLoop, FileExpandsToThePatternsPixels) {
+    const std::tuple<int, colorAxes_e, sampling_e, uint8_t, bool> cases[] = {{1920, ycc, Sampling_422, 0, true},
+                                                                             {1280, Colour_RGB_219, Sampling_444, 1, false},
+                                                                             {13, Colour_YCbCr_601, Sampling_422, 0, true},
+                                                                             {12, ycc, Sampling_420, 0, true},
+                                                                             {7, rgb, Sampling_422, 1, false}};
+    const int height = 10;
+    for (const auto& [width, axes, sampling, format, pairs] : cases) {
+        SCOPED_TRACE("width " + std::to_string(width) + " axes " + std::to_string(axes));
+        const colorAxes_e a = axes;
+        const int w = width;
+        Render r(
+            [a, w](int x, int y) {
+                const int group = y / 3;
+                if (x < w / 4) return code(a, 1000 + 10 * group, 2048, 2048);
+                if (x < w / 2) return code(a, 256 + (x * 37) % 3000, 512 + x % 7, 3000 - group);
+                if (x < 3 * w / 4) return code(a, (x / 2) % 2 ? 3760 : 256, 2048, 2048);
+                return code(a, 2000, 1000 + group, 3000);
+            },
+            width, height, axes, sampling);
+        EXPECT_EQ(!pairs, Sample::b3Words);
+        EXPECT_EQ(std::make_tuple(0, width - 1, 0, height - 1),
+                  std::make_tuple(r.pattern.minX, r.pattern.maxX, r.pattern.minY, r.pattern.maxY));
+        r.file.format = format;
+        const DeviceFileReader::File parsed = r.saveAndParse();
+        EXPECT_EQ(std::make_tuple(std::string("PATTERN", 8), 1, width, 1, 12, int(format)),
+                  std::make_tuple(parsed.magic, int(parsed.layout), int(parsed.width), int(parsed.multiBlock),
+                                  int(parsed.bitDepth), int(parsed.format)));
+        ASSERT_EQ(4u, parsed.blocks.size());  // 3 + 3 + 3 + 1 lines
+        int y = 0;
+        for (const DeviceFileReader::Block& block : parsed.blocks)
+            for (int line = 0; line < block.percentage; ++line) r.expectLine(block, y++, pairs);
+        EXPECT_EQ(height, y);
+    }
+}
+
+// A run repeats the sample that ended the literal before it: A B B B C gives [A B], run 2 of B, [C].
+TEST(DeviceLoop, RunLengthRule) {
+    using Shape = std::vector<std::tuple<uint32_t, size_t, int>>;  // repeat count, samples held, first luma
+    const std::vector<int> abbbc = {100, 200, 200, 200, 300}, aab = {500, 500, 600};
+    const std::tuple<int, sampling_e, std::function<int(int)>, Shape> cases[] = {
+        {1920, Sampling_422, [](int) { return 940; }, {{0, 1, 940}, {959, 1, 940}}},
+        {3, Sampling_444, [&](int x) { return aab[x]; }, {{0, 1, 500}, {1, 1, 500}, {0, 1, 600}}},
+        {5, Sampling_444, [&](int x) { return abbbc[x]; }, {{0, 2, 100}, {2, 1, 200}, {0, 1, 300}}}};
+    for (const auto& [width, sampling, lumaAt, expected] : cases) {
+        const auto& luma = lumaAt;
+        Render r([&](int x, int) { return code(ycc, luma(x), 2048, 2048); }, width, 1, ycc, sampling);
+        ASSERT_EQ(1u, r.file.line_blocks.size());
+        Shape shape;
+        for (const Section* s : r.file.line_blocks[0]->sections)
+            shape.emplace_back(s->repeatCount, s->samplePairs.size(), s->samplePairs.at(0).component[1]);
+        EXPECT_EQ(expected, shape) << "width " << width;
+    }
+}
+
+// Only neighbours merge; more identical lines than a 16-bit percentage holds continue in a further block.
+TEST(DeviceLoop, IdenticalConsecutiveLinesMerge) {
+    const std::tuple<int, std::function<int(int)>, Percentages> cases[] = {
+        {1080, [](int y) { return y < 540 ? 256 : 3760; }, {540, 540}},
+        {4, [](int y) { return y == 2 ? 500 : 600; }, {2, 1, 1}},
+        {70000, [](int) { return 256; }, {65535, 70000 - 65535}}};
+    for (const auto& [height, lumaOfLineAt, percentages] : cases) {
+        const auto& lumaOfLine = lumaOfLineAt;
+        Render r([&](int x, int y) { return code(rgb, lumaOfLine(y) + x, 256, 256); }, 2, height, rgb, Sampling_444);
+        EXPECT_EQ(percentages, r.percentages()) << "height " << height;
+        EXPECT_EQ(std::make_tuple(false, 1u, 2),
+                  std::make_tuple(r.file.singleBlock, r.file.blockLayout, int(r.file.lineWidth)));
+    }
+}
+
+// Blocks are rendered from the listed lines only and stand for the lines up to them; a single entry is
+// marked as one block standing for the whole picture.
+TEST(DeviceLoop, LineRepeatsRenderListedLines) {
+    const std::tuple<Repeats, Percentages, bool> cases[] = {{{{0, 99}, {1, 199}, {2, 1079}}, {100, 100, 880}, false},
+                                                            {{{0, 1079}}, {100}, true}};
+    for (const auto& [repeats, percentages, single] : cases) {
+        Render r([](int x, int y) { return code(rgb, y, x, 7); }, 4, 1080, rgb, Sampling_444, repeats);
+        std::set<int> rows, listed;
+        for (const auto& call : r.pattern.calls) rows.insert(call.second);
+        for (const auto& entry : repeats) listed.insert(entry.second);
+        EXPECT_EQ(listed, rows);
+        EXPECT_EQ(std::make_tuple(single, percentages), std::make_tuple(r.file.singleBlock, r.percentages()));
+        r.file.format = TovaKelmPatternFile::Format_RGB;  // as the driver sets it for "rgb"
+        const DeviceFileReader::File parsed = r.saveAndParse();
+        EXPECT_EQ(!single, parsed.multiBlock);
+        ASSERT_EQ(repeats.size(), parsed.blocks.size());
+        for (size_t b = 0; b < parsed.blocks.size(); ++b) {
+            EXPECT_EQ(percentages[b], parsed.blocks[b].percentage);
+            r.expectLine(parsed.blocks[b], repeats[b].second, false);
+        }
+    }
+}
+
+// Widths the devices refuse are warned about and rendered all the same; 35000 equal pixels then 35000
+// distinct ones split into sections: [A], run 32767, run 2232, literal 32767, literal 2233.
+TEST(DeviceLoop, WidthWarningAndVeryWideLines) {
+    for (int width : {1920, 1366}) {
+        Render r([](int, int) { return code(ycc, 256, 2048, 2048); }, width, 2, ycc, Sampling_422);
+        EXPECT_EQ(width == 1366 ? "Warning 1366 is not a valid Tova or Kelm pattern width\n" : "", r.printed);
+        EXPECT_EQ(Percentages{2}, r.percentages()) << width;
+    }
+    Render r([](int x, int) { return x < 35000 ? code(rgb, 100, 200, 300) : code(rgb, (x * 7) % 4096, 1, 2); }, 70000,
+             1, rgb, Sampling_444);
+    r.file.format = TovaKelmPatternFile::Format_RGB;
+    const DeviceFileReader::File parsed = r.saveAndParse();
+    ASSERT_EQ(1u, parsed.blocks.size());
+    std::vector<uint32_t> lengths;
+    for (const DeviceFileReader::Section& section : parsed.blocks[0].sections) lengths.push_back(section.length);
+    EXPECT_EQ((std::vector<uint32_t>{1, 32767, 34999 - 32767, 32767, 35000 - 32767}), lengths);
+    r.expectLine(parsed.blocks[0], 0, false);
+}
