@@ -1,11 +1,19 @@
-// The text overlay read back from layer 0: placement, alignment, trimming, gaps, rotation and attributes.
+// Fonts and the text overlay: the printed font lines, getFont sizes, and text read back from layer 0
+// (placement, alignment, trimming, gaps, rotation); LeakSanitizer checks the Pango and Cairo objects.
+#include <ft2build.h>
+#include FT_FREETYPE_H
 #include <gtest/gtest.h>
+#include <pango/pango.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "PatternWrapper.h"
 #include "TestFiles.h"
@@ -19,6 +27,20 @@ extern "C" const char* __lsan_default_suppressions() {
 }
 
 namespace {
+
+using TestFiles::stdoutOf;
+
+struct FontOnlyPattern : PatternSpec {
+    void setup() override {}
+    Pixel body(int, int) override { return Pixel(); }
+};
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
 
 constexpr int W = 320, H = 180;
 constexpr size_t kLayerBytes = size_t(W) * H * 4;
@@ -53,7 +75,7 @@ public:
 // Runs setup through init, fills the layer with garbage and draws the caption over it.
 std::unique_ptr<CaptionPattern> draw(const Caption& c) {
     auto pattern = std::make_unique<CaptionPattern>(c);
-    TestFiles::stdoutOf([&] {
+    stdoutOf([&] {
         pattern->init(W, H, 16, 9, PatternGen::Colour_RGB, PatternGen::Sampling_444, 12, PatternGen::Quadrant_None, 0,
                       false);
     });
@@ -82,6 +104,71 @@ InkBox inkOf(const PatternSpec& pattern) {
 const TextSlug& slug(const PatternSpec& pattern, size_t index = 0) { return *pattern.textLines.at(0)->slugs.at(index); }
 
 }  // namespace
+
+TEST(FontLoading, ReportsEveryMatchAndLoadsTheFirst) {
+    const std::vector<std::string> listed =
+        splitLines(TestFiles::commandOutput("fc-list 'DejaVu Sans Mono' --format='%{file}\\n' 2>/dev/null"));
+    const std::set<std::string> expected(listed.begin(), listed.end());
+    if (expected.size() < 2) GTEST_SKIP() << "fc-list or the DejaVu fonts are missing";
+
+    TTFont font;
+    int status = -1;
+    const std::vector<std::string> lines =
+        splitLines(stdoutOf([&] { status = font.createCairoFontfaceFromFile(nullptr, "DejaVu Sans Mono"); }));
+    ASSERT_EQ(TTFont::Loaded, status);
+    ASSERT_NE(nullptr, font.cairoFace);
+    ASSERT_EQ(expected.size() + 2, lines.size());
+    EXPECT_EQ("Available fonts: " + std::to_string(expected.size()), lines[0]);
+    std::set<std::string> printed;
+    for (size_t i = 1; i + 1 < lines.size(); ++i) {
+        const std::string prefix = i == 1 ? "Font: " : "Alt Font: ";
+        ASSERT_EQ(0u, lines[i].rfind(prefix, 0)) << lines[i];
+        printed.insert(lines[i].substr(prefix.size()));
+    }
+    EXPECT_EQ(expected, printed);
+
+    // The face is the first file's: a Bold file name gives a Bold style, and the description names it.
+    const std::string style = font.face->style_name;
+    EXPECT_EQ("FreetypeFont: 'DejaVu Sans Mono'  style: '" + style + "'", lines.back());
+    EXPECT_EQ(lines[1].find("Bold") != std::string::npos, style.find("Bold") != std::string::npos);
+    EXPECT_EQ("DejaVu Sans Mono, " + style + " 100", font.fontDescForSize(100));
+}
+
+// A failed font keeps its place, so later font numbers follow the order of the calls.
+TEST(FontLoading, UnknownFamilyFailsAndStillTakesItsPlace) {
+    FontOnlyPattern pattern;
+    int first = -1, second = -1;
+    EXPECT_EQ("Available fonts: 0\nFont: (none)\nFreetypeFont: Failed to load '(none)' \n",
+              stdoutOf([&] { first = pattern.defineFont("Nonexistent Family 7f3e"); }));
+    stdoutOf([&] { second = pattern.defineFont("DejaVu Sans"); });
+    EXPECT_EQ(TTFont::OpenFailed, first);
+    ASSERT_EQ(2u, pattern.fonts.size());
+    EXPECT_EQ(nullptr, pattern.fonts[0].face);
+    EXPECT_EQ("", pattern.fonts[0].fontDescForSize(100));
+    if (second != TTFont::Loaded) GTEST_SKIP() << "DejaVu Sans is missing";
+    EXPECT_STREQ("DejaVu Sans", pattern.fonts[1].face->family_name);
+}
+
+// height * percent * 1024 / 792, truncated, in Pango units; pixels are that / 1024, truncated. Without a
+// usable font the family is left to Pango's default.
+TEST(FontSize, FollowsFrameHeightAndPercentageWithOrWithoutAFont) {
+    FontOnlyPattern pattern;
+    const int cases[][4] = {
+        {1080, 100, 139636, 136}, {576, 50, 37236, 36}, {576, 100, 74472, 72}, {4320, 400, 2234181, 2181}};
+    for (bool defined : {false, true}) {
+        if (defined && stdoutOf([&] { pattern.defineFont("DejaVu Sans"); }).find("Failed") != std::string::npos)
+            GTEST_SKIP() << "DejaVu Sans is missing";
+        for (const auto& c : cases) {
+            int pixelSize = -1;
+            PangoFontDescription* font = pattern.getFont(0, c[0], c[1], pixelSize);
+            EXPECT_EQ(c[2], pango_font_description_get_size(font)) << c[0] << " " << c[1];
+            EXPECT_TRUE(pango_font_description_get_size_is_absolute(font));
+            EXPECT_EQ(c[3], pixelSize) << c[0] << " " << c[1];
+            EXPECT_EQ(defined, pango_font_description_get_family(font) != nullptr);
+            pango_font_description_free(font);
+        }
+    }
+}
 
 TEST(TextOverlay, WhiteTextOnAClearedLayerInsideItsBox) {
     auto pattern = draw({});
@@ -147,29 +234,4 @@ TEST(TextOverlay, RotatedLineRunsDownTheFrame) {
     EXPECT_GT(flat.maxX - flat.minX, 2 * (flat.maxY - flat.minY));
     EXPECT_GT(upright.maxY - upright.minY, 2 * (upright.maxX - upright.minX));
     EXPECT_TRUE(upright.minY < H / 2 && upright.maxY > H / 2);
-}
-
-// With no font defined Pango's default family is used, upright and of normal weight unless the slug says
-// otherwise; five letters spaced by half a font size grow by two to two and a half font sizes.
-TEST(TextOverlay, AttributesChangeTheLayoutWithTheDefaultFamily) {
-    const auto styled = [](bool bold, bool italic, double spacing) {
-        const auto style = [=](TextLine& l) {
-            l.slugs[0]->bold = bold, l.slugs[0]->italic = italic, l.slugs[0]->letterSpacing = spacing;
-        };
-        return draw({"Hello", 0, 0, TextSlug::left, TextSlug::top, style, nullptr});
-    };
-    auto regular = styled(false, false, 0.0), bold = styled(true, false, 0.0);
-    auto italic = styled(false, true, 0.0), spaced = styled(false, false, 0.5);
-    EXPECT_GT(inkOf(*regular).count, 0);
-    EXPECT_GT(slug(*bold).measuredWidth, slug(*regular).measuredWidth);
-    EXPECT_NE(0, std::memcmp(italic->layers[0], regular->layers[0], kLayerBytes));
-    const int extra = slug(*spaced).measuredWidth - slug(*regular).measuredWidth;
-    EXPECT_TRUE(extra >= 2 * 22 - 2 && extra <= 5 * 22 / 2 + 2) << extra;
-}
-
-TEST(TextOverlay, WithoutALayerNothingIsLaidOut) {
-    auto pattern = draw({"HHHH", 10, 20, TextSlug::left, TextSlug::top, nullptr, "DejaVu Sans", false});
-    EXPECT_TRUE(pattern->layers.empty());
-    EXPECT_EQ(0, slug(*pattern).measuredWidth);
-    EXPECT_EQ(nullptr, slug(*pattern).font);
 }
