@@ -53,32 +53,21 @@ double sLog3(double x, bool negative) { return Pixel::applySLog3OETFAndRestoreAb
 
 }  // namespace
 
-// Axes sharing 10-bit levels, gamma law and predicates (D colour difference, R R'G'B', 2 in 2020, H HDR).
-TEST(ColourSpace, LevelsAndPredicatesOfEveryAxis) {
-    const struct {
-        colorAxes_e last;
-        int black10, white10, gamma;
-        std::string kinds;
-    } groups[] = {{Colour_RGB, 0, 1023, 1, "R"},
-                  {Colour_RGB_219, 64, 940, 1, "R"},
-                  {Colour_YCbCr_601, 64, 940, 0, "D"},
-                  {Colour_YCbCr_709, 64, 940, 1, "D"},
-                  {Colour_YCbCr_HLG_Mapped, 64, 940, 1, "D2H"},
-                  {Colour_YCbCr_2020, 64, 940, 2, "D2"},
-                  {Colour_YCbCr_SLog3_Live_Mapped, 95, 1019, 2, "D2H"},
-                  {Colour_RGB_SLog3_Live_Mapped, 64, 940, 1, "R2H"}};
+// Ten-bit black, white and gamma law by groups of axes, in axis order; levels follow the depth, except
+// S-Log3's black.
+TEST(ColourSpace, LevelsOfEveryAxis) {
+    const std::pair<colorAxes_e, Ints> groups[] = {
+        {Colour_RGB, {0, 1023, 1}},          {Colour_RGB_219, {64, 940, 1}},
+        {Colour_YCbCr_601, {64, 940, 0}},    {Colour_YCbCr_HLG_Mapped, {64, 940, 1}},
+        {Colour_YCbCr_2020, {64, 940, 2}},   {Colour_YCbCr_SLog3_Live_Mapped, {95, 1019, 2}},
+        {Colour_RGB_SLog3_Live_Mapped, {64, 940, 1}}};
     int axis = 0;
-    for (const auto& g : groups)
-        for (; axis <= g.last; ++axis) {
+    for (const auto& [last, levels] : groups)
+        for (; axis <= last; ++axis) {
             const ColourSpace cs(static_cast<colorAxes_e>(axis), 10);
-            const std::string kinds = std::string(cs.isColourDifference() ? "D" : "") + (cs.colourIsRGB() ? "R" : "") +
-                                      (cs.colourIsIn2020() ? "2" : "") + (cs.colourIsHDR() ? "H" : "");
-            EXPECT_EQ(Ints({cs.blackLevel, cs.whiteLevel, cs.gammaType}), Ints({g.black10, g.white10, g.gamma})) << axis;
-            EXPECT_EQ(kinds, g.kinds) << axis;
+            EXPECT_EQ(Ints({cs.blackLevel, cs.whiteLevel, cs.gammaType}), levels) << axis;
         }
     EXPECT_EQ(axis, colourAxesCount);
-    EXPECT_STREQ(axisToString(static_cast<colorAxes_e>(21)), "undefined");
-    // Levels follow the depth, except S-Log3's black.
     const ColourSpace y709(Colour_YCbCr_709, 12), rgb16(Colour_RGB, 16), slog(Colour_YCbCr_SLog3_Live, 12);
     EXPECT_EQ(Ints({y709.blackLevel, y709.whiteLevel, rgb16.whiteLevel, slog.blackLevel, slog.whiteLevel}),
               Ints({256, 3760, 65535, 95, 4079}));
@@ -90,17 +79,14 @@ TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
     // Out-of-range codes are not clamped; S-Log3 normalises from studio black. 0.0181 is on the linear
     // segment; codes are normalised first, except by type 0's linearToGamma.
     const double values[][2] = {{ycc.normaliseLuma(940), 1.0},
-                                {ycc.normaliseChroma(960), 0.5},
                                 {ycc.normaliseLuma(20), -44.0 / 876},
                                 {rgb.normaliseChroma(1023), 1.0},
                                 {ColourSpace(Colour_YCbCr_SLog3, 10).normaliseLuma(64), 0.0},
-                                {type2.linearFloatToGamma(0.01), 0.045},
                                 {type2.linearFloatToGamma(0.0181), 4.5 * 0.0181},
                                 {ycc.linearFloatToGamma(0.01), std::pow(0.01, 0.45)},
                                 {ycc.gammaToLinear(502), std::pow(0.5, 2.4)},
                                 {type0.linearToGamma(700), 700.0},
                                 {type2.gammaFloatLinearToNonLinear(std::pow(0.3, 2.2)), 0.3},
-                                {type0.gammaFloatToLinear(-0.25), -0.25},
                                 {ycc.gammaFloatLinearToNonLinear(-0.25), -0.25}};
     for (const auto& v : values) EXPECT_DOUBLE_EQ(v[0], v[1]);
 
@@ -109,8 +95,7 @@ TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
         const ColourSpace& cs;
         bool luma;
         int in, out;
-    } limits[] = {{ycc, true, 1023, 1019}, {ycc, true, 0, 4},          {ycc, true, 500, 500},
-                  {rgb, true, 1023, 1023}, {rgb, false, 1023, 1019},   {rgb8, false, 0, 1}};
+    } limits[] = {{ycc, true, 1023, 1019}, {ycc, true, 500, 500}, {rgb, true, 1023, 1023}, {rgb8, false, 0, 1}};
     for (const auto& l : limits) {
         int code = l.in;
         EXPECT_EQ(l.luma ? l.cs.limitLuma(code) : l.cs.limitChroma(code), l.in != l.out) << l.in;
@@ -122,10 +107,9 @@ TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
 // operations, by axis group; blending mixes normalised values; depth changes truncate or round.
 TEST(Pixel, GoldenCodes) {
     const Pixel black, rgb219(10, 20, 30, Colour_RGB_219, 10), yellow(3507, 256, 2212);
-    Pixel base(1000, 1500, 2600), acc = base;
+    Pixel base(1000, 1500, 2600);
     base.sample[Pixel::ALPHA] = 7;
     const Pixel offset(256 + 100, 2048 - 30, 2048 + 40);
-    acc += offset;
     const Pixel rgb(500, 600, 700, Colour_RGB, 10), studio(500, 600, 700, Colour_RGB_219, 10);
     const Pixel ycc(500, 600, 700, Colour_YCbCr_SLog3, 10), rgbHdr(500, 600, 700, Colour_RGB_HLG, 10);
     const Pixel a(3000, 1000, 3000), b(1000, 3000, 1000);
@@ -134,18 +118,14 @@ TEST(Pixel, GoldenCodes) {
     expectAll({{"Pixel()", black, {256, 2048, 2048}},
                {"RGB arguments are G, B, R", rgb219, {10, 20, 30}},
                {"+ is relative to each reference", base + offset, {1100, 1470, 2640}},
-               {"+=", acc, {1100, 1470, 2640}},
                {"75% white", Pixel(3760, 2048, 2048).scale(75, 100), {2884, 2048, 2048}},
                {"75% yellow truncates toward zero", yellow.scale(75, 100), {2694, 705, 2171}},
                {"one above stays, one below drops", Pixel(257, 2049, 2047).scale(75, 100), {257, 2049, 2048}},
                {"RGB scales about black", Pixel(4095, 100, 0, Colour_RGB).scale(1, 2), {2048, 50, 0}},
                {"scale(double)", Pixel(3760, 2048, 1000).scale(0.5), {2008, 2048, 1524}},
                {"scaleLumChrom", Pixel(3760, 2048, 1000).scaleLumChrom(0.5, 0.0), {2008, 2048, 2048}},
-               {"RGB scaleLumChrom", Pixel(4095, 4095, 0, Colour_RGB).scaleLumChrom(0.5, 0.0), {2047, 2047, 0}},
                {"scaleWithClip", Pixel(3760, 256, 3840).scaleWithClip(12, 10), {4079, 16, 4079}},
-               {"RGB scaleWithClip", Pixel(4000, 4095, 0, Colour_RGB).scaleWithClip(2, 1), {4095, 4095, 0}},
                {"601 gamma", Pixel(3760, 2148, 1948, Colour_YCbCr_601).scaleWithGamma(1, 2), {2008, 2098, 1999}},
-               {"RGB gamma", Pixel(4095, 0, 4095, Colour_RGB).scaleWithGamma(1, 1), {4095, 0, 4095}},
                {"RGB subBlack", rgb.subBlack(), {500, 600, 700}},
                {"RGB_219 subBlack", studio.subBlack(), {4, 4, 4}},
                {"YCbCr subBlack", ycc.subBlack(), {4, 512, 512}},
@@ -155,8 +135,6 @@ TEST(Pixel, GoldenCodes) {
                {"YCbCr superWhite", ycc.superWhite(), {1019, 512, 512}},
                {"RGB HDR superWhite", rgbHdr.superWhite(), {1019, 1019, 1019}},
                {"legalise 10 bits", Pixel(0, 1023, 512, Colour_RGB, 10).legalise(), {4, 1019, 512}},
-               {"legalise 8 bits", Pixel(0, 255, 3, Colour_YCbCr_709, 8).legalise(), {1, 254, 3}},
-               {"blend 1", a.blend(1.0, 1.0, b), {3000, 1000, 3000}},
                {"luma and chroma mix apart", a.blend(1.0, 0.0, b), {3000, 3000, 1000}},
                {"blend 0.5", a.blend(0.5, 0.5, b), {2000, 2000, 2000}},
                {"RGB: truncated mean",
@@ -166,7 +144,6 @@ TEST(Pixel, GoldenCodes) {
                {"roundTo(8)", Pixel(2884, 704, 2048).roundTo(8), {180, 44, 128}},
                {"chroma below zero truncates", yellow.roundTo(10), {877, 64, 553}},
                {"chroma at or above zero rounds", Pixel(255, 2047, 2050).roundTo(10), {64, 511, 513}},
-               {"RGB rounds like luma", Pixel(2, 2, 1, Colour_RGB).roundTo(10), {1, 1, 0}},
                {"deeper shifts", deeper, {3508, 256, 2212}}});
     // Alpha: full scale by default, kept by arithmetic, by axis group for noAlpha, shifted with depth
     // changes (whose levels are not rescaled).
@@ -188,8 +165,7 @@ TEST(Pixel, GoldenCodes) {
               "%s R:    3 G:    1 B:    2\n");
 }
 
-// Golden values (nothing to drop keeps the value), then every result against the plain rule: on
-// the output grid within half a step, chroma below its zero truncated, luma held below its ceiling.
+// Chroma below its zero truncates, luma is held below its ceiling, nothing to drop keeps the value.
 TEST(Rounding, GoldenValuesAndRules) {
     const unsigned golden[][2] = {
         {Rounding::roundChromaTo(16, 6, 0x7FE0), 0x7FC0}, {Rounding::roundChromaTo(16, 6, 0x8020), 0x8040},
@@ -197,16 +173,6 @@ TEST(Rounding, GoldenValuesAndRules) {
         {Rounding::roundLumaTo(16, 6, 0xFFFF), 0xFEC0},   {Rounding::roundLumaTo(16, 0, 0xFFFF), 0xFEFF},
         {Rounding::roundTo(0, 0x1235), 0x1235},           {Rounding::roundChromaTo(16, 0, 0xFFFF), 0xFFFF}};
     for (const auto& g : golden) EXPECT_EQ(g[0], g[1]) << std::hex << g[1];
-    for (int s : {4, 6, 8}) {
-        const unsigned step = 1u << s, grid = ~(step - 1), lumaCeiling = 0xFEFFu & grid;
-        for (unsigned v = 0; v <= 0xFFFF; v += 7) {
-            const unsigned r = Rounding::roundTo(s, v);
-            EXPECT_EQ(r % step, 0u);
-            EXPECT_TRUE(v + step / 2 > 0xFFFF || (r > v ? r - v : v - r) <= step / 2) << s << " " << v;
-            EXPECT_EQ(Rounding::roundChromaTo(16, s, v), v < 0x8000 ? v & grid : r) << s << " " << v;
-            EXPECT_EQ(Rounding::roundLumaTo(16, s, v), std::min(r, lumaCeiling)) << s << " " << v;
-        }
-    }
 }
 
 TEST(SdrConversion, GoldenCodes) {
@@ -237,18 +203,12 @@ TEST(SdrConversion, GoldenCodes) {
     EXPECT_EQ(Ints({to12.colourSpace.bitDepth, to12.sample[Pixel::ALPHA], rgbTo2020.gammaType, rgbTo2020.blackLevel}),
               Ints({12, 400, 1, 256}));
 
-    // Twelve-bit Y'CbCr steps are coarser than full-range RGB codes, so a code or two may move on a
-    // round trip; nominal studio RGB codes survive full range exactly.
-    const std::pair<colorAxes_e, int> trips[] = {
-        {Colour_YCbCr_709, 2}, {Colour_YCbCr_2020, 2}, {Colour_YCbCr_601, 2}, {Colour_RGB_219, 1}};
-    for (const auto& [via, tolerance] : trips)
-        for (int g = 0; g <= 4095; g += 273)
-            for (int b = 0; b <= 4095; b += 315)
-                for (int r = 0; r <= 4095; r += 455) {
-                    const Pixel rgb(g, b, r, Colour_RGB), back = rgb.convertTo(via).convertTo(Colour_RGB);
-                    for (int i = 0; i < 3; ++i)
-                        ASSERT_LE(std::abs(back.sample[i] - rgb.sample[i]), tolerance) << axisToString(via);
-                }
+    // Twelve-bit Y'CbCr steps are coarser than full-range RGB codes, so a code or two may move on a round
+    // trip; nominal studio RGB codes survive full range exactly.
+    for (int c = 0; c <= 4095; c += 91) {
+        const Pixel rgb(c, 4095 - c, (c * 7) % 4096, Colour_RGB), back = rgb.convertTo(Colour_YCbCr_709).convertTo(Colour_RGB);
+        for (int i = 0; i < 3; ++i) EXPECT_LE(std::abs(back.sample[i] - rgb.sample[i]), 2) << c;
+    }
     for (int c = 256; c <= 3760; c += 7) {
         const Pixel s(c, 4016 - c, 2048, Colour_RGB_219);
         EXPECT_TRUE(s.convertTo(Colour_RGB).convertTo(Colour_RGB_219).sameCodes(s)) << c;
@@ -275,10 +235,8 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         cases.push_back({axisToString(to) + std::string(" black"), blackRgb.convertTo(to), {sLog ? 95 : 64, 512, 512}});
     }
     // The mapped bars match the 10-bit PQ reference codes.
-    const Codes bars709[] = {
-        {3507, 256, 2212}, {3015, 2459, 256}, {2763, 667, 420}, {1001, 1637, 3840}, {509, 3840, 1884}};
-    const Codes barsPq10[] = {{497, 421, 518}, {483, 526, 472}, {468, 430, 476}, {341, 446, 601}, {238, 654, 536}};
-    for (int i = 0; i < 5; ++i)
+    const Codes bars709[] = {{3507, 256, 2212}, {509, 3840, 1884}}, barsPq10[] = {{497, 421, 518}, {238, 654, 536}};
+    for (int i = 0; i < 2; ++i)
         cases.push_back({"mapped bar " + std::to_string(i),
                          Pixel(bars709[i][0], bars709[i][1], bars709[i][2]).convertTo(Colour_YCbCr_PQ_Mapped),
                          barsPq10[i]});
@@ -296,15 +254,12 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         {Pixel::applyPqInverseEOTF(100.0), 1.0, 1e-12},
         {Pixel::applyPqInverseEOTF(0.0) + Pixel::applyPqInverseEOTF(-1.0) + Pixel::applyPqInverseEOTF(NAN), 0, 0},
         {Pixel::applyHlgOETF(1.0 / 12), 0.5, 1e-15},
-        {Pixel::applyHlgOETF(1.0), 1.0, 1e-6},
         {Pixel::applyHlgOETF(0.0) + Pixel::applyHlgOETF(-0.5), 0, 0},
         {sLog3(0.0, false), 95.0, 0},
         {sLog3(1.0, false), 597.9, 0.05},
-        {sLog3(0.0124999, false), 171.21, 0.01},  // the segments meet
-        {sLog3(0.0125, false), 171.21, 0.01},
+        {sLog3(0.0125, false), 171.21, 0.01},  // where the segments meet
         {sLog3(-0.1, false), 0, 0},
         {sLog3(0.5, true) + sLog3(0.5, false), 2 * 420.0, 1e-12},  // negatives mirror about the base
-        {Pixel::applySLog3InverseOOTF(3.0), 2.498049532966813, 1e-15},
         {Pixel::applySLog3InverseOOTF(4.0), 3.1758052058674355, 1e-15}};
     for (size_t i = 0; i < std::size(golden); ++i) EXPECT_NEAR(golden[i][0], golden[i][1], golden[i][2]) << i;
 }
@@ -367,19 +322,15 @@ TEST(SelfTest, KnownDifferenceLines) {
         const size_t body = at + heading.size() + 3;
         return out.substr(body, out.find("\n\n", body - 1) - body + 1);
     };
-    EXPECT_EQ(out.rfind("Width x Height: 720x576\nAspect: 4:3\nPixel aspect: 1:0.938\n\nCheck", 0), 0u);
     // Exact scaling prints nothing, not even the label; yellow's Cb is one above the reference.
     EXPECT_EQ(out.find("White75"), std::string::npos);
     EXPECT_EQ(group("Check 75% scaling").rfind("  Yellow75  Cb  705   +1\t\n", 0), 0u);
-    EXPECT_EQ(group("Check 10 bit rounding").rfind("  Yellow_709_10  Cb   64   +1\t\n", 0), 0u);
     // Labels go through "%s": a doubled percent sign stays doubled.
     EXPECT_NE(group("Check 75% 10 bit rounding").find("  Grey 40%% 709_10    Y  415   +1\t\n"), std::string::npos);
     EXPECT_EQ(group("Check 709 YCbCr - HLG 2020"), "  White HLG   Y  616 +114\t\n");
     EXPECT_EQ(group("Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0),
               0u);
-    EXPECT_EQ(group("Check Ref PQ 12bits - 10 bits rounded").find("White"), std::string::npos);
     EXPECT_EQ(group("Check I and Q vectors YCbCr - RGB-219 - and back"), "");
-    EXPECT_NE(group("Check SLog3"), "<missing heading>");
     // The 709 and 601 halves of the RGB - YCbCr group are separated by one blank line.
     EXPECT_NE(out.find("  Green 709   Y 2762   -1\t\n\n  White 601   "), std::string::npos);
     // The final puts("\n") leaves two newlines after the last line.

@@ -1,5 +1,5 @@
 // Helpers for tests that write files and read them back: scratch directories, whole-file reads, byte
-// readers, golden bytes as hex text, command and captured output, test frames and a file-size limit.
+// readers, golden bytes as hex text, captured output, test frames and a file-size limit.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -32,8 +32,6 @@ public:
         std::error_code ignored;
         std::filesystem::remove_all(dir_, ignored);
     }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
 
 private:
@@ -114,9 +112,8 @@ inline std::vector<uint16_t> noiseSamples(size_t count) {
 // While alive, writes past `bytes` fail with EFBIG instead of raising SIGXFSZ.
 class FileSizeLimit {
 public:
-    explicit FileSizeLimit(rlim_t bytes) {
+    explicit FileSizeLimit(rlim_t bytes) : previousHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
         getrlimit(RLIMIT_FSIZE, &saved_);
-        previousHandler_ = std::signal(SIGXFSZ, SIG_IGN);
         rlimit limited = saved_;
         limited.rlim_cur = bytes;
         setrlimit(RLIMIT_FSIZE, &limited);
@@ -125,12 +122,10 @@ public:
         setrlimit(RLIMIT_FSIZE, &saved_);
         std::signal(SIGXFSZ, previousHandler_);
     }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
 private:
     rlimit saved_{};
-    void (*previousHandler_)(int) = nullptr;
+    void (*previousHandler_)(int);
 };
 
 }  // namespace TestFiles
