@@ -62,8 +62,7 @@ PhilipsPm5544Spec* CardLayout::card = nullptr;
 
 TEST(CardPalette, TablesAsBuiltPerEncodingAndDepth) {
     using C = PhilipsPm5544Spec;
-    const colorAxes_e rgb = Colour_RGB_219, y709 = Colour_YCbCr_709,
-                      y2020 = Colour_YCbCr_2020;
+    const colorAxes_e rgb = Colour_RGB_219, y709 = Colour_YCbCr_709, y2020 = Colour_YCbCr_2020;
     const struct {
         colorAxes_e axes;
         int bits;
@@ -82,20 +81,6 @@ TEST(CardPalette, TablesAsBuiltPerEncodingAndDepth) {
     for (const auto& c : cases) {
         auto card = makeCard(64, 36, 16, 9, c.axes, c.bits);
         EXPECT_TRUE(same((*card).*c.member, c.expected)) << "axes " << c.axes << " at " << c.bits << " bits";
-    }
-}
-
-// The studio R'G'B' table feeds 601, the Mapped Y'CbCr axes and every R'G'B' HDR axis; the 2020 table
-// feeds the plain Y'CbCr HDR axes.
-TEST(CardPalette, ConvertedEncodingsStartFromTheRightTable) {
-    const Pixel rgbYellow(2948, 512, 2948, Colour_RGB_219, 12), yYellow(2728, 704, 2156, Colour_YCbCr_2020, 12);
-    for (int value = Colour_YCbCr_601; value < colourAxesCount; ++value) {
-        const auto axes = static_cast<colorAxes_e>(value);
-        if (axes == Colour_YCbCr_709 || axes == Colour_YCbCr_2020) continue;
-        const bool from2020 = axes == Colour_YCbCr_PQ || axes == Colour_YCbCr_HLG || axes == Colour_YCbCr_SLog3 ||
-                              axes == Colour_YCbCr_SLog3_Live;
-        EXPECT_TRUE(same(makeCard(64, 36, 16, 9, axes)->yellow75, (from2020 ? yYellow : rgbYellow).convertTo(axes)))
-            << axisToString(axes);
     }
 }
 

@@ -200,17 +200,6 @@ TEST_F(Primitives, GridLines) {
               (Row{-1, -1, 1000, 1000, -1}));
 }
 
-TEST_F(Primitives, ChromaPastTheEndOfAShorterListTakesTheTargetColour) {
-    // 15 ns at 37.125 MHz: luma has one sample (0.5); the half-clock chroma list is empty.
-    p.sampling = Sampling_422;
-    p.calculateTransition(15.0, 37.125);
-    ASSERT_TRUE(p.chromaTransition.empty());
-    Pixel from(256, 2048, 2048), to(3760, 256, 3840), out;
-    p.bars(49, out, 2, 100, &from, &to);
-    EXPECT_EQ((Row{out.sample[Pixel::CB_B], out.sample[Pixel::CR_R]}), (Row{256, 3840}));
-    EXPECT_NEAR(out.sample[Pixel::Y_G], 2008, 1);
-}
-
 // Each rendered row goes to the next frame row, from the first, whatever the first y; full-canvas
 // patterns refuse quadrant mode before anything is rendered.
 TEST(FullFrameLoop, EveryQuadrantFillsTheFrameFromItsFirstRow) {

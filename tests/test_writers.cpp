@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <tuple>
@@ -193,27 +192,17 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     EXPECT_EQ(rest.end(), stray) << "non-zero byte at " << (stray - rest.begin());
 }
 
-// Names longer than their field are cut without a terminator; a long zone abbreviation is cut so the time
-// stamp keeps 23 characters and its terminator. Samples keep their top ten bits, without rounding, in bits
+// Names longer than their field are cut without a terminator. Samples keep their top ten bits, without rounding, in bits
 // 31-22, 21-12 and 11-2 of little-endian words.
-TEST(DpxWriter, TextFieldsAreCutAndWordsKeepTheTopTenBits) {
+TEST(DpxWriter, NamesAreCutAndWordsKeepTheTopTenBits) {
     ScratchDir dir;
-    const std::string savedTz = std::getenv("TZ") ? std::getenv("TZ") : "", path = dir.path(std::string(120, 'n'));
-    const bool hadTz = std::getenv("TZ") != nullptr;
-    setenv("TZ", "<ABCDEFGHIJKL>-3", 1);
-    tzset();
+    const std::string path = dir.path(std::string(120, 'n'));
     Frame frame = {0xFFFF, 0, 0, 0xFFFF, 0, 0, 0xFFFF, 0, 0x003F, 0x0040, 0x007F, 0};
     ASSERT_EQ(0, writeDpx(frame, DPX::kCbYCr, 3, 1, path, {std::string(150, 'c'), "next field", ""}));
-    hadTz ? setenv("TZ", savedTz.c_str(), 1) : unsetenv("TZ");
-    tzset();
-
     const Bytes file = readFile(path);
     EXPECT_EQ(std::string(100, 'n'), std::string(file.begin() + 36, file.begin() + 136));
     EXPECT_EQ(std::string(100, 'c'), std::string(file.begin() + 160, file.begin() + 260));
     EXPECT_EQ("next field", textField(file, 260, 200));
-    const std::string stamp = textField(file, 136, 24);
-    EXPECT_EQ(23u, stamp.size());
-    EXPECT_EQ(":ABC", stamp.substr(19)) << stamp;
     EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(file.begin() + kDpxData, file.end()));
 }
 
@@ -224,7 +213,7 @@ TEST(DpxWriter, TextFieldsAreCutAndWordsKeepTheTopTenBits) {
 TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {  // descriptor, width, height, line size
         {DPX::kRGB, 7, 3, 28},     {DPX::kCbYCr, 7, 3, 28}, {DPX::kCbYCrY, 12, 4, 32},
-        {DPX::kCbYCrY, 7, 4, 20},  {DPX::kRGBA, 12, 2, 64}, {DPX::kCbYCrY, 1920, 2, 5120}};
+        {DPX::kCbYCrY, 7, 4, 20},  {DPX::kRGBA, 12, 2, 64}};
     ScratchDir dir;
     for (const auto& [format, width, height, lineBytes] : cases) {
         SCOPED_TRACE("descriptor " + std::to_string(format) + " width " + std::to_string(width));
@@ -267,31 +256,30 @@ TEST(DpxWriter, FfmpegDecodesAnRgbFile) {
 }
 
 // A missing directory, a file-size limit below the image (incompressible noise) and a full device: -1 and
-// no file left; TIFF also says why on stderr, PNG fails on a height libpng refuses after opening the file.
+// no file left; TIFF says why on stderr; PNG also fails on a height libpng refuses after opening the file.
 TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
     ScratchDir dir;
     Frame noise = noiseSamples(64 * 64 * 4);
+    const std::string missing = dir.path("missing/x"), limited = dir.path("limited");
     const std::function<int(const std::string&)> writers[] = {
         [&](const std::string& path) { return PngWriter::writePng(noise.data(), false, 64, 64, 16, path.c_str()); },
         [&](const std::string& path) { return writeTiff(noise, false, 64, 64, 10, {}, path); },
         [&](const std::string& path) { return writeDpx(noise, DPX::kRGB, 64, 64, path); }};
     for (const auto& write : writers) {
-        std::string message;
-        const std::string missing = dir.path("missing/x"), limited = dir.path("limited");
-        EXPECT_EQ(-1, write(missing));
-        int result = 0;
-        message = stderrOf([&] {
+        int results[3] = {0, 0, 0};
+        const std::string messages = stderrOf([&] {
+            results[0] = write(missing);
             FileSizeLimit limit(10000);
-            result = write(limited);
+            results[1] = write(limited);
         });
-        EXPECT_EQ(-1, result) << message;
+        results[2] = std::filesystem::is_character_file("/dev/full") ? write("/dev/full") : -1;
+        EXPECT_EQ(std::vector<int>(3, -1), std::vector<int>(results, results + 3)) << messages;
         EXPECT_FALSE(exists(missing) || exists(limited));
-        EXPECT_TRUE(!std::filesystem::is_character_file("/dev/full") || write("/dev/full") == -1);
     }
-    EXPECT_NE(std::string::npos, stderrOf([&] { writers[1](dir.path("missing/x")); }).find("Could not create tiff file\n"));
+    EXPECT_NE(std::string::npos, stderrOf([&] { writers[1](missing); }).find("Could not create tiff file\n"));
     EXPECT_NE(std::string::npos, stderrOf([&] {
                   FileSizeLimit limit(1024);
-                  writers[1](dir.path("limited"));
+                  writers[1](limited);
               }).find("Could not write image\n"));
     EXPECT_EQ(-1, PngWriter::writePng(noise.data(), false, 64, 0, 16, dir.path("empty.png").c_str()));
     EXPECT_FALSE(exists(dir.path("empty.png")));
