@@ -282,7 +282,7 @@ TEST(FullFrameLoop, SubsampledChromaIsHeldFromTheLastEvenColumnAndRow) {
 }
 
 // Stored line n shows the source line of the first pair for n; the first missing n ends the list. Without
-// a list every line is stored from the top left, R'G'B' as R, G, B and Y'CbCr widened to 12 bits.
+// a list every line is stored, R'G'B' as R, G, B and Y'CbCr as Y, Cb, Cr widened to 12 bits.
 TEST(LineRepeatLoop, StoredLinesFollowTheList) {
     const std::pair<Lines, std::vector<int>> cases[] = {{{{1, 5}, {0, 0}, {2, 9}}, {0, 5, 9}},
                                                         {{{0, 2}, {1, 4}, {3, 6}}, {2, 4}},
@@ -302,18 +302,12 @@ TEST(LineRepeatLoop, StoredLinesFollowTheList) {
         for (int n = 0; n < height; ++n) stored.push_back(lines[n * 9 + 1] / 16);
         EXPECT_EQ(stored, sources);
     }
-    TestPattern p(coordinates);
-    p.initQuietly(6, 4);
-    int h = 4;
-    Lines repeats{{9, 9}};
-    Samples lines(6 * 4 * 3);
-    p.run_body(0, 6, h, repeats, reinterpret_cast<unsigned char*>(lines.data()));
-    EXPECT_TRUE(repeats.empty());
-    EXPECT_EQ((Row{h, p.minX, p.maxX, p.minY, p.maxY}), (Row{4, 0, 5, 0, 3}));
-    EXPECT_EQ(Samples(&lines[36], &lines[39]), (Samples{2000 * 16, 102 * 16, 1020 * 16}));  // no taper
     TestPattern y([](int, int) { return Pixel(940, 512, 700, Colour_YCbCr_709, 10); });
     y.initQuietly(1, 1, 16, 9, Colour_YCbCr_709, Sampling_444, 10);
-    h = 1;
+    Lines repeats{{9, 9}};
+    Samples lines(3);
+    int h = 1;
     y.run_body(0, 1, h, repeats, reinterpret_cast<unsigned char*>(lines.data()));
-    EXPECT_EQ(Samples(&lines[0], &lines[3]), (Samples{60160, 32768, 44800}));  // Y, Cb, Cr
+    EXPECT_TRUE(repeats.empty() && h == 1);
+    EXPECT_EQ(lines, (Samples{60160, 32768, 44800}));  // Y, Cb, Cr
 }
