@@ -56,11 +56,13 @@ double sLog3(double x, bool negative) { return Pixel::applySLog3OETFAndRestoreAb
 // Ten-bit black, white and gamma law by groups of axes, in axis order; levels follow the depth, except
 // S-Log3's black.
 TEST(ColourSpace, LevelsOfEveryAxis) {
-    const std::pair<colorAxes_e, Ints> groups[] = {
-        {Colour_RGB, {0, 1023, 1}},          {Colour_RGB_219, {64, 940, 1}},
-        {Colour_YCbCr_601, {64, 940, 0}},    {Colour_YCbCr_HLG_Mapped, {64, 940, 1}},
-        {Colour_YCbCr_2020, {64, 940, 2}},   {Colour_YCbCr_SLog3_Live_Mapped, {95, 1019, 2}},
-        {Colour_RGB_SLog3_Live_Mapped, {64, 940, 1}}};
+    const std::pair<colorAxes_e, Ints> groups[] = {{Colour_RGB, {0, 1023, 1}},
+                                                   {Colour_RGB_219, {64, 940, 1}},
+                                                   {Colour_YCbCr_601, {64, 940, 0}},
+                                                   {Colour_YCbCr_HLG_Mapped, {64, 940, 1}},
+                                                   {Colour_YCbCr_2020, {64, 940, 2}},
+                                                   {Colour_YCbCr_SLog3_Live_Mapped, {95, 1019, 2}},
+                                                   {Colour_RGB_SLog3_Live_Mapped, {64, 940, 1}}};
     int axis = 0;
     for (const auto& [last, levels] : groups)
         for (; axis <= last; ++axis) {
@@ -147,9 +149,10 @@ TEST(Pixel, GoldenCodes) {
                {"deeper shifts", deeper, {3508, 256, 2212}}});
     // Alpha: full scale by default, kept by arithmetic, by axis group for noAlpha, shifted with depth
     // changes (whose levels are not rescaled).
-    EXPECT_EQ(Ints({black.sample[Pixel::ALPHA], (base + offset).sample[Pixel::ALPHA], studio.noAlpha().sample[Pixel::ALPHA],
-                    rgbHdr.noAlpha().sample[Pixel::ALPHA], truncated.sample[Pixel::ALPHA], deeper.sample[Pixel::ALPHA]}),
-              Ints({4095, 7, 64, 4, 255, 4092}));
+    EXPECT_EQ(
+        Ints({black.sample[Pixel::ALPHA], (base + offset).sample[Pixel::ALPHA], studio.noAlpha().sample[Pixel::ALPHA],
+              rgbHdr.noAlpha().sample[Pixel::ALPHA], truncated.sample[Pixel::ALPHA], deeper.sample[Pixel::ALPHA]}),
+        Ints({4095, 7, 64, 4, 255, 4092}));
     EXPECT_EQ(Ints({black.colourSpace.colourAxes, black.colourSpace.bitDepth, truncated.colourSpace.blackLevel}),
               Ints({Colour_YCbCr_709, 12, 256}));
 
@@ -222,8 +225,12 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         if (axis == Colour_YCbCr_2020) continue;
         const auto to = static_cast<colorAxes_e>(axis);
         const bool sLog = axis >= Colour_YCbCr_SLog3;
-        cases.push_back({axisToString(to) + std::string(" white"), white709.convertTo(to),
-                         {axis <= Colour_YCbCr_PQ_Mapped ? 509 : sLog ? 598 : 616, 512, 512}});
+        cases.push_back({axisToString(to) + std::string(" white"),
+                         white709.convertTo(to),
+                         {axis <= Colour_YCbCr_PQ_Mapped ? 509
+                          : sLog                         ? 598
+                                                         : 616,
+                          512, 512}});
         cases.push_back({axisToString(to) + std::string(" black"), blackRgb.convertTo(to), {sLog ? 95 : 64, 512, 512}});
     }
     // The mapped bars match the 10-bit PQ reference codes.
@@ -317,8 +324,8 @@ TEST(SelfTest, KnownDifferenceLines) {
     // Labels go through "%s": a doubled percent sign stays doubled.
     EXPECT_NE(group("Check 75% 10 bit rounding").find("  Grey 40%% 709_10    Y  415   +1\t\n"), std::string::npos);
     EXPECT_EQ(group("Check 709 YCbCr - HLG 2020"), "  White HLG   Y  616 +114\t\n");
-    EXPECT_EQ(group("Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0),
-              0u);
+    EXPECT_EQ(
+        group("Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0), 0u);
     EXPECT_EQ(group("Check I and Q vectors YCbCr - RGB-219 - and back"), "");
     // The 709 and 601 halves of the RGB - YCbCr group are separated by one blank line.
     EXPECT_NE(out.find("  Green 709   Y 2762   -1\t\n\n  White 601   "), std::string::npos);

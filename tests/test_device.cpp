@@ -295,7 +295,8 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     EXPECT_NE("<nothing thrown>", refusal(literal));
 }
 
-// Worked code values (super-white converts as white, below black as black) and converted files on disk: samples converted in place, three words under format 3.
+// Worked code values (super-white converts as white, below black as black) and converted files on disk: samples
+// converted in place, three words under format 3.
 TEST_F(DeviceFile, XYZConversion) {
     const Code3 cases[][2] = {{{3760, 3760, 3760}, {3793, 3960, 3889}}, {{4095, 4000, 3761}, {3793, 3960, 3889}},
                               {{3760, 256, 256}, {2900, 2170, 16}},     {{256, 3760, 256}, {2417, 3492, 1222}},
@@ -324,10 +325,11 @@ TEST_F(DeviceFile, XYZConversion) {
 // Pairs for Y'CbCr with subsampled chroma, a sample per pixel otherwise; odd widths never ask for
 // x = width. Flat bands, a ramp and a stripe change every third line.
 TEST(DeviceLoop, FileExpandsToThePatternsPixels) {
-    const std::tuple<int, colorAxes_e, sampling_e, uint8_t, bool> cases[] = {{1920, ycc, Sampling_422, 0, true},
-                                                                             {1280, Colour_RGB_219, Sampling_444, 1, false},
-                                                                             {12, ycc, Sampling_420, 0, true},
-                                                                             {7, rgb, Sampling_422, 1, false}};
+    const std::tuple<int, colorAxes_e, sampling_e, uint8_t, bool> cases[] = {
+        {1920, ycc, Sampling_422, 0, true},
+        {1280, Colour_RGB_219, Sampling_444, 1, false},
+        {12, ycc, Sampling_420, 0, true},
+        {7, rgb, Sampling_422, 1, false}};
     const int height = 10;
     for (const auto& [width, axes, sampling, format, pairs] : cases) {
         SCOPED_TRACE("width " + std::to_string(width) + " axes " + std::to_string(axes));

@@ -30,7 +30,9 @@ void expectRamp(const std::deque<double>& actual, const std::vector<double>& exp
     for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(actual[i], expected[i], 5e-7) << "index " << i;
 }
 
-void resize(TestPattern& p, int w, int h, int an, int ad) { p.width = w, p.height = h, p.aspectNum = an, p.aspectDen = ad; }
+void resize(TestPattern& p, int w, int h, int an, int ad) {
+    p.width = w, p.height = h, p.aspectNum = an, p.aspectDen = ad;
+}
 
 Pixel rgb(int r, int g, int b) { return Pixel(g, b, r, Colour_RGB); }
 Pixel grey(int level) { return rgb(level, level, level); }
@@ -78,7 +80,8 @@ TEST(Transitions, WorkedCoefficientsAreAscendingAndSymmetric) {
     // The sample rate follows the height: 250 kHz is this many pixels.
     TestPattern p;  // 2160 lines before init
     EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), 594.0);
-    for (const auto& [lines, pixels] : {std::pair<int, double>{1090, 594.0}, {1089, 297.0}, {600, 297.0}, {599, 54.0}}) {
+    for (const auto& [lines, pixels] :
+         {std::pair<int, double>{1090, 594.0}, {1089, 297.0}, {600, 297.0}, {599, 54.0}}) {
         p.height = lines;
         EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), pixels) << lines << " lines";
     }
@@ -110,8 +113,8 @@ TEST(Geometry, FractionsAndCircles) {
                 ASSERT_EQ(p.insideCircleWidth(x - 7, y + 3, -7, 3, r), inside) << x << "," << y << " r " << r;
             }
     resize(p, 720, 576, 4, 3);
-    EXPECT_EQ(p.aspectAdjustedVertFraction(1, 2), 384);  // (576*4*1)/(3*2)
-    EXPECT_EQ(p.aspectAdjustedHorizFraction(1, 7), 77);  // (720*3*1)/(4*7) = 77.1
+    EXPECT_EQ(p.aspectAdjustedVertFraction(1, 2), 384);     // (576*4*1)/(3*2)
+    EXPECT_EQ(p.aspectAdjustedHorizFraction(1, 7), 77);     // (720*3*1)/(4*7) = 77.1
     EXPECT_TRUE(p.insideCircleHeight(100, 0, 0, 0, 107));   // x 100 is 106.67 lines, kept as 106
     EXPECT_FALSE(p.insideCircleHeight(100, 0, 0, 0, 106));  // exactly on the radius: outside
     EXPECT_TRUE(p.insideCircleWidth(0, 100, 0, 0, 94));     // y 100 is 93.75 pixels, kept as 93
@@ -236,7 +239,8 @@ TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
     TestPattern ten([](int, int) { return Pixel(940, 512, 512, Colour_YCbCr_709, 10); });
     ten.initQuietly(4, 2, 16, 9, Colour_YCbCr_709, Sampling_444, 10, Quadrant_None, true);
     const Samples f = frameOf(ten, 4, 2);
-    for (size_t i = 0; i < f.size(); i += 4) EXPECT_EQ(Samples(&f[i], &f[i + 4]), (Samples{32768, 60160, 32768, 65472}));
+    for (size_t i = 0; i < f.size(); i += 4)
+        EXPECT_EQ(Samples(&f[i], &f[i + 4]), (Samples{32768, 60160, 32768, 65472}));
 
     const auto whiteFrame = [](int width, bool taperOff, bool riseTime) {  // samples divided by 16
         TestPattern p([](int, int) { return rgb(4095, 4095, 4095); });

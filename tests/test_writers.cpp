@@ -93,8 +93,8 @@ std::string dumpedTag(const std::string& path, const std::string& tagStart) {
     return at == std::string::npos ? "" : dump.substr(at + 1, dump.find('\n', at + 1) - at - 1);
 }
 
-int writeTiff(Frame& frame, bool ycbcr, int width, int height, int bits, const std::vector<std::pair<int, int>>& repeats,
-              const std::string& path) {
+int writeTiff(Frame& frame, bool ycbcr, int width, int height, int bits,
+              const std::vector<std::pair<int, int>>& repeats, const std::string& path) {
     return TiffWriter::writeTiff(reinterpret_cast<unsigned char*>(frame.data()), ycbcr, width, height, bits, repeats,
                                  path.c_str());
 }
@@ -136,10 +136,10 @@ TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
 TEST(TiffWriter, FieldsPixelsAndLineRepeatTag) {
     // YCbCr flag, width, height, line repeats, libtiff's fields (LZW, photometric 2 or 6, contiguous,
     // 16 bits, 3 samples, 1 strip, 1 directory), the private tag as tiffdump shows it, and subsampling.
-    const std::tuple<bool, int, int, std::vector<std::pair<int, int>>, const char*, const char*, const char*> cases[] = {
-        {false, 12, 4, {{0, 10}, {11, 1}}, "12x4 5 2 1 16 3 1 1", "16<[[0,10],[11,1]]\\0>", ""},
-        {true, 7, 3, {{-1, 1080}}, "7x3 5 6 1 16 3 1 1", "12<[[-1,1080]]\\0>", "2<1 1>"},
-        {false, 5, 2, {}, "5x2 5 2 1 16 3 1 1", "", ""}};
+    const std::tuple<bool, int, int, std::vector<std::pair<int, int>>, const char*, const char*, const char*> cases[] =
+        {{false, 12, 4, {{0, 10}, {11, 1}}, "12x4 5 2 1 16 3 1 1", "16<[[0,10],[11,1]]\\0>", ""},
+         {true, 7, 3, {{-1, 1080}}, "7x3 5 6 1 16 3 1 1", "12<[[-1,1080]]\\0>", "2<1 1>"},
+         {false, 5, 2, {}, "5x2 5 2 1 16 3 1 1", "", ""}};
     const bool dumpable = toolAvailable("tiffdump");
     ScratchDir dir;
     const std::string at8 = dir.path("at8.tif"), at12 = dir.path("at12.tif");
@@ -192,8 +192,8 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     EXPECT_EQ(rest.end(), stray) << "non-zero byte at " << (stray - rest.begin());
 }
 
-// Names longer than their field are cut without a terminator. Samples keep their top ten bits, without rounding, in bits
-// 31-22, 21-12 and 11-2 of little-endian words.
+// Names longer than their field are cut without a terminator. Samples keep their top ten bits, without rounding, in
+// bits 31-22, 21-12 and 11-2 of little-endian words.
 TEST(DpxWriter, NamesAreCutAndWordsKeepTheTopTenBits) {
     ScratchDir dir;
     const std::string path = dir.path(std::string(120, 'n'));
@@ -211,9 +211,12 @@ TEST(DpxWriter, NamesAreCutAndWordsKeepTheTopTenBits) {
 // for descriptors the writer does not pack. Width 12 packs 4:2:2 in whole groups of six, width 7 leaves a
 // tail of one pair and one pixel, padded to a whole word.
 TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
-    const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {  // descriptor, width, height, line size
-        {DPX::kRGB, 7, 3, 28},     {DPX::kCbYCr, 7, 3, 28}, {DPX::kCbYCrY, 12, 4, 32},
-        {DPX::kCbYCrY, 7, 4, 20},  {DPX::kRGBA, 12, 2, 64}};
+    const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {// descriptor, width, height, line size
+                                                                {DPX::kRGB, 7, 3, 28},
+                                                                {DPX::kCbYCr, 7, 3, 28},
+                                                                {DPX::kCbYCrY, 12, 4, 32},
+                                                                {DPX::kCbYCrY, 7, 4, 20},
+                                                                {DPX::kRGBA, 12, 2, 64}};
     ScratchDir dir;
     for (const auto& [format, width, height, lineBytes] : cases) {
         SCOPED_TRACE("descriptor " + std::to_string(format) + " width " + std::to_string(width));
@@ -278,9 +281,9 @@ TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
     }
     EXPECT_NE(std::string::npos, stderrOf([&] { writers[1](missing); }).find("Could not create tiff file\n"));
     EXPECT_NE(std::string::npos, stderrOf([&] {
-                  FileSizeLimit limit(1024);
-                  writers[1](limited);
-              }).find("Could not write image\n"));
+                                     FileSizeLimit limit(1024);
+                                     writers[1](limited);
+                                 }).find("Could not write image\n"));
     EXPECT_EQ(-1, PngWriter::writePng(noise.data(), false, 64, 0, 16, dir.path("empty.png").c_str()));
     EXPECT_FALSE(exists(dir.path("empty.png")));
 }
