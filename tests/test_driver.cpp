@@ -123,7 +123,9 @@ TEST_F(Program, CommandLineErrorsGoToStandardErrorAndWriteNothing) {
         const Outcome r = run(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(r.out, "") << args;
-        if (message) EXPECT_EQ(r.err, message) << args;
+        if (message) {
+            EXPECT_EQ(r.err, message) << args;
+        }
         EXPECT_EQ(r.err.rfind("Error: ", 0), 0u) << args;
         EXPECT_FALSE(exists(dir.path("card.png"))) << args;
     }
