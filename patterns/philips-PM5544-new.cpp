@@ -277,21 +277,6 @@ Pixel transitionFrom(const std::vector<Pixel>& line, size_t i, const EdgeShape& 
     return shaped;
 }
 
-// Same colour space (all of it, not only axes and depth) and same samples: two pixels that are
-// identical in this sense blend identically.
-bool identical(const Pixel& a, const Pixel& b) {
-    const ColourSpace& ca = a.colourSpace;
-    const ColourSpace& cb = b.colourSpace;
-    return a.sameCodes(b) && ca.whiteLevel == cb.whiteLevel && ca.blackLevel == cb.blackLevel &&
-           ca.gammaType == cb.gammaType;
-}
-
-// Remainder made non-negative by adding the divisor once, as the framework's grids take it.
-int positiveMod(int value, int divisor) {
-    const int rem = value % divisor;
-    return rem < 0 ? rem + divisor : rem;
-}
-
 // Whether a line buffer equals the one above it within a window. Windows are asked for from
 // left to right (neither end ever moves left), so each position is compared at most once.
 class UnchangedWindow {
@@ -301,7 +286,7 @@ public:
     // Positions from..to, inclusive.
     bool within(size_t from, size_t to) {
         for (size_t p = std::max(checkedTo_, from); p <= to; ++p) {
-            if (!identical(line_[p], above_[p])) {
+            if (!line_[p].identicalTo(above_[p])) {
                 lastDifference_ = p;
                 anyDifference_ = true;
             }
@@ -713,10 +698,8 @@ void PhilipsPm5544Spec::buildLineTables() {
     LineTables& tables = *lineTables;
     // With a grid pitch under one line the grids' own arithmetic divides by zero; such a
     // raster keeps the reference fill, and fails there as it always did.
-    const int64_t gridPitch = heightFraction(79, 1080);
-    const int64_t toLinesDivisor = static_cast<int64_t>(aspectDen) * width;
-    if (width <= 0 || gridPitch <= 0 || toLinesDivisor == 0 || (height * gridPitch * aspectNum) / toLinesDivisor <= 0)
-        return;
+    const int gridPitch = heightFraction(79, 1080);
+    if (width <= 0 || aspectDen <= 0 || gridPitch <= 0 || toLineUnits(gridPitch) <= 0) return;
 
     tables.centreX = widthFraction(1, 2);
     tables.centreY = heightFraction(1, 2);
@@ -729,8 +712,7 @@ void PhilipsPm5544Spec::buildLineTables() {
     tables.outlineRadiusSquared = outline * outline;
     tables.dxSquared.reserve(static_cast<size_t>(width));
     for (int x = 0; x < width; ++x) {
-        const int64_t dx =
-            (int64_t{height} * (x - tables.centreX) * aspectNum) / toLinesDivisor;  // as insideCircleHeight
+        const int64_t dx = toLineUnits(x - tables.centreX);  // as insideCircleHeight
         tables.dxSquared.push_back(dx * dx);
     }
     // The column intervals of a row rely on dx^2 falling towards the centre column and rising
@@ -912,12 +894,9 @@ const std::vector<Pixel>& PhilipsPm5544Spec::outsideRow(int Y) {
 
     // A column lies on a vertical line when its offset in lines, shifted by half a line width
     // less half a pitch, falls within the line width modulo the pitch in lines.
-    auto toLines = [this](int value) {
-        return static_cast<int>((int64_t{height} * value * aspectNum) / (int64_t{aspectDen} * width));
-    };
     auto onVerticalLine = [&](int X, int linePitch, int lineWidth) {
-        const int pitchLines = toLines(linePitch);
-        return positiveMod(toLines(X) + lineWidth / 2 - (pitchLines + 1) / 2, pitchLines) < lineWidth;
+        const int pitchLines = toLineUnits(linePitch);
+        return positiveMod(toLineUnits(X) + lineWidth / 2 - (pitchLines + 1) / 2, pitchLines) < lineWidth;
     };
     row.reserve(static_cast<size_t>(width));
     for (int x = 0; x < width; ++x) {

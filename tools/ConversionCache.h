@@ -14,7 +14,7 @@ public:
         : axes_(axes), widenTenBit_(widenTenBit) {}
 
     const Pixel& convert(const Pixel& in) {
-        if (!valid_ || !identical(in, lastIn_)) {
+        if (!valid_ || !in.identicalTo(lastIn_)) {
             lastIn_ = in;
             lastOut_ = in.convertTo(axes_);
             if (widenTenBit_ && lastOut_.colourSpace.bitDepth == tenBits) widen(lastOut_);
@@ -30,15 +30,6 @@ private:
     static void widen(Pixel& p) {
         for (uint16_t& v : p.sample) v = static_cast<uint16_t>(v * 4);
         p.colourSpace.bitDepth = twelveBits;
-    }
-
-    // Every field a conversion reads: the whole colour space and all four samples.
-    static bool identical(const Pixel& a, const Pixel& b) {
-        const ColourSpace& ca = a.colourSpace;
-        const ColourSpace& cb = b.colourSpace;
-        return ca.colourAxes == cb.colourAxes && ca.bitDepth == cb.bitDepth && ca.whiteLevel == cb.whiteLevel &&
-               ca.blackLevel == cb.blackLevel && ca.gammaType == cb.gammaType && a.sample[0] == b.sample[0] &&
-               a.sample[1] == b.sample[1] && a.sample[2] == b.sample[2] && a.sample[3] == b.sample[3];
     }
 
     PatternGen::colorAxes_e axes_;

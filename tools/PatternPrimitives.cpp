@@ -16,13 +16,6 @@ double coefficient(const std::deque<double>& ramp, int k) {
     return ramp[static_cast<size_t>(k)];
 }
 
-// Remainder made non-negative by adding the divisor once.
-int positiveMod(int value, int divisor) {
-    int rem = value % divisor;
-    if (rem < 0) rem += divisor;
-    return rem;
-}
-
 // Position of bar edge i: evenly divided span, or the running sum of the given widths.
 class BarEdges {
 public:
@@ -60,11 +53,6 @@ Pixel barColour(int x, const Pixel& outside, int count, BarEdges edges, int zone
         before = after;
     }
     return outside;
-}
-
-// Horizontal coordinate converted into line units with the display aspect ratio.
-int toLineUnits(int value, int width, int height, int aspectNum, int aspectDen) {
-    return static_cast<int>((int64_t{height} * value * aspectNum) / (int64_t{aspectDen} * width));
 }
 
 // One vertical grid line at offset remX into the pitch. lineWidth is the width W of a line with
@@ -157,8 +145,8 @@ bool PatternSpec::gridVertical(int x, int, int pitch, int thickness, Pixel& inou
     const int n = transitionLength;
     const int ramps = 2 * n - 1;
     const int lineWidth = ramps < 1 ? thickness + 1 : thickness + ramps;
-    const int pitchLines = toLineUnits(pitch, width, height, aspectNum, aspectDen);
-    const int xLines = toLineUnits(x, width, height, aspectNum, aspectDen);
+    const int pitchLines = toLineUnits(pitch);
+    const int xLines = toLineUnits(x);
     const int remX = positiveMod(xLines + lineWidth / 2 - (pitchLines + 1) / 2, pitchLines);
     return verticalGridLine(remX, lineWidth, n, thickness, n <= 0, lumaTransition, inout, line);
 }
@@ -173,8 +161,8 @@ bool PatternSpec::gridFlipVphase(int x, int y, int pitch, int thickness, Pixel& 
     }
     const int n = transitionLength;
     const int lineWidth = thickness + 2 * (n - 1);
-    const int pitchLines = toLineUnits(pitch, width, height, aspectNum, aspectDen);
-    const int xLines = toLineUnits(x, width, height, aspectNum, aspectDen);
+    const int pitchLines = toLineUnits(pitch);
+    const int xLines = toLineUnits(x);
     const int remX = positiveMod(xLines + lineWidth / 2 - (pitchLines + 1) / 2, pitchLines);
     return verticalGridLine(remX, lineWidth, n, thickness, false, lumaTransition, inout, line);
 }

@@ -108,10 +108,17 @@ int PatternSpec::aspectAdjustedHorizFraction(int num, int den) const {
     return static_cast<int>((int64_t{width} * aspectDen * num) / (int64_t{aspectNum} * den));
 }
 
+int PatternSpec::toLineUnits(int value) const {
+    return static_cast<int>((int64_t{height} * value * aspectNum) / (int64_t{aspectDen} * width));
+}
+
+int PatternSpec::positiveMod(int value, int divisor) {
+    const int rem = value % divisor;
+    return rem < 0 ? rem + divisor : rem;
+}
+
 bool PatternSpec::insideCircleHeight(int x, int y, int cx, int cy, int r) const {
-    const int64_t xLines = (int64_t{height} * x * aspectNum) / (int64_t{aspectDen} * width);
-    const int64_t cxLines = (int64_t{height} * cx * aspectNum) / (int64_t{aspectDen} * width);
-    const double dx = static_cast<double>(xLines) - cxLines;
+    const double dx = static_cast<double>(toLineUnits(x)) - toLineUnits(cx);
     const double dy = static_cast<double>(y) - cy;
     return r > std::sqrt(dx * dx + dy * dy);
 }

@@ -77,6 +77,10 @@ public:
     int fractionOf(int value, int num, int den) const;
     int aspectAdjustedVertFraction(int num, int den) const;
     int aspectAdjustedHorizFraction(int num, int den) const;
+    // A horizontal coordinate or length converted into line units with the display aspect ratio.
+    int toLineUnits(int value) const;
+    // The remainder made non-negative by adding the divisor once.
+    static int positiveMod(int value, int divisor);
     bool insideCircleHeight(int x, int y, int cx, int cy, int r) const;
     bool insideCircleWidth(int x, int y, int cx, int cy, int r) const;
 

@@ -33,6 +33,14 @@ public:
                sample[1] == other.sample[1] && sample[2] == other.sample[2] && sample[3] == other.sample[3];
     }
 
+    // sameCodes and the whole colour space (levels and gamma too): pixels identical in this sense
+    // convert and blend identically.
+    bool identicalTo(const Pixel& other) const {
+        return sameCodes(other) && colourSpace.whiteLevel == other.colourSpace.whiteLevel &&
+               colourSpace.blackLevel == other.colourSpace.blackLevel &&
+               colourSpace.gammaType == other.colourSpace.gammaType;
+    }
+
     // Arithmetic and scaling about each component's reference level.
     Pixel operator+(const Pixel& other) const;
     Pixel& operator+=(const Pixel& other);
