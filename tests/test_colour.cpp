@@ -106,14 +106,14 @@ TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
 }
 
 // Arithmetic and scaling move luma and RGB about black and chroma about its zero; so do the level
-// operations, by axis group; blending mixes normalised values; depth changes truncate or round.
+// operations; blending mixes normalised values; depth changes truncate or round.
 TEST(Pixel, GoldenCodes) {
     const Pixel black, rgb219(10, 20, 30, Colour_RGB_219, 10), yellow(3507, 256, 2212);
     Pixel base(1000, 1500, 2600);
     base.sample[Pixel::ALPHA] = 7;
     const Pixel offset(256 + 100, 2048 - 30, 2048 + 40);
-    const Pixel rgb(500, 600, 700, Colour_RGB, 10), studio(500, 600, 700, Colour_RGB_219, 10);
-    const Pixel ycc(500, 600, 700, Colour_YCbCr_SLog3, 10), rgbHdr(500, 600, 700, Colour_RGB_HLG, 10);
+    const Pixel studio(500, 600, 700, Colour_RGB_219, 10), ycc(500, 600, 700, Colour_YCbCr_SLog3, 10);
+    const Pixel rgbHdr(500, 600, 700, Colour_RGB_HLG, 10);
     const Pixel a(3000, 1000, 3000), b(1000, 3000, 1000);
     const Pixel truncated = Pixel(2694, 705, 2171).truncateTo(8);
     const Pixel deeper = Pixel(877, 64, 553, Colour_YCbCr_709, 10).roundTo(12);
@@ -128,14 +128,8 @@ TEST(Pixel, GoldenCodes) {
                {"scaleLumChrom", Pixel(3760, 2048, 1000).scaleLumChrom(0.5, 0.0), {2008, 2048, 2048}},
                {"scaleWithClip", Pixel(3760, 256, 3840).scaleWithClip(12, 10), {4079, 16, 4079}},
                {"601 gamma", Pixel(3760, 2148, 1948, Colour_YCbCr_601).scaleWithGamma(1, 2), {2008, 2098, 1999}},
-               {"RGB subBlack", rgb.subBlack(), {500, 600, 700}},
                {"RGB_219 subBlack", studio.subBlack(), {4, 4, 4}},
-               {"YCbCr subBlack", ycc.subBlack(), {4, 512, 512}},
-               {"RGB HDR subBlack", rgbHdr.subBlack(), {500, 600, 700}},
-               {"RGB superWhite", rgb.superWhite(), {500, 600, 700}},
-               {"RGB_219 superWhite", studio.superWhite(), {1019, 1019, 1019}},
                {"YCbCr superWhite", ycc.superWhite(), {1019, 512, 512}},
-               {"RGB HDR superWhite", rgbHdr.superWhite(), {1019, 1019, 1019}},
                {"legalise 10 bits", Pixel(0, 1023, 512, Colour_RGB, 10).legalise(), {4, 1019, 512}},
                {"luma and chroma mix apart", a.blend(1.0, 0.0, b), {3000, 3000, 1000}},
                {"blend 0.5", a.blend(0.5, 0.5, b), {2000, 2000, 2000}},
@@ -275,7 +269,7 @@ TEST(Conversion, EverySupportedPairConverts) {
     }
 }
 
-// One death test per distinct report: source file, function and expression.
+// Unsupported targets stop with the assertion's report: source file, function and expression.
 TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
     const Pixel white709(3760, 2048, 2048), white2020(940, 512, 512, Colour_YCbCr_2020, 10);
     const Pixel pq(509, 512, 512, Colour_YCbCr_PQ, 10), rgbPq = white709.convertTo(Colour_RGB_PQ);
@@ -287,16 +281,9 @@ TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
          "assignRGB219Values.*Assertion `axis == PatternGen::Colour_RGB_219"},
         {[&] { white2020.convertTo(Colour_YCbCr_HLG_Mapped); }, "convertFromYCbCr2020.*Assertion `0"},
         {[&] { Pixel().assignRGBValues(0, 0, 0); }, "assignRGBValues.*Assertion `axis == PatternGen::Colour_RGB"},
-        {[&] { Pixel().assignYCbCr2020Values(0, 0, 0); }, "Assertion `colourIsIn2020\\(\\)"},
         {[&] { white709.convertRGB709toYCbCrPQ(1, 1, 1, Colour_YCbCr_HLG); },
          "Assertion `pqColourSpace == PatternGen::Colour_YCbCr_PQ \\|\\| pqColourSpace == "
          "PatternGen::Colour_YCbCr_PQ_Mapped"},
-        {[&] { white709.convertRGB709toYCbCrHLG(1, 1, 1, Colour_YCbCr_PQ); },
-         "Assertion `hlgColourSpace == PatternGen::Colour_YCbCr_HLG \\|\\| hlgColourSpace == "
-         "PatternGen::Colour_YCbCr_HLG_Mapped"},
-        {[&] { white709.convertRGB709toYCbCrSLog3(1, 1, 1, Colour_YCbCr_2020); },
-         "Assertion `slog3ColourSpace == PatternGen::Colour_YCbCr_SLog3 \\|\\| .* \\|\\| "
-         "slog3ColourSpace == PatternGen::Colour_YCbCr_SLog3_Live_Mapped"},
         {[&] { white709.convertRGB709toRGBHDR(1, 1, 1, Colour_YCbCr_PQ); }, "convertRGB709toRGBHDR.*Assertion `0"},
         {[&] { white709.convertTo(Colour_YCbCr_SLog3_Live).convertTo(Colour_RGB_SLog3); },
          "Pixel Pixel::convertYCbCrHDRToRGB" + axisArg + ": Assertion `toSpace == PatternGen::Colour_RGB_SLog3_Live"}};

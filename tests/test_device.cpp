@@ -1,6 +1,5 @@
-// Device pattern files: exact bytes, refusals and limits of the model and writer, X'Y'Z' conversion, and
-// the compressed-line rendering loop, whose files are read back with the independent reader and compared
-// with the pattern's pixels (run-length rule, line merging, line repeats, width warning, long sections).
+// Device pattern files: exact bytes, refusals and limits, X'Y'Z' conversion, and the compressed-line
+// loop, whose files are read back with an independent reader and compared with the pattern's pixels.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -226,12 +225,6 @@ TEST_F(DeviceFile, FileBytes) {
                   "0001 0001 077E 0800 0EB0 0800 0EB0"),
               saved(multi));
 
-    TovaKelmPatternFile rgbFile;  // a single line-repeat entry leaves singleBlock true
-    rgbFile.blockLayout = 1, rgbFile.lineWidth = 2048, rgbFile.format = TovaKelmPatternFile::Format_RGB;
-    Sample::b3Words = true;
-    rgbFile.AddBlock(runLine(100, Sample{{1, 2, 3}}));
-    EXPECT_EQ(hex("50 41 54 54 45 52 4E 00 01 08 00 00 0C 01 00 00 | 0001 | 0001 0001 00C8 0001 0002 0003"),
-              saved(rgbFile));
     TovaKelmPatternFile literal;  // three-word samples read c0 c1 c2
     Sample::b3Words = true;
     literal.AddBlock(literalLine({Sample{{0x0FFF, 0x0100, 0x0ABC, 0x7777}}, Sample{{1, 2, 3}}}));
@@ -274,11 +267,6 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     EXPECT_EQ(65535u, DeviceFileReader::parseFile(dir.path("f.pat")).blocks.size());
     blocks.AddBlock(runLine(1, s));
     EXPECT_EQ("Too many blocks for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(blocks));
-
-    TovaKelmPatternFile wide;
-    wide.AddBlock(new CompressedLine);
-    for (int i = 0; i < 65536; ++i) wide.line_blocks[0]->AddRun(1, s);
-    EXPECT_EQ("Too many sections in a line for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(wide));
 
     TovaKelmPatternFile literal, run;
     literal.AddBlock(literalLine(std::vector<Sample>(32767, s)));

@@ -1,5 +1,5 @@
-// Helpers for tests that write files and read them back: scratch directories, whole-file reads, byte
-// readers, golden bytes as hex text, captured output, test frames and a file-size limit.
+// Helpers for tests that write files and read them back: scratch directories, whole-file reads, golden
+// bytes as hex text, captured output, test frames and a file-size limit.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -55,12 +55,7 @@ inline Bytes hex(const std::string& text) {
     return bytes;
 }
 
-// The unsigned number of `size` bytes at `at`, most or least significant byte first.
-inline uint32_t bigEndian(const Bytes& bytes, size_t at, int size = 4) {
-    uint32_t value = 0;
-    for (int i = 0; i < size; ++i) value = value << 8 | bytes.at(at + i);
-    return value;
-}
+// The unsigned number of `size` bytes at `at`, least significant byte first.
 inline uint32_t littleEndian(const Bytes& bytes, size_t at, int size = 4) {
     uint32_t value = 0;
     for (int i = size - 1; i >= 0; --i) value = value << 8 | bytes.at(at + i);

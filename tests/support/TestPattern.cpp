@@ -1,9 +1,8 @@
 #include "TestPattern.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
+
+#include "TestFiles.h"
 
 Pixel TestPattern::body(int x, int y) {
     ++bodyCalls;
@@ -17,16 +16,5 @@ Pixel TestPattern::body(int x, int y) {
 
 void TestPattern::initQuietly(int w, int h, int an, int ad, PatternGen::colorAxes_e axes, PatternGen::sampling_e s,
                               int bits, PatternGen::quadrant_e q, bool taperOff) {
-    // init prints the geometry; keep test output readable by sending it to /dev/null meanwhile.
-    fflush(stdout);
-    const int saved = dup(fileno(stdout));
-    FILE* null = fopen("/dev/null", "w");
-    if (null != nullptr) dup2(fileno(null), fileno(stdout));
-    init(w, h, an, ad, axes, s, bits, q, 0, taperOff);
-    fflush(stdout);
-    if (saved >= 0) {
-        dup2(saved, fileno(stdout));
-        close(saved);
-    }
-    if (null != nullptr) fclose(null);
+    TestFiles::stdoutOf([&] { init(w, h, an, ad, axes, s, bits, q, 0, taperOff); });
 }

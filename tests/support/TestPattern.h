@@ -25,7 +25,7 @@ public:
     }
     bool useFullCanvasSize() override { return fullCanvas; }
 
-    // init with its geometry report sent to /dev/null.
+    // init without its geometry report on standard output.
     void initQuietly(int width, int height, int aspectNum = 16, int aspectDen = 9,
                      PatternGen::colorAxes_e axes = PatternGen::Colour_RGB,
                      PatternGen::sampling_e sampling = PatternGen::Sampling_444, int bits = 12,
