@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "TestFiles.h"
 #include "philips-PM5544-new.h"
 
 using namespace PatternGen;
@@ -22,9 +23,8 @@ namespace {
 std::unique_ptr<PhilipsPm5544Spec> makeCard(int width, int height, int aspectNum, int aspectDen, colorAxes_e axes,
                                             int bits = 12, sampling_e sampling = Sampling_444) {
     auto card = std::make_unique<PhilipsPm5544Spec>();
-    testing::internal::CaptureStdout();
-    card->init(width, height, aspectNum, aspectDen, axes, sampling, bits, Quadrant_None, 0, false);
-    const std::string output = testing::internal::GetCapturedStdout();
+    const std::string output = TestFiles::stdoutOf(
+        [&] { card->init(width, height, aspectNum, aspectDen, axes, sampling, bits, Quadrant_None, 0, false); });
     EXPECT_EQ(output.find("Error"), std::string::npos) << output;
     return card;
 }
@@ -91,28 +91,17 @@ TEST_F(CardLayout, EveryBandAtRepresentativePoints) {
         Member expected;
     } probes[] = {
         // clang-format off
-        {0, -240, &C::white}, {-50, -233, &C::white},                                                // top cap
-        {0, -232, &C::black}, {-83, -200, &C::black}, {-84, -200, &C::white}, {84, -200, &C::black},  // id box
-        {85, -200, &C::white},
-        {-127, -170, &C::black}, {-126, -170, &C::white}, {125, -147, &C::white}, {126, -170, &C::black},  // white
-        {-107, -170, &C::white}, {-106, -170, &C::black}, {-104, -170, &C::black}, {-103, -170, &C::white}, // bar
-        {0, -146, &C::black}, {12, -120, &C::black}, {13, -120, &C::grey75}, {26, -105, &C::grey75},  // square
-        {27, -120, &C::black}, {-1, -120, &C::grey75},                                                // wave
-        {-200, -104, &C::yellow75}, {-169, -50, &C::yellow75}, {-168, -50, &C::cyan75},               // colour
-        {-84, -50, &C::green75}, {50, -21, &C::magenta75}, {84, -50, &C::red75}, {200, -50, &C::blue75},  // bars
-        {0, 0, &C::white}, {-1, 15, &C::white}, {15, -1, &C::white}, {5, 20, &C::black},              // centre
-        {5, -20, &C::black}, {20, 5, &C::white}, {21, 5, &C::white}, {22, 5, &C::black}, {-22, 5, &C::white},
-        {19, 62, &C::black}, {5, -62, &C::black}, {-20, -40, &C::green75}, {5, -63, &C::magenta75},   // strip
-        {-199, 60, &C::black}, {-198, 60, &C::grey50}, {198, 60, &C::black}, {-193, 105, &C::white},  // gratings
-        {-159, 120, &C::black}, {-158, 106, &C::grey20}, {-80, 120, &C::grey20}, {-79, 120, &C::grey40},  // grey
-        {0, 147, &C::grey60}, {79, 120, &C::grey80}, {158, 120, &C::white},                           // scale
-        {-127, 148, &C::white}, {-126, 170, &C::black}, {125, 189, &C::black}, {126, 170, &C::white}, // black
-        {-105, 170, &C::white}, {-107, 170, &C::black},                                               // bar
-        {-21, 190, &C::yellow100}, {-20, 220, &C::red100}, {21, 220, &C::red100}, {22, 251, &C::yellow100},
-        {0, -252, &C::white}, {0, 253, &C::white}, {152, -201, &C::white},                            // outline
-        {0, -254, &C::grey50}, {20, -260, &C::white}, {300, -232, &C::white}, {300, -235, &C::grey50},  // field
-        {0, -280, &C::black}, {22, -280, &C::white}, {61, -280, &C::white}, {62, -280, &C::black},    // border
-        {0, -272, &C::white},
+        {-50, -233, &C::white}, {0, -232, &C::black}, {-84, -200, &C::white}, {84, -200, &C::black},  // cap, id box
+        {-127, -170, &C::black}, {-126, -170, &C::white}, {-107, -170, &C::white}, {-106, -170, &C::black},  // bar
+        {12, -120, &C::black}, {13, -120, &C::grey75}, {27, -120, &C::black}, {-1, -120, &C::grey75},  // wave
+        {-169, -50, &C::yellow75}, {-168, -50, &C::cyan75}, {50, -21, &C::magenta75}, {200, -50, &C::blue75},
+        {0, 0, &C::white}, {5, 20, &C::black}, {21, 5, &C::white}, {22, 5, &C::black},               // centre
+        {19, 62, &C::black}, {-20, -40, &C::green75}, {5, -63, &C::magenta75},                       // strip
+        {-199, 60, &C::black}, {-198, 60, &C::grey50}, {-159, 120, &C::black}, {-158, 106, &C::grey20},  // grey
+        {-79, 120, &C::grey40}, {0, 147, &C::grey60}, {158, 120, &C::white},                          // scale
+        {-126, 170, &C::black}, {-105, 170, &C::white}, {-21, 190, &C::yellow100}, {-20, 220, &C::red100},
+        {0, 253, &C::white}, {0, -254, &C::grey50}, {300, -232, &C::white}, {300, -235, &C::grey50},  // outline
+        {0, -280, &C::black}, {22, -280, &C::white}, {62, -280, &C::black}, {0, -272, &C::white},     // border
         // clang-format on
     };
     for (const auto& p : probes) EXPECT_TRUE(same(at(p.X, p.Y), card->*p.expected)) << "X=" << p.X << " Y=" << p.Y;
@@ -182,14 +171,11 @@ TEST(CardBody, LooksUpTheStoredFrameWithABoundsCheck) {
     EXPECT_TRUE(same(card->body(63, 35), frame.back()));
 
     // A negative coordinate is reported, then the index is formed in unsigned arithmetic.
-    testing::internal::CaptureStdout();
-    const Pixel wrapped = card->body(-1, 1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "PhilipsPm5544Spec::body x=-1 y=1\n");
+    Pixel wrapped;
+    EXPECT_EQ(TestFiles::stdoutOf([&] { wrapped = card->body(-1, 1); }), "PhilipsPm5544Spec::body x=-1 y=1\n");
     EXPECT_TRUE(same(wrapped, frame[63]));
-
-    testing::internal::CaptureStdout();
-    EXPECT_THROW(card->body(-1, 0), std::out_of_range);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "PhilipsPm5544Spec::body x=-1 y=0\n");
+    EXPECT_EQ(TestFiles::stdoutOf([&] { EXPECT_THROW(card->body(-1, 0), std::out_of_range); }),
+              "PhilipsPm5544Spec::body x=-1 y=0\n");
     EXPECT_THROW(card->body(0, 36), std::out_of_range);
 }
 

@@ -93,16 +93,11 @@ TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
     for (const auto& v : values) EXPECT_DOUBLE_EQ(v[0], v[1]);
 
     // Luma is legal or full range; chroma is legal even for full-range RGB.
-    const struct {
-        const ColourSpace& cs;
-        bool luma;
-        int in, out;
-    } limits[] = {{ycc, true, 1023, 1019}, {ycc, true, 500, 500}, {rgb, true, 1023, 1023}, {rgb8, false, 0, 1}};
-    for (const auto& l : limits) {
-        int code = l.in;
-        EXPECT_EQ(l.luma ? l.cs.limitLuma(code) : l.cs.limitChroma(code), l.in != l.out) << l.in;
-        EXPECT_EQ(code, l.out) << l.in;
-    }
+    int codes[] = {1023, 500, 1023, 0};  // each call reports whether it changed the code
+    const Ints changed = {ycc.limitLuma(codes[0]), ycc.limitLuma(codes[1]), rgb.limitLuma(codes[2]),
+                          rgb8.limitChroma(codes[3])};
+    EXPECT_EQ(changed, Ints({1, 0, 0, 1}));
+    EXPECT_EQ(Ints(codes, codes + 4), Ints({1019, 500, 1023, 1}));
 }
 
 // Arithmetic and scaling move luma and RGB about black and chroma about its zero; so do the level
@@ -308,14 +303,9 @@ TEST(SelfTest, KnownDifferenceLines) {
     // Exact scaling prints nothing, not even the label; yellow's Cb is one above the reference.
     EXPECT_EQ(out.find("White75"), std::string::npos);
     EXPECT_EQ(group("Check 75% scaling").rfind("  Yellow75  Cb  705   +1\t\n", 0), 0u);
-    // Labels go through "%s": a doubled percent sign stays doubled.
-    EXPECT_NE(group("Check 75% 10 bit rounding").find("  Grey 40%% 709_10    Y  415   +1\t\n"), std::string::npos);
     EXPECT_EQ(group("Check 709 YCbCr - HLG 2020"), "  White HLG   Y  616 +114\t\n");
     EXPECT_EQ(
         group("Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0), 0u);
-    EXPECT_EQ(group("Check I and Q vectors YCbCr - RGB-219 - and back"), "");
-    // The 709 and 601 halves of the RGB - YCbCr group are separated by one blank line.
-    EXPECT_NE(out.find("  Green 709   Y 2762   -1\t\n\n  White 601   "), std::string::npos);
     // The final puts("\n") leaves two newlines after the last line.
     EXPECT_EQ(out.substr(out.size() - 4), "\t\n\n\n");
 }

@@ -38,7 +38,7 @@ struct Block {
     std::vector<Components> expand() const {
         std::vector<Components> out;
         for (const Section& s : sections)
-            for (size_t i = 0; i < (s.run ? s.length : s.samples.size()); ++i) out.push_back(s.samples[s.run ? 0 : i]);
+            for (size_t i = 0; i < s.length; ++i) out.push_back(s.samples[s.run ? 0 : i]);
         return out;
     }
 };
@@ -130,13 +130,6 @@ std::string thrownMessage(const std::function<void()>& action) {
         return e.what();
     }
     return "<nothing thrown>";
-}
-
-Code3 toXYZ(const Code3& in) {
-    Sample from, out;
-    for (int i = 0; i < 3; ++i) from.component[i] = in[i];
-    XYZColourSpaceConvert(&from, &out, 1, false);
-    return {out.component[0], out.component[1], out.component[2]};
 }
 
 // Sample::b3Words is process-wide: each test starts and ends with the four-word form. Tests set it after
@@ -289,7 +282,11 @@ TEST_F(DeviceFile, XYZConversion) {
     const Code3 cases[][2] = {{{3760, 3760, 3760}, {3793, 3960, 3889}}, {{4095, 4000, 3761}, {3793, 3960, 3889}},
                               {{3760, 256, 256}, {2900, 2170, 16}},     {{256, 3760, 256}, {2417, 3492, 1222}},
                               {{256, 256, 3760}, {2013, 1415, 3814}},   {{0, 100, 255}, {16, 16, 16}}};
-    for (const auto& c : cases) EXPECT_EQ(c[1], toXYZ(c[0])) << c[0][0] << " " << c[0][1] << " " << c[0][2];
+    for (const auto& c : cases) {
+        Sample from{{c[0][0], c[0][1], c[0][2]}}, to;
+        XYZColourSpaceConvert(&from, &to, 1, false);
+        EXPECT_EQ(c[1], (Code3{to.component[0], to.component[1], to.component[2]})) << c[0][0] << " " << c[0][1];
+    }
 
     TovaKelmPatternFile file, empty;
     file.blockLayout = 1, file.lineWidth = 1920, file.singleBlock = false, file.format = 1;
@@ -367,32 +364,25 @@ TEST(DeviceLoop, RunLengthRule) {
     }
 }
 
-// Only neighbours merge; more identical lines than a 16-bit percentage holds continue in a further block.
-TEST(DeviceLoop, IdenticalConsecutiveLinesMerge) {
-    const std::tuple<int, std::function<int(int)>, Percentages> cases[] = {
-        {4, [](int y) { return y == 2 ? 500 : 600; }, {2, 1, 1}},
-        {70000, [](int) { return 256; }, {65535, 70000 - 65535}}};
-    for (const auto& [height, lumaOfLineAt, percentages] : cases) {
-        const auto& lumaOfLine = lumaOfLineAt;
-        Render r([&](int x, int y) { return code(rgb, lumaOfLine(y) + x, 256, 256); }, 2, height, rgb, Sampling_444);
-        EXPECT_EQ(percentages, r.percentages()) << "height " << height;
-        EXPECT_EQ(std::make_tuple(false, 1u, 2),
-                  std::make_tuple(r.file.singleBlock, r.file.blockLayout, int(r.file.lineWidth)));
-    }
-}
-
-// Blocks are rendered from the listed lines only and stand for the lines up to them; a single entry is
-// marked as one block standing for the whole picture.
-TEST(DeviceLoop, LineRepeatsRenderListedLines) {
-    const std::tuple<Repeats, Percentages, bool> cases[] = {{{{0, 99}, {1, 199}, {2, 1079}}, {100, 100, 880}, false},
-                                                            {{{0, 1079}}, {100}, true}};
-    for (const auto& [repeats, percentages, single] : cases) {
-        Render r([](int x, int y) { return code(rgb, y, x, 7); }, 4, 1080, rgb, Sampling_444, repeats);
+// Only neighbouring identical lines merge, and more than a 16-bit percentage holds continue in a further
+// block. With line repeats, blocks are rendered from the listed lines only and stand for the lines up to
+// them; a single entry is marked as one block standing for the whole picture.
+TEST(DeviceLoop, IdenticalLinesMergeAndLineRepeatsRenderListedLines) {
+    const std::tuple<int, int, Repeats, Percentages, bool> cases[] = {  // width, height, repeats, blocks, single
+        {2, 4, {}, {2, 1, 1}, false},
+        {2, 70000, {}, {65535, 70000 - 65535}, false},
+        {4, 1080, {{0, 99}, {1, 199}, {2, 1079}}, {100, 100, 880}, false},
+        {4, 1080, {{0, 1079}}, {100}, true}};
+    for (const auto& [width, height, repeats, percentages, single] : cases) {
+        const int h = height;  // below, only line 2 of 4 differs
+        Render r([h](int x, int y) { return code(rgb, (h == 4 && y != 2) || h == 70000 ? 600 + x : y + x, 256, 7); },
+                 width, height, rgb, Sampling_444, repeats);
+        EXPECT_EQ(std::make_tuple(single, percentages), std::make_tuple(r.file.singleBlock, r.percentages())) << h;
         std::set<int> rows, listed;
         for (const auto& call : r.pattern.calls) rows.insert(call.second);
         for (const auto& entry : repeats) listed.insert(entry.second);
-        EXPECT_EQ(listed, rows);
-        EXPECT_EQ(std::make_tuple(single, percentages), std::make_tuple(r.file.singleBlock, r.percentages()));
+        EXPECT_TRUE(repeats.empty() || listed == rows);
+        if (h != 1080) continue;
         r.file.format = TovaKelmPatternFile::Format_RGB;  // as the driver sets it for "rgb"
         const DeviceFileReader::File parsed = r.saveAndParse();
         EXPECT_EQ(!single, parsed.multiBlock);
