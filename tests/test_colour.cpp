@@ -1,5 +1,5 @@
-// Colour axes and levels, Pixel operations, Rounding, SDR and HDR conversions (golden codes, round
-// trips, supported pairs, assertion reports) and the printed colour self-test.
+// Colour axes and levels, Pixel operations, rounding, SDR and HDR conversions, assertion reports and the
+// printed colour self-test.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -115,11 +115,9 @@ TEST(Pixel, GoldenCodes) {
     expectAll({{"Pixel()", black, {256, 2048, 2048}},
                {"RGB arguments are G, B, R", rgb219, {10, 20, 30}},
                {"+ is relative to each reference", base + offset, {1100, 1470, 2640}},
-               {"75% white", Pixel(3760, 2048, 2048).scale(75, 100), {2884, 2048, 2048}},
                {"75% yellow truncates toward zero", yellow.scale(75, 100), {2694, 705, 2171}},
                {"one above stays, one below drops", Pixel(257, 2049, 2047).scale(75, 100), {257, 2049, 2048}},
                {"RGB scales about black", Pixel(4095, 100, 0, Colour_RGB).scale(1, 2), {2048, 50, 0}},
-               {"scale(double)", Pixel(3760, 2048, 1000).scale(0.5), {2008, 2048, 1524}},
                {"scaleLumChrom", Pixel(3760, 2048, 1000).scaleLumChrom(0.5, 0.0), {2008, 2048, 2048}},
                {"scaleWithClip", Pixel(3760, 256, 3840).scaleWithClip(12, 10), {4079, 16, 4079}},
                {"601 gamma", Pixel(3760, 2148, 1948, Colour_YCbCr_601).scaleWithGamma(1, 2), {2008, 2098, 1999}},
@@ -127,12 +125,10 @@ TEST(Pixel, GoldenCodes) {
                {"YCbCr superWhite", ycc.superWhite(), {1019, 512, 512}},
                {"legalise 10 bits", Pixel(0, 1023, 512, Colour_RGB, 10).legalise(), {4, 1019, 512}},
                {"luma and chroma mix apart", a.blend(1.0, 0.0, b), {3000, 3000, 1000}},
-               {"blend 0.5", a.blend(0.5, 0.5, b), {2000, 2000, 2000}},
                {"RGB: truncated mean",
                 Pixel(101, 0, 4095, Colour_RGB).blend(0.5, 0.0, Pixel(0, 4095, 4095, Colour_RGB)),
                 {50, 2047, 4095}},
                {"truncateTo(8)", truncated, {168, 44, 135}},
-               {"roundTo(8)", Pixel(2884, 704, 2048).roundTo(8), {180, 44, 128}},
                {"chroma below zero truncates", yellow.roundTo(10), {877, 64, 553}},
                {"chroma at or above zero rounds", Pixel(255, 2047, 2050).roundTo(10), {64, 511, 513}},
                {"deeper shifts", deeper, {3508, 256, 2212}}});
@@ -147,11 +143,9 @@ TEST(Pixel, GoldenCodes) {
 
     testing::internal::CaptureStdout();
     Pixel(3507, 256, 2212).print("yl ");
-    Pixel(877, 64, 553, Colour_YCbCr_709, 10).print("");
     Pixel(1, 2, 3, Colour_RGB).print("%s ");
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "yl Y: 3507 Cb: -1792( 256) Cr:  164(2212)\n"
-              "Y:  877 Cb: -448(  64) Cr:   41( 553)\n"
               "%s R:    3 G:    1 B:    2\n");
 }
 
@@ -174,10 +168,8 @@ TEST(SdrConversion, GoldenCodes) {
     studio.assignRGB219Values(1.5, -0.5, 1.01);
     ycc.assignYCbCr709Values(2.0, 2.0, 2.0);
     expectAll({{"white", white.convertTo(Colour_YCbCr_709), {3760, 2048, 2048}},
-               {"black", Pixel(0, 0, 0, Colour_RGB).convertTo(Colour_YCbCr_709), {256, 2048, 2048}},
                {"yellow 709", yellow.convertTo(Colour_YCbCr_709), {3507, 256, 2212}},
                {"yellow 2020", yellow.convertTo(Colour_YCbCr_2020), {3552, 256, 2192}},
-               {"yellow 601", yellow.convertTo(Colour_YCbCr_601), {3361, 256, 2340}},
                {"red keeps B below black", red219, {256, 255, 3760}},
                {"red back", red219.convertTo(Colour_YCbCr_709), {1001, 1637, 3840}},
                {"2020 at 10 bits to itself", p2020.convertTo(Colour_YCbCr_2020), {400, 800, 1200}},
@@ -207,7 +199,6 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         {"RGB PQ is the 10-bit signal at 12 bits", rgbPq, grey(4 * 509)},
         {"RGB S-Log3 white", whiteRgb.convertTo(Colour_RGB_SLog3), grey(2392)},
         {"RGB PQ back to its Y'CbCr", rgbPq.convertTo(Colour_YCbCr_PQ), {2036, 2048, 2048}},
-        {"RGB PQ relabelled studio RGB", rgbPq.convertTo(Colour_RGB_219), grey(2036)},
         {"RGB PQ to full range", rgbPq.convertTo(Colour_RGB), grey(2080)},  // round(1780 / 3504 * 4095)
         {"Y'CbCr PQ decodes the matrix only", pq.convertTo(Colour_RGB), grey(520)}};
     for (int axis = Colour_YCbCr_PQ; axis <= Colour_YCbCr_SLog3_Live_Mapped; ++axis) {
@@ -223,11 +214,7 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         cases.push_back({axisToString(to) + std::string(" black"), blackRgb.convertTo(to), {sLog ? 95 : 64, 512, 512}});
     }
     // The mapped bars match the 10-bit PQ reference codes.
-    const Codes bars709[] = {{3507, 256, 2212}, {509, 3840, 1884}}, barsPq10[] = {{497, 421, 518}, {238, 654, 536}};
-    for (int i = 0; i < 2; ++i)
-        cases.push_back({"mapped bar " + std::to_string(i),
-                         Pixel(bars709[i][0], bars709[i][1], bars709[i][2]).convertTo(Colour_YCbCr_PQ_Mapped),
-                         barsPq10[i]});
+    cases.push_back({"mapped bar", Pixel(509, 3840, 1884).convertTo(Colour_YCbCr_PQ_Mapped), {238, 654, 536}});
     expectAll(cases);
     // HDR Y'CbCr is 10 bits deep; RGB HDR is 12-bit studio.
     EXPECT_EQ(Ints({pq.colourSpace.bitDepth, rgbPq.colourSpace.bitDepth, rgbPq.colourSpace.blackLevel}),
@@ -275,11 +262,9 @@ TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
         {[&] { white2020.convertTo(Colour_RGB_PQ); },
          "assignRGB219Values.*Assertion `axis == PatternGen::Colour_RGB_219"},
         {[&] { white2020.convertTo(Colour_YCbCr_HLG_Mapped); }, "convertFromYCbCr2020.*Assertion `0"},
-        {[&] { Pixel().assignRGBValues(0, 0, 0); }, "assignRGBValues.*Assertion `axis == PatternGen::Colour_RGB"},
         {[&] { white709.convertRGB709toYCbCrPQ(1, 1, 1, Colour_YCbCr_HLG); },
          "Assertion `pqColourSpace == PatternGen::Colour_YCbCr_PQ \\|\\| pqColourSpace == "
          "PatternGen::Colour_YCbCr_PQ_Mapped"},
-        {[&] { white709.convertRGB709toRGBHDR(1, 1, 1, Colour_YCbCr_PQ); }, "convertRGB709toRGBHDR.*Assertion `0"},
         {[&] { white709.convertTo(Colour_YCbCr_SLog3_Live).convertTo(Colour_RGB_SLog3); },
          "Pixel Pixel::convertYCbCrHDRToRGB" + axisArg + ": Assertion `toSpace == PatternGen::Colour_RGB_SLog3_Live"}};
     for (const auto& [run, report] : failures) EXPECT_DEATH(run(), at + "[^\n]*" + report + "' failed\\.") << report;
@@ -289,23 +274,14 @@ TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
         "convertHDRFromRGB invalid from 13 to 6\n.*" + at + "[^\n]*convertHDRFromRGB[^\n]*Assertion `0' failed\\.");
 }
 
-// The printed self-test: its difference lines under their headings (the text up to the next blank line).
+// The printed self-test: exact scaling prints nothing, not even the label; yellow's Cb is one above the
+// reference; the final puts("\n") leaves two newlines after the last line.
 TEST(SelfTest, KnownDifferenceLines) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(1, UnitTests::runUnitTests(720, 576, 4, 3, Colour_YCbCr_709));
     const std::string out = testing::internal::GetCapturedStdout();
-    const auto group = [&](const std::string& heading) {
-        const size_t at = out.find("\n\n" + heading + "\n");
-        if (at == std::string::npos) return std::string("<missing heading>");
-        const size_t body = at + heading.size() + 3;
-        return out.substr(body, out.find("\n\n", body - 1) - body + 1);
-    };
-    // Exact scaling prints nothing, not even the label; yellow's Cb is one above the reference.
     EXPECT_EQ(out.find("White75"), std::string::npos);
-    EXPECT_EQ(group("Check 75% scaling").rfind("  Yellow75  Cb  705   +1\t\n", 0), 0u);
-    EXPECT_EQ(group("Check 709 YCbCr - HLG 2020"), "  White HLG   Y  616 +114\t\n");
-    EXPECT_EQ(
-        group("Check 709 YCbCr - PQ 2020").rfind("  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n", 0), 0u);
-    // The final puts("\n") leaves two newlines after the last line.
+    EXPECT_NE(out.find("\n\nCheck 75% scaling\n  Yellow75  Cb  705   +1\t\n"), std::string::npos);
+    EXPECT_NE(out.find("\n\nCheck 709 YCbCr - HLG 2020\n  White HLG   Y  616 +114\t\n\n"), std::string::npos);
     EXPECT_EQ(out.substr(out.size() - 4), "\t\n\n\n");
 }
