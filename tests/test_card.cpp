@@ -36,10 +36,8 @@ std::unique_ptr<PhilipsPm5544Spec> makeCard(int width, int height, int aspectNum
         a.gammaType == e.gammaType)
         return ::testing::AssertionSuccess();
     const auto codes = [](const Pixel& p) {
-        char text[96];
-        snprintf(text, sizeof text, "axes %d bits %d gamma %d (%u, %u, %u, %u)", p.colourSpace.colourAxes,
-                 p.colourSpace.bitDepth, p.colourSpace.gammaType, p.sample[1], p.sample[0], p.sample[2], p.sample[3]);
-        return std::string(text);
+        return "axes " + std::to_string(p.colourSpace.colourAxes) + " (" + std::to_string(p.sample[Pixel::Y_G]) + ", " +
+               std::to_string(p.sample[Pixel::CB_B]) + ", " + std::to_string(p.sample[Pixel::CR_R]) + ")";
     };
     return ::testing::AssertionFailure() << codes(actual) << " but expected " << codes(expected);
 }
