@@ -112,16 +112,14 @@ TEST_F(CardLayout, GratingsRunFromGreyWithContinuousPhase) {
     for (const auto& [p, luma] : lumaAt) EXPECT_TRUE(same(at(p - 197, 60), yuv(luma, 2048, 2048))) << "p=" << p;
 }
 
-TEST_F(CardLayout, HardEdgeBetweenFlatAreasIsShapedOverFourPixels) {
-    // Left edge of the red box in the bottom cap: yellow up to X -21, red from X -20.
-    const std::vector<Pixel> expected = {card->yellow100,       yuv(3334, 351, 2324),  yuv(2679, 711, 2749),
-                                         yuv(1828, 1181, 3302), yuv(1173, 1541, 3727), card->red100};
-    for (int i = 0; i < 6; ++i) EXPECT_TRUE(same(framed(-23 + i, 220), expected[i])) << "X=" << -23 + i;
-}
-
-TEST_F(CardLayout, TwoPixelFeatureTakesTheNarrowRampAndItsNeighboursTheWideOne) {
-    // The vertical bar of the centre cross, X -1 and 0, on black: the two white pixels are shaped
-    // with the 15 ns ramp (0.773), the black ones beside them with the 25 ns ramp.
+// A hard edge between flat areas is shaped over four pixels with the 25 ns ramp: the red box's left edge in
+// the bottom cap (yellow up to X -21). The centre cross's two-pixel bar (X -1 and 0) on black takes the
+// 15 ns ramp (0.773), the black pixels beside it the 25 ns one.
+TEST_F(CardLayout, EdgesAreShapedByFeatureWidth) {
+    const Pixel y = card->yellow100, r = card->red100;
+    const std::vector<Pixel> edge = {y, yuv(3334, 351, 2324), yuv(2679, 711, 2749), yuv(1828, 1181, 3302),
+                                     yuv(1173, 1541, 3727), r};
+    for (int i = 0; i < 6; ++i) EXPECT_TRUE(same(framed(-23 + i, 220), edge[i])) << "X=" << -23 + i;
     const std::vector<int> luma = {256, 497, 1412, 2964, 2964, 1412, 497, 256};
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(same(framed(-4 + i, 10), yuv(luma[i], 2048, 2048))) << "X=" << -4 + i;
 }

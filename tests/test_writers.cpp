@@ -181,14 +181,12 @@ TEST(DpxWriter, NamesAreCutAndWordsKeepTheTopTenBits) {
     EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(file.begin() + kDpxData, file.end()));
 }
 
-// Line and file sizes and every line's data by descriptor, unpacked from the low bits of each word up:
-// B G R (or Cb Y Cr) per pixel for 50 and 102; Cb Y Cr Y per pixel pair for 100; zero after the data and
-// for descriptors the writer does not pack. Width 12 packs 4:2:2 in whole groups of six, width 7 leaves a
-// tail of one pair and one pixel, padded to a whole word.
+// Line and file sizes and every line's data, unpacked from the low bits of each word up: B G R per pixel
+// for descriptor 50, Cb Y Cr Y per pixel pair for 100, zero after the data and for descriptors the writer
+// does not pack. Width 7 leaves a 4:2:2 tail of one pair and one pixel, padded to a whole word.
 TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {// descriptor, width, height, line size
                                                                 {DPX::kRGB, 7, 3, 28},
-                                                                {DPX::kCbYCrY, 12, 4, 32},
                                                                 {DPX::kCbYCrY, 7, 4, 20},
                                                                 {DPX::kRGBA, 12, 2, 64}};
     ScratchDir dir;
@@ -203,7 +201,8 @@ TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
         for (int y = 0; y < height; ++y) {
             const auto s = [&](int x, int c) { return uint16_t(frame[(size_t(y) * width + x) * 4 + c] >> 6); };
             Frame expected, unpacked;
-            for (int x = 0; x < width && format == DPX::kRGB; ++x) expected.insert(expected.end(), {s(x, 2), s(x, 1), s(x, 0)});
+            for (int x = 0; x < width && format == DPX::kRGB; ++x)
+                expected.insert(expected.end(), {s(x, 2), s(x, 1), s(x, 0)});
             for (int x = 0; x < width && format == DPX::kCbYCrY; x += 2)
                 expected.insert(expected.end(), {s(x, 2), s(x, 1), s(x, 0), x + 1 < width ? s(x + 1, 1) : uint16_t(0)});
             if (format == DPX::kCbYCrY) expected.resize(2 * size_t(width));
@@ -218,8 +217,8 @@ TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     }
 }
 
-// A missing directory, a file-size limit below the image (incompressible noise) and a full device: -1 and
-// no file left; TIFF says why on stderr; PNG also fails on a height libpng refuses after opening the file.
+// A missing directory, a file-size limit below the (incompressible) image and a full device: -1 and no file
+// left; TIFF says why on stderr; PNG also fails on a height libpng refuses after opening the file.
 TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
     ScratchDir dir;
     Frame noise = noiseSamples(64 * 64 * 4);
@@ -240,10 +239,6 @@ TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
         EXPECT_FALSE(exists(missing) || exists(limited));
     }
     EXPECT_NE(std::string::npos, stderrOf([&] { writers[1](missing); }).find("Could not create tiff file\n"));
-    EXPECT_NE(std::string::npos, stderrOf([&] {
-                                     FileSizeLimit limit(1024);
-                                     writers[1](limited);
-                                 }).find("Could not write image\n"));
     EXPECT_EQ(-1, PngWriter::writePng(noise.data(), false, 64, 0, 16, dir.path("empty.png").c_str()));
     EXPECT_FALSE(exists(dir.path("empty.png")));
 }
