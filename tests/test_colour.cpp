@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
@@ -33,20 +32,6 @@ struct Case {
 
 void expectAll(const std::vector<Case>& cases) {
     for (const Case& c : cases) EXPECT_EQ(codes(c.got), c.want) << c.what;
-}
-
-// The RGB HDR counterpart of each HDR Y'CbCr axis, -1 for the other axes.
-const int rgbCounterpart[colourAxesCount] = {-1, -1, -1, -1, 13, 17, 14, 18, -1, 15, 19,
-                                             16, 20, -1, -1, -1, -1, -1, -1, -1, -1};
-
-// The pairs of axes that convert without an assertion failure.
-bool supported(int from, int to) {
-    if (from <= 1) return true;
-    if (from == 2 || from == 3) return to != 5 - from;  // no 601 <-> 709
-    if (from == 8) return to <= 4 || to == 6 || to == 8 || to == 9 || to == 11;
-    if (rgbCounterpart[from] >= 0) return to == 0 || to == from || to == rgbCounterpart[from];
-    if (from <= 16) return to <= 1 || to == from || rgbCounterpart[to] == from;
-    return to == from;
 }
 
 double sLog3(double x, bool negative) { return Pixel::applySLog3OETFAndRestoreAbsolutisedInput(x, negative); }
@@ -103,7 +88,7 @@ TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
 // Arithmetic and scaling move luma and RGB about black and chroma about its zero; so do the level
 // operations; blending mixes normalised values; depth changes truncate or round.
 TEST(Pixel, GoldenCodes) {
-    const Pixel black, rgb219(10, 20, 30, Colour_RGB_219, 10), yellow(3507, 256, 2212);
+    const Pixel black, yellow(3507, 256, 2212);
     Pixel base(1000, 1500, 2600);
     base.sample[Pixel::ALPHA] = 7;
     const Pixel offset(256 + 100, 2048 - 30, 2048 + 40);
@@ -113,7 +98,6 @@ TEST(Pixel, GoldenCodes) {
     const Pixel truncated = Pixel(2694, 705, 2171).truncateTo(8);
     const Pixel deeper = Pixel(877, 64, 553, Colour_YCbCr_709, 10).roundTo(12);
     expectAll({{"Pixel()", black, {256, 2048, 2048}},
-               {"RGB arguments are G, B, R", rgb219, {10, 20, 30}},
                {"+ is relative to each reference", base + offset, {1100, 1470, 2640}},
                {"75% yellow truncates toward zero", yellow.scale(75, 100), {2694, 705, 2171}},
                {"one above stays, one below drops", Pixel(257, 2049, 2047).scale(75, 100), {257, 2049, 2048}},
@@ -172,7 +156,6 @@ TEST(SdrConversion, GoldenCodes) {
                {"yellow 2020", yellow.convertTo(Colour_YCbCr_2020), {3552, 256, 2192}},
                {"red keeps B below black", red219, {256, 255, 3760}},
                {"red back", red219.convertTo(Colour_YCbCr_709), {1001, 1637, 3840}},
-               {"2020 at 10 bits to itself", p2020.convertTo(Colour_YCbCr_2020), {400, 800, 1200}},
                {"2020 decodes to 12 bits", white2020.convertTo(Colour_YCbCr_709), {3760, 2048, 2048}},
                {"RGB assigner clamps", full, {0, 2048, 4095}},
                {"RGB_219 assigner keeps excursions", studio, {16, 3795, 4079}},
@@ -226,29 +209,12 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         {Pixel::applyPqInverseEOTF(100.0), 1.0, 1e-12},
         {Pixel::applyPqInverseEOTF(0.0) + Pixel::applyPqInverseEOTF(-1.0) + Pixel::applyPqInverseEOTF(NAN), 0, 0},
         {Pixel::applyHlgOETF(1.0 / 12), 0.5, 1e-15},
-        {Pixel::applyHlgOETF(0.0) + Pixel::applyHlgOETF(-0.5), 0, 0},
         {sLog3(0.0, false), 95.0, 0},
         {sLog3(1.0, false), 597.9, 0.05},
         {sLog3(0.0125, false), 171.21, 0.01},  // where the segments meet
-        {sLog3(-0.1, false), 0, 0},
         {sLog3(0.5, true) + sLog3(0.5, false), 2 * 420.0, 1e-12},  // negatives mirror about the base
         {Pixel::applySLog3InverseOOTF(4.0), 3.1758052058674355, 1e-15}};
     for (size_t i = 0; i < std::size(golden); ++i) EXPECT_NEAR(golden[i][0], golden[i][1], golden[i][2]) << i;
-}
-
-TEST(Conversion, EverySupportedPairConverts) {
-    const Pixel colour(3071, 500, 2000, Colour_RGB);
-    for (int from = 0; from < colourAxesCount; ++from) {
-        const Pixel source = colour.convertTo(static_cast<colorAxes_e>(from));
-        ASSERT_EQ(source.colourSpace.colourAxes, from);
-        for (int to = 0; to < colourAxesCount; ++to) {
-            if (!supported(from, to)) continue;
-            const Pixel result = source.convertTo(static_cast<colorAxes_e>(to));
-            EXPECT_EQ(result.colourSpace.colourAxes, to) << from;
-            const int full = (1 << result.colourSpace.bitDepth) - 1;
-            EXPECT_LE(std::max({result.sample[0], result.sample[1], result.sample[2]}), full) << from << " " << to;
-        }
-    }
 }
 
 // Unsupported targets stop with the assertion's report: source file, function and expression.
