@@ -115,8 +115,8 @@ TEST_F(CardLayout, GratingsRunFromGreyWithContinuousPhase) {
 // 15 ns ramp (0.773), the black pixels beside it the 25 ns one.
 TEST_F(CardLayout, EdgesAreShapedByFeatureWidth) {
     const Pixel y = card->yellow100, r = card->red100;
-    const std::vector<Pixel> edge = {y, yuv(3334, 351, 2324), yuv(2679, 711, 2749), yuv(1828, 1181, 3302),
-                                     yuv(1173, 1541, 3727), r};
+    const std::vector<Pixel> edge = {
+        y, yuv(3334, 351, 2324), yuv(2679, 711, 2749), yuv(1828, 1181, 3302), yuv(1173, 1541, 3727), r};
     for (int i = 0; i < 6; ++i) EXPECT_TRUE(same(framed(-23 + i, 220), edge[i])) << "X=" << -23 + i;
     const std::vector<int> luma = {256, 497, 1412, 2964, 2964, 1412, 497, 256};
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(same(framed(-4 + i, 10), yuv(luma[i], 2048, 2048))) << "X=" << -4 + i;

@@ -211,7 +211,7 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         {Pixel::applyHlgOETF(1.0 / 12), 0.5, 1e-15},
         {sLog3(0.0, false), 95.0, 0},
         {sLog3(1.0, false), 597.9, 0.05},
-        {sLog3(0.0125, false), 171.21, 0.01},  // where the segments meet
+        {sLog3(0.0125, false), 171.21, 0.01},                      // where the segments meet
         {sLog3(0.5, true) + sLog3(0.5, false), 2 * 420.0, 1e-12},  // negatives mirror about the base
         {Pixel::applySLog3InverseOOTF(4.0), 3.1758052058674355, 1e-15}};
     for (size_t i = 0; i < std::size(golden); ++i) EXPECT_NEAR(golden[i][0], golden[i][1], golden[i][2]) << i;

@@ -336,7 +336,8 @@ TEST(DeviceLoop, FileExpandsToThePatternsPixels) {
 // block. With line repeats, blocks are rendered from the listed lines only and stand for the lines up to
 // them; a single entry is marked as one block standing for the whole picture.
 TEST(DeviceLoop, IdenticalLinesMergeAndLineRepeatsRenderListedLines) {
-    const std::tuple<int, int, Repeats, Percentages, bool> cases[] = {  // width, height, repeats, blocks, single
+    const std::tuple<int, int, Repeats, Percentages, bool> cases[] = {
+        // width, height, repeats, blocks, single
         {2, 4, {}, {2, 1, 1}, false},
         {2, 70000, {}, {65535, 70000 - 65535}, false},
         {4, 1080, {{0, 99}, {1, 199}, {2, 1079}}, {100, 100, 880}, false},

@@ -76,11 +76,11 @@ TEST(CommandLine, DefaultsValuesAndQuirks) {
 
 // Colour words are case-sensitive names of the axes; the extension is the text after the last dot.
 TEST(CommandLine, ColourWordsAndExtension) {
-    const std::pair<const char*, PatternGen::colorAxes_e> words[] = {{"RGB-headroom", PatternGen::Colour_RGB_219},
-                                                                     {"601", PatternGen::Colour_YCbCr_601},
-                                                                     {"HLG", PatternGen::Colour_YCbCr_HLG},
-                                                                     {"RGB-S-Log3-Live-Mapped",
-                                                                      PatternGen::Colour_RGB_SLog3_Live_Mapped}};
+    const std::pair<const char*, PatternGen::colorAxes_e> words[] = {
+        {"RGB-headroom", PatternGen::Colour_RGB_219},
+        {"601", PatternGen::Colour_YCbCr_601},
+        {"HLG", PatternGen::Colour_YCbCr_HLG},
+        {"RGB-S-Log3-Live-Mapped", PatternGen::Colour_RGB_SLog3_Live_Mapped}};
     for (const auto& [word, axes] : words) EXPECT_EQ(parse({"-c", word, "x"}).axes, axes) << word;
     bool hasDot = false;
     EXPECT_EQ(PatternRender::fileExtension("a.b/card", hasDot), "b/card");
@@ -116,7 +116,8 @@ TEST_F(Program, RefusalsPrintTheirMessageAndWriteNothing) {
         EXPECT_EQ(r.out, c.out) << c.args;
         EXPECT_TRUE(c.err ? r.err == c.err : r.err.rfind("Error: ", 0) == 0) << c.args << ": " << r.err;
     }
-    for (const char* name : {"card.png", "card.pat", "card.rgb", "card.xyz", "card.yc4"}) EXPECT_FALSE(exists(dir.path(name)));
+    for (const char* name : {"card.png", "card.pat", "card.rgb", "card.xyz", "card.yc4"})
+        EXPECT_FALSE(exists(dir.path(name)));
 
     const Outcome rgb = run("-d 1280x720 -c RGB-headroom -s 420 card.rgb");
     EXPECT_EQ(rgb.status, 0) << rgb.err;

@@ -23,8 +23,8 @@ using Frame = std::vector<uint16_t>;
 
 // The samples ffmpeg decodes from `path` as 16-bit words of `pixelFormat` (byte order `bigEndianWords`).
 Frame ffmpegDecode(const std::string& path, const std::string& pixelFormat, bool bigEndianWords) {
-    const std::string raw =
-        commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -f rawvideo -pix_fmt " + pixelFormat + " - 2>/dev/null");
+    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -f rawvideo -pix_fmt " +
+                                          pixelFormat + " - 2>/dev/null");
     Frame samples;
     for (size_t i = 0; i + 1 < raw.size(); i += 2) {
         const uint16_t first = uint8_t(raw[i]), second = uint8_t(raw[i + 1]);
