@@ -179,12 +179,6 @@ struct Render {
         return samples;
     }
 
-    Percentages percentages() const {
-        Percentages values;
-        for (const CompressedLine* line : file.line_blocks) values.push_back(line->GetPercentage());
-        return values;
-    }
-
     DeviceFileReader::File saveAndParse() {
         TestFiles::ScratchDir dir;
         EXPECT_TRUE(file.Save(dir.path("loop.pat")));
@@ -346,20 +340,17 @@ TEST(DeviceLoop, IdenticalLinesMergeAndLineRepeatsRenderListedLines) {
         const int h = height;  // below, only line 2 of 4 differs
         Render r([h](int x, int y) { return code(rgb, (h == 4 && y != 2) || h == 70000 ? 600 + x : y + x, 256, 7); },
                  width, height, rgb, Sampling_444, repeats);
-        EXPECT_EQ(std::make_tuple(single, percentages), std::make_tuple(r.file.singleBlock, r.percentages())) << h;
         std::set<int> rows, listed;
         for (const auto& call : r.pattern.calls) rows.insert(call.second);
         for (const auto& entry : repeats) listed.insert(entry.second);
         EXPECT_TRUE(repeats.empty() || listed == rows);
-        if (h != 1080) continue;
         r.file.format = TovaKelmPatternFile::Format_RGB;  // as the driver sets it for "rgb"
         const DeviceFileReader::File parsed = r.saveAndParse();
         EXPECT_EQ(!single, parsed.multiBlock == 1);
-        ASSERT_EQ(repeats.size(), parsed.blocks.size());
-        for (size_t b = 0; b < parsed.blocks.size(); ++b) {
-            EXPECT_EQ(percentages[b], parsed.blocks[b].percentage);
-            r.expectLine(parsed.blocks[b], repeats[b].second, false);
-        }
+        Percentages read;
+        for (const auto& block : parsed.blocks) read.push_back(block.percentage);
+        ASSERT_EQ(percentages, read) << h;
+        for (size_t b = 0; b < repeats.size(); ++b) r.expectLine(parsed.blocks[b], repeats[b].second, false);
     }
 }
 
@@ -390,6 +381,6 @@ TEST(DeviceLoop, WidthWarning) {
     for (int width : {1920, 1366}) {
         Render r([](int, int) { return code(ycc, 256, 2048, 2048); }, width, 2, ycc, Sampling_422);
         EXPECT_EQ(width == 1366 ? "Warning 1366 is not a valid Tova or Kelm pattern width\n" : "", r.printed);
-        EXPECT_EQ(Percentages{2}, r.percentages()) << width;
+        EXPECT_EQ(2, r.file.line_blocks.at(0)->GetPercentage()) << width;
     }
 }
