@@ -28,11 +28,6 @@ namespace {
 
 using TestFiles::stdoutOf;
 
-struct FontOnlyPattern : PatternSpec {
-    void setup() override {}
-    Pixel body(int, int) override { return Pixel(); }
-};
-
 std::vector<std::string> splitLines(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
@@ -122,7 +117,7 @@ TEST(FontLoading, ReportsEveryMatchAndLoadsTheFirst) {
 // height * percent * 1024 / 792, truncated, in Pango units; pixels are that / 1024, truncated. A font that
 // failed keeps its place, and its family is left to Pango's default.
 TEST(FontSize, FollowsFrameHeightAndPercentageWithOrWithoutAFont) {
-    FontOnlyPattern pattern;
+    CaptionPattern pattern({});  // no font until setup runs
     int failed = -1, loaded = -1;
     EXPECT_EQ("Available fonts: 0\nFont: (none)\nFreetypeFont: Failed to load '(none)' \n",
               stdoutOf([&] { failed = pattern.defineFont("Nonexistent Family 7f3e"); }));
