@@ -1,5 +1,4 @@
-// Colour axes and levels, Pixel operations, rounding, SDR and HDR conversions, assertion reports and the
-// printed colour self-test.
+// Colour axes and levels, Pixel operations, rounding, SDR and HDR conversions and assertion reports.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "Pixel.h"
-#include "UnitTests.h"
 #include "rounding.h"
 
 using namespace PatternGen;
@@ -238,16 +236,4 @@ TEST(ConversionDeathTest, UnsupportedTargetsReportTheAssertion) {
     EXPECT_DEATH(
         (dup2(2, 1), rgbPq.convertTo(Colour_YCbCr_HLG)),
         "convertHDRFromRGB invalid from 13 to 6\n.*" + at + "[^\n]*convertHDRFromRGB[^\n]*Assertion `0' failed\\.");
-}
-
-// The printed self-test: exact scaling prints nothing, not even the label; yellow's Cb is one above the
-// reference; the final puts("\n") leaves two newlines after the last line.
-TEST(SelfTest, KnownDifferenceLines) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(1, UnitTests::runUnitTests(720, 576, 4, 3, Colour_YCbCr_709));
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out.find("White75"), std::string::npos);
-    EXPECT_NE(out.find("\n\nCheck 75% scaling\n  Yellow75  Cb  705   +1\t\n"), std::string::npos);
-    EXPECT_NE(out.find("\n\nCheck 709 YCbCr - HLG 2020\n  White HLG   Y  616 +114\t\n\n"), std::string::npos);
-    EXPECT_EQ(out.substr(out.size() - 4), "\t\n\n\n");
 }

@@ -151,9 +151,7 @@ struct Render {
     Render(TestPattern::BodyFn body, int width, int height, colorAxes_e axes, sampling_e sampling, Repeats repeats = {})
         : pattern(std::move(body)), width(width), axes(axes) {
         pattern.initQuietly(width, height, 16, 9, axes, sampling, 12);
-        pattern.useBaseLineRepeats = repeats.empty();
         pattern.lineRepeats = repeats;
-        pattern.recordCalls = true;
         printed = TestFiles::stdoutOf([&] { EXPECT_TRUE(pattern.run_body(0, width, height, lineRepeats, file)); });
     }
 

@@ -265,7 +265,6 @@ TEST(LineRepeatLoop, StoredLinesFollowTheList) {
         {{{1, 5}, {0, 0}, {2, 9}}, {0, 5, 9}}, {{{0, 3}, {0, 8}, {1, 1}, {3, 6}}, {3, 1}}, {{{1, 3}}, {}}};
     for (const auto& [list, sources] : cases) {
         TestPattern p([](int x, int y) { return rgb(x, y, 7); });  // G is the source line
-        p.useBaseLineRepeats = false;
         p.lineRepeats = list;
         p.initQuietly(3, 10);
         Samples lines(3 * 10 * 3);

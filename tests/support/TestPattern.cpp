@@ -10,7 +10,7 @@ Pixel TestPattern::body(int x, int y) {
     maxX = std::max(maxX, x);
     minY = std::min(minY, y);
     maxY = std::max(maxY, y);
-    if (recordCalls) calls.emplace_back(x, y);
+    calls.emplace_back(x, y);
     return bodyFn ? bodyFn(x, y) : Pixel();
 }
 

@@ -17,8 +17,9 @@ public:
 
     void setup() override { ++setupCalls; }
     Pixel body(int x, int y) override;
+    // An empty list leaves the line repeats to PatternSpec.
     void getLineRepeats(std::vector<std::pair<int, int>>& list) override {
-        if (useBaseLineRepeats)
+        if (lineRepeats.empty())
             PatternSpec::getLineRepeats(list);
         else
             list = lineRepeats;
@@ -34,9 +35,7 @@ public:
     // Configuration.
     BodyFn bodyFn;
     bool fullCanvas = false;
-    bool useBaseLineRepeats = true;
     std::vector<std::pair<int, int>> lineRepeats;
-    bool recordCalls = false;
 
     // What the loops asked for.
     int setupCalls = 0;
