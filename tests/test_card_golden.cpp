@@ -1,6 +1,6 @@
 // Whole-frame golden checksums: the card rendered through the full-frame loop and rounded as the driver
 // does, for every colour axis at 10 and 12 bits, 4:4:4 and 4:2:2. Any change to the palette, layout, edge
-// shaping, conversions or rounding changes a line of tests/data/card_frames.txt; a missing line fails.
+// shaping, conversions or rounding changes a line of tests/data/card_frames.txt.
 // After a deliberate change, regenerate the file with PM5544_UPDATE_GOLDEN=1 and review the diff.
 #include <gtest/gtest.h>
 
@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -39,34 +38,19 @@ std::string frameChecksum(PatternGen::colorAxes_e axes, int bits, PatternGen::sa
     return text;
 }
 
-// "axes bits sampling" -> checksum, from the lines of the golden file.
-std::map<std::string, std::string> readGolden() {
-    std::map<std::string, std::string> golden;
-    std::ifstream in(kGoldenFile);
-    for (std::string line; std::getline(in, line);) {
-        const size_t split = line.rfind(' ');
-        if (!line.empty() && line[0] != '#' && split != std::string::npos)
-            golden[line.substr(0, split)] = line.substr(split + 1);
-    }
-    return golden;
-}
-
 }  // namespace
 
 TEST(CardGolden, EveryAxisDepthAndSamplingMatchesItsChecksum) {
-    const std::map<std::string, std::string> golden = readGolden();
-    std::ostringstream regenerated;
-    regenerated << "# axes bits sampling checksum of the rounded " << kWidth << "x" << kHeight << " 16:9 frame\n";
+    std::ostringstream frames;
+    frames << "# axes bits sampling checksum of the rounded " << kWidth << "x" << kHeight << " 16:9 frame\n";
     for (int axis = 0; axis < PatternGen::colourAxesCount; ++axis)
         for (int bits : {10, 12})
             for (PatternGen::sampling_e sampling : {PatternGen::Sampling_444, PatternGen::Sampling_422}) {
                 const auto axes = PatternGen::colorAxes_e(axis);
-                const std::string name =
-                    std::string(axisToString(axes)) + " " + std::to_string(bits) + " " + std::to_string(sampling);
-                const std::string actual = frameChecksum(axes, bits, sampling);
-                regenerated << name << " " << actual << "\n";
-                const auto expected = golden.find(name);
-                EXPECT_TRUE(expected != golden.end() && expected->second == actual) << name << " is " << actual;
+                frames << axisToString(axes) << " " << bits << " " << sampling << " "
+                       << frameChecksum(axes, bits, sampling) << "\n";
             }
-    if (std::getenv("PM5544_UPDATE_GOLDEN")) std::ofstream(kGoldenFile) << regenerated.str();
+    if (std::getenv("PM5544_UPDATE_GOLDEN")) std::ofstream(kGoldenFile) << frames.str();
+    const TestFiles::Bytes golden = TestFiles::readFile(kGoldenFile);
+    EXPECT_EQ(std::string(golden.begin(), golden.end()), frames.str());  // the diff names each changed line
 }
