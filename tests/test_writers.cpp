@@ -92,8 +92,8 @@ TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
     const Bytes file = readFile(rgb);
     EXPECT_EQ(file, readFile(ycbcr));
     EXPECT_EQ(hex("00000040 00000028 10 06 00 00 00"), Bytes(file.begin() + 16, file.begin() + 29));  // 16-bit RGBA
-    EXPECT_TRUE(!toolAvailable("pngcheck") || std::system(("pngcheck -q '" + rgb + "' >/dev/null").c_str()) == 0);
-    EXPECT_TRUE(!toolAvailable("ffmpeg") || frame == ffmpegDecode(rgb, "rgba64be", true));
+    EXPECT_EQ(0, std::system(("pngcheck -q '" + rgb + "' >/dev/null").c_str()));
+    EXPECT_EQ(frame, ffmpegDecode(rgb, "rgba64be", true));
 }
 
 // ImageLength is the number of stored lines; the bit depth argument changes nothing in the file; the
@@ -105,7 +105,6 @@ TEST(TiffWriter, FieldsPixelsAndLineRepeatTag) {
         {{false, 12, 4, {{0, 10}, {11, 1}}, "12x4 5 2 1 16 3 1 1", "16<[[0,10],[11,1]]\\0>", ""},
          {true, 7, 3, {{-1, 1080}}, "7x3 5 6 1 16 3 1 1", "12<[[-1,1080]]\\0>", "2<1 1>"},
          {false, 5, 2, {}, "5x2 5 2 1 16 3 1 1", "", ""}};
-    const bool dumpable = toolAvailable("tiffdump");
     ScratchDir dir;
     const std::string at8 = dir.path("at8.tif"), at12 = dir.path("at12.tif");
     for (const auto& [ycbcr, width, height, repeats, fields, repeatTag, subsampling] : cases) {
@@ -115,7 +114,6 @@ TEST(TiffWriter, FieldsPixelsAndLineRepeatTag) {
         EXPECT_EQ(readFile(at8), readFile(at12));
         EXPECT_EQ(fields, readTiff(at8, pixels));
         EXPECT_EQ(buffer, pixels) << fields;
-        if (!dumpable) continue;
         EXPECT_EQ(*repeatTag ? "65456 (0xffb0) ASCII (2) " + std::string(repeatTag) : "", dumpedTag(at8, "65456 "));
         EXPECT_EQ(*subsampling ? "YCbCrSubsampling (530) SHORT (3) " + std::string(subsampling) : "",
                   dumpedTag(at8, "YCbCrSubsampling"));
@@ -166,7 +164,6 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     EXPECT_EQ(std::string(100, 'c') + "next field", std::string(cutFile.begin() + 160, cutFile.begin() + 270));
     EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(cutFile.begin() + kDpxData, cutFile.end()));
 
-    if (!toolAvailable("ffmpeg")) return;
     const Frame decoded = ffmpegDecode(dir.path("out/dir/test.dpx"), "rgb48le", false);
     ASSERT_EQ(size_t(12) * 4 * 3, decoded.size());
     for (size_t i = 0; i < decoded.size(); ++i) EXPECT_EQ(frame[i / 3 * 4 + i % 3] >> 6, decoded[i] >> 6) << i;

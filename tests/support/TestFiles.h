@@ -62,10 +62,6 @@ inline uint32_t littleEndian(const Bytes& bytes, size_t at, int size = 4) {
     return value;
 }
 
-inline bool toolAvailable(const std::string& tool) {
-    return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
-}
-
 // What a shell command writes to its standard output.
 inline std::string commandOutput(const std::string& command) {
     std::string output;
