@@ -27,20 +27,13 @@ using Components = std::array<uint16_t, 4>;
 struct Section {
     bool run = false;
     uint32_t length = 0;  // run: repeat count; literal: number of samples
-    std::vector<Components> samples;
 };
 
+// A line: its sections, and its samples in order (a run's one sample repeated `length` times).
 struct Block {
     uint16_t percentage = 0;
     std::vector<Section> sections;
-
-    // The line's samples in order: a literal gives its samples, a run its one sample `length` times.
-    std::vector<Components> expand() const {
-        std::vector<Components> out;
-        for (const Section& s : sections)
-            for (size_t i = 0; i < s.length; ++i) out.push_back(s.samples[s.run ? 0 : i]);
-        return out;
-    }
+    std::vector<Components> samples;
 };
 
 struct File {
@@ -79,9 +72,11 @@ inline File parseFile(const std::string& path) {
             const uint16_t doubled = section.run ? first : word();
             if (doubled & 1) throw std::runtime_error("odd length word");
             section.length = doubled / 2u;
-            section.samples.resize(section.run ? 1 : section.length, Components{0, 0, 0, 0});
-            for (Components& sample : section.samples)
+            for (uint32_t i = 0; i < (section.run ? 1 : section.length); ++i) {
+                Components sample{0, 0, 0, 0};
                 for (int index : order) sample[index] = word();
+                block.samples.insert(block.samples.end(), section.run ? section.length : 1, sample);
+            }
         }
         return block;
     };
@@ -178,7 +173,7 @@ struct Render {
     void expectLine(const DeviceFileReader::Block& block, int y, bool pairs) const {
         for (const DeviceFileReader::Section& section : block.sections)
             EXPECT_TRUE(section.length >= 1 && section.length <= 32767) << section.length;
-        EXPECT_TRUE(expected(y, pairs) == block.expand()) << "line " << y;
+        EXPECT_TRUE(expected(y, pairs) == block.samples) << "line " << y;
     }
 
     TestPattern pattern;
