@@ -244,18 +244,15 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     EXPECT_NE("<nothing thrown>", refusal(literal));
 }
 
-// Worked code values (super-white converts as white, below black as black); a converted file holds its
-// samples converted in place, three words (read c0 c1 c2) under format 3.
+// Super-white converts as white, below black as black; a converted file holds its samples converted in
+// place (white 3793 3960 3889, red, blue), three words (read c0 c1 c2) under format 3.
 TEST_F(DeviceFile, XYZConversion) {
-    const Code3 cases[][2] = {{{3760, 3760, 3760}, {3793, 3960, 3889}}, {{4095, 4000, 3761}, {3793, 3960, 3889}},
-                              {{3760, 256, 256}, {2900, 2170, 16}},     {{256, 3760, 256}, {2417, 3492, 1222}},
-                              {{256, 256, 3760}, {2013, 1415, 3814}},   {{0, 100, 255}, {16, 16, 16}}};
+    const Code3 cases[][2] = {{{4095, 4000, 3761}, {3793, 3960, 3889}}, {{0, 100, 255}, {16, 16, 16}}};
     for (const auto& c : cases) {
         Sample from{{c[0][0], c[0][1], c[0][2]}}, to;
         XYZColourSpaceConvert(&from, &to, 1, false);
         EXPECT_EQ(c[1], (Code3{to.component[0], to.component[1], to.component[2]})) << c[0][0] << " " << c[0][1];
     }
-
     TovaKelmPatternFile file, empty;
     file.blockLayout = 1, file.lineWidth = 1920, file.singleBlock = false, file.format = 1;
     file.AddBlock(literalLine({Sample{{3760, 3760, 3760}}, Sample{{3760, 256, 256}}}));

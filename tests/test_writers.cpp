@@ -176,7 +176,7 @@ TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {// descriptor, width, height, line size
                                                                 {DPX::kRGB, 7, 3, 28},
                                                                 {DPX::kCbYCrY, 7, 4, 20},
-                                                                {DPX::kRGBA, 12, 2, 64}};
+                                                                {DPX::kRGBA, 12, 1, 64}};
     ScratchDir dir;
     for (const auto& [format, width, height, lineBytes] : cases) {
         SCOPED_TRACE("descriptor " + std::to_string(format) + " width " + std::to_string(width));
