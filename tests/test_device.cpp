@@ -198,14 +198,6 @@ TEST_F(DeviceFile, FileBytes) {
     TovaKelmPatternFile run;  // four-word samples read c2 c1 c0 c3: Cb, Y, Cr, second Y
     run.AddBlock(runLine(1000, Sample{{0x0111, 0x0222, 0x0333, 0x0444}}, 7));
     EXPECT_EQ(hex("0007 0001 | 07D0 0333 0222 0111 0444"), saved(run, 16));
-
-    // Layout 1 counts and writes only the lines that hold sections.
-    TovaKelmPatternFile gap;
-    gap.blockLayout = 1;
-    gap.AddBlock(runLine(5, Sample{{1, 1, 1, 1}}, 5));
-    gap.AddBlock(new CompressedLine);
-    gap.AddBlock(runLine(7, Sample{{2, 2, 2, 2}}, 7));
-    EXPECT_EQ(hex("0002 | 0005 0001 000A 0001 0001 0001 0001 | 0007 0001 000E 0002 0002 0002 0002"), saved(gap, 16));
 }
 
 // Errors of the model, and the limits of the 16-bit fields: the largest counts are written, one more is

@@ -42,7 +42,6 @@ inline Bytes readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
-
 inline bool exists(const std::string& path) { return std::filesystem::exists(path); }
 
 // Bytes written as hex digits; anything else (spaces, '|') only groups them for the reader.
@@ -54,14 +53,12 @@ inline Bytes hex(const std::string& text) {
     for (size_t i = 0; i + 1 < digits.size(); i += 2) bytes.push_back(uint8_t(std::stoul(digits.substr(i, 2), 0, 16)));
     return bytes;
 }
-
 // The unsigned number of `size` bytes at `at`, least significant byte first.
 inline uint32_t littleEndian(const Bytes& bytes, size_t at, int size = 4) {
     uint32_t value = 0;
     for (int i = size - 1; i >= 0; --i) value = value << 8 | bytes.at(at + i);
     return value;
 }
-
 // What a shell command writes to its standard output.
 inline std::string commandOutput(const std::string& command) {
     std::string output;
@@ -72,7 +69,6 @@ inline std::string commandOutput(const std::string& command) {
     pclose(pipe);
     return output;
 }
-
 // What `action` prints to standard output, or to standard error.
 template <typename Action>
 std::string stdoutOf(Action&& action) {
@@ -86,7 +82,6 @@ std::string stderrOf(Action&& action) {
     action();
     return testing::internal::GetCapturedStderr();
 }
-
 // Test frames: samples all different and spread over the 16-bit range, or pseudo-random (incompressible).
 inline std::vector<uint16_t> distinctSamples(size_t count, uint16_t offset = 0x0102) {
     std::vector<uint16_t> samples(count);
@@ -99,7 +94,6 @@ inline std::vector<uint16_t> noiseSamples(size_t count) {
     for (uint16_t& sample : samples) sample = static_cast<uint16_t>((state = state * 1664525u + 1013904223u) >> 16);
     return samples;
 }
-
 // While alive, writes past `bytes` fail with EFBIG instead of raising SIGXFSZ.
 class FileSizeLimit {
 public:
