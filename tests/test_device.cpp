@@ -207,10 +207,6 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     TovaKelmPatternFile noSections;
     noSections.AddBlock(new CompressedLine);
     EXPECT_EQ("Zero length section is invalid!", refusal(noSections));
-    TovaKelmPatternFile twoInRun;
-    twoInRun.AddBlock(runLine(4, s));
-    twoInRun.line_blocks[0]->sections[0]->AddSamplePair(s);
-    EXPECT_EQ("Repeated TPSection block must have exactly 1 sample pair.", refusal(twoInRun));
 
     TovaKelmPatternFile blocks;
     blocks.blockLayout = 1;
@@ -272,12 +268,10 @@ TEST(DeviceLoop, FileExpandsToThePatternsPixels) {
         const colorAxes_e a = axes;
         const int w = width;
         Render r(
-            [a, w](int x, int y) {
-                const int group = y / 3;
-                if (x < w / 4) return code(a, 1000 + 10 * group, 2048, 2048);
-                if (x < w / 2) return code(a, 256 + (x * 37) % 3000, 512 + x % 7, 3000 - group);
-                if (x < 3 * w / 4) return code(a, (x / 2) % 2 ? 3760 : 256, 2048, 2048);
-                return code(a, 2000, 1000 + group, 3000);
+            [a, w](int x, int y) {  // a flat band, a ramp and a stripe; every third line changes
+                if (x < w / 3) return code(a, 1000 + 10 * (y / 3), 2048, 2048);
+                if (x < 2 * w / 3) return code(a, 256 + (x * 37) % 3000, 512 + x % 7, 3000 - y / 3);
+                return code(a, (x / 2) % 2 ? 3760 : 256, 2048, 2048);
             },
             width, height, axes, sampling);
         EXPECT_EQ(!pairs, Sample::b3Words);

@@ -99,8 +99,7 @@ TEST(Geometry, FractionsAndCircles) {
     EXPECT_TRUE(p.insideCircleHeight(100, 0, 0, 0, 107));   // x 100 is 106.67 lines, kept as 106
     EXPECT_FALSE(p.insideCircleHeight(100, 0, 0, 0, 106));  // exactly on the radius: outside
     EXPECT_TRUE(p.insideCircleWidth(0, 100, 0, 0, 94));     // y 100 is 93.75 pixels, kept as 93
-    // An 8K cinema raster: 4320 x 4095 x 256 exceeds 32 bits, yet the pixels are square.
-    resize(p, 8192, 4320, 256, 135);
+    resize(p, 8192, 4320, 256, 135);  // 4320 x 4095 x 256 exceeds 32 bits, yet the pixels are square
     EXPECT_TRUE(p.insideCircleHeight(4095, 0, 0, 0, 4096) && !p.insideCircleHeight(4095, 0, 0, 0, 4095));
 }
 
