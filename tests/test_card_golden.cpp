@@ -1,7 +1,7 @@
 // Whole-frame golden checksums: the card rendered through the full-frame loop and rounded as the driver
 // does, for every colour axis at 10 and 12 bits, 4:4:4 and 4:2:2. Any change to the palette, layout, edge
-// shaping, conversions or rounding changes a line of tests/data/card_frames.txt.
-// After a deliberate change, regenerate the file with PM5544_UPDATE_GOLDEN=1 and review the diff.
+// shaping, conversions or rounding changes a line of tests/data/card_frames.txt. After a deliberate change,
+// regenerate the file with PM5544_UPDATE_GOLDEN=1 and review the diff.
 #include <gtest/gtest.h>
 
 #include <cstdint>

