@@ -71,7 +71,6 @@ TEST(ColourSpace, NormaliseLimitAndGammaLaws) {
                                 {type2.gammaFloatLinearToNonLinear(std::pow(0.3, 2.2)), 0.3},
                                 {ycc.gammaFloatLinearToNonLinear(-0.25), -0.25}};  // negatives pass
     for (const auto& v : values) EXPECT_DOUBLE_EQ(v[0], v[1]);
-
     // Luma is legal or full range; chroma is legal even for full-range RGB.
     int codes[] = {1023, 500, 1023, 0};  // each call reports whether it changed the code
     const Ints changed = {ycc.limitLuma(codes[0]), ycc.limitLuma(codes[1]), rgb.limitLuma(codes[2]),
@@ -179,7 +178,6 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
     // HDR Y'CbCr is 10 bits deep; RGB HDR is 12-bit studio.
     EXPECT_EQ(Ints({pq.colourSpace.bitDepth, rgbPq.colourSpace.bitDepth, rgbPq.colourSpace.blackLevel}),
               Ints({10, 12, 256}));
-
     const double golden[][3] = {
         // value, expected, tolerance
         {Pixel::applyPqInverseEOTF(1.0), 0.508078, 1e-6},

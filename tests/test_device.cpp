@@ -57,7 +57,6 @@ inline File parseFile(const std::string& path) {
     for (int i = 0; i < 8; ++i) file.magic.push_back(static_cast<char>(byte()));
     file.layout = byte(), file.width = word(), file.multiBlock = byte(), file.bitDepth = byte(), file.format = byte();
     if (word() != 0) throw std::runtime_error("reserved header bytes are not zero");
-
     // Four words (format 0, 4:2:2) are components 2, 1, 0, 3; three words are components 0, 1, 2.
     const std::vector<int> order = file.format == 0 ? std::vector<int>{2, 1, 0, 3} : std::vector<int>{0, 1, 2};
     // A zero first word opens a literal, whose doubled count follows; otherwise it is a run's doubled length.
@@ -118,7 +117,6 @@ class DeviceFile : public ::testing::Test {
 protected:
     void SetUp() override { Sample::b3Words = false; }
     void TearDown() override { Sample::b3Words = false; }
-
     Bytes saved(TovaKelmPatternFile& file, size_t from = 0) {
         EXPECT_TRUE(file.Save(dir.path("f.pat")));
         const Bytes bytes = TestFiles::readFile(dir.path("f.pat"));
@@ -148,7 +146,6 @@ struct Render {
         pattern.lineRepeats = repeats;
         printed = TestFiles::stdoutOf([&] { EXPECT_TRUE(pattern.run_body(0, width, height, lineRepeats, file)); });
     }
-
     // Source line y as (Cr, Y, Cb, 0) per pixel, or per pair (Cr, Y, Cb, Y of the odd pixel), where an odd
     // width's last pair repeats the last column's luma; asked of the body function directly.
     std::vector<DeviceFileReader::Components> expected(int y, bool pairs) const {
@@ -161,20 +158,17 @@ struct Render {
         }
         return samples;
     }
-
     DeviceFileReader::File saveAndParse() {
         TestFiles::ScratchDir dir;
         EXPECT_TRUE(file.Save(dir.path("loop.pat")));
         return DeviceFileReader::parseFile(dir.path("loop.pat"));
     }
-
     // Every section of a block keeps within the format, and the block expands to source line y.
     void expectLine(const DeviceFileReader::Block& block, int y, bool pairs) const {
         for (const DeviceFileReader::Section& section : block.sections)
             EXPECT_TRUE(section.length >= 1 && section.length <= 32767) << section.length;
         EXPECT_TRUE(expected(y, pairs) == block.samples) << "line " << y;
     }
-
     TestPattern pattern;
     int width;
     colorAxes_e axes;
@@ -193,7 +187,6 @@ TEST_F(DeviceFile, FileBytes) {
     EXPECT_EQ(hex("50 41 54 54 45 52 4E 00 01 07 80 01 0C 00 00 00 | 0002 | 0001 0001 077E 0800 0100 0800 0100 |"
                   "0001 0001 077E 0800 0EB0 0800 0EB0"),
               saved(multi));
-
     TovaKelmPatternFile run;  // four-word samples read c2 c1 c0 c3: Cb, Y, Cr, second Y
     run.AddBlock(runLine(1000, Sample{{0x0111, 0x0222, 0x0333, 0x0444}}, 7));
     EXPECT_EQ(hex("0007 0001 | 07D0 0333 0222 0111 0444"), saved(run, 16));
@@ -206,7 +199,6 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     TovaKelmPatternFile noSections;
     noSections.AddBlock(new CompressedLine);
     EXPECT_EQ("Zero length section is invalid!", refusal(noSections));
-
     TovaKelmPatternFile blocks;
     blocks.blockLayout = 1;
     for (int i = 0; i < 65535; ++i) blocks.AddBlock(runLine(1, s));
@@ -215,7 +207,6 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     EXPECT_EQ(65535u, DeviceFileReader::parseFile(dir.path("f.pat")).blocks.size());
     blocks.AddBlock(runLine(1, s));
     EXPECT_EQ("Too many blocks for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(blocks));
-
     TovaKelmPatternFile literal, run;
     literal.AddBlock(literalLine(std::vector<Sample>(32767, s)));
     run.AddBlock(runLine(32767, s));
@@ -225,7 +216,6 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     run.line_blocks[0]->sections[0]->repeatCount = 32768;
     EXPECT_EQ("Literal section too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(literal));
     EXPECT_EQ("Run too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(run));
-
     literal.line_blocks[0]->sections[0]->samplePairs.pop_back();
     TestFiles::FileSizeLimit limit(1000);
     EXPECT_NE("<nothing thrown>", refusal(literal));

@@ -43,7 +43,6 @@ protected:
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(TestFiles::readFile(out)), text(TestFiles::readFile(err))};
     }
     std::string file(const std::string& name) const { return text(TestFiles::readFile(dir.path(name))); }
-
     TestFiles::ScratchDir dir;
 };
 
@@ -52,19 +51,16 @@ TEST(CommandLine, DefaultsValuesAndQuirks) {
     EXPECT_EQ(std::vector<int>({s.width, s.height, s.bits, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.quadrant,
                                 s.edgeTaperOff}),
               std::vector<int>({1920, 1080, 12, 16, 9, 0, 444, 0, 0}));
-
     s = parse({"-d", "3840x2160", "-a", "4x3", "-b", "10", "-c", "709", "-s", "422", "-q", "BR", "-o", "7", "f"});
     EXPECT_EQ(std::vector<int>(
                   {s.width, s.height, s.aspectNum, s.aspectDen, s.bits, s.axes, s.sampling, s.quadrant, s.optionValue}),
               std::vector<int>({3840, 2160, 4, 3, 10, 3, 422, 2, 7}));
-
     // A value that parses partly, or not at all, changes only what it parsed.
     s = parse({"-d", "1280", "-b", "ten", "-a", "wide", "x"});
     EXPECT_EQ(std::vector<int>({s.width, s.height, s.bits, s.aspectNum}), std::vector<int>({1280, 1080, 12, 16}));
     EXPECT_EQ(parse({"-s", "420", "-s", "4", "x"}).sampling, PatternGen::Sampling_444);
     EXPECT_EQ(parse({"-q", "TL", "-q", "tl", "x"}).quadrant, PatternGen::Quadrant_TL);
     EXPECT_EQ(parse({"-c", "2020", "-c", "1080", "x"}).axes, PatternGen::Colour_YCbCr_2020);
-
     EXPECT_EQ(parse({"-i", "anything", "-e", "-v", "first.png", "second.dpx"}).fileName, "second.dpx");
 }
 
@@ -105,7 +101,6 @@ TEST_F(Program, RefusalsPrintTheirMessageAndWriteNothing) {
     }
     for (const char* name : {"card.png", "card.pat", "card.rgb", "card.xyz", "card.yc4"})
         EXPECT_FALSE(exists(dir.path(name)));
-
     const Outcome rgb = run("-d 1280x720 -c RGB-headroom -s 420 card.rgb");
     EXPECT_EQ(rgb.status, 0) << rgb.err;
     EXPECT_EQ(file("card.rgb").substr(0, 8), std::string("PATTERN\0", 8));

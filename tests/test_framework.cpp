@@ -207,7 +207,6 @@ TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
     const Samples f = frameOf(ten, 4, 2);
     for (size_t i = 0; i < f.size(); i += 4)
         EXPECT_EQ(Samples(&f[i], &f[i + 4]), (Samples{32768, 60160, 32768, 65472}));
-
     const auto whiteFrame = [](int width, bool taperOff, bool riseTime) {  // samples divided by 16
         TestPattern p([](int, int) { return rgb(4095, 4095, 4095); });
         p.initQuietly(width, 1, 16, 9, Colour_RGB, Sampling_444, 12, Quadrant_None, taperOff);

@@ -157,7 +157,6 @@ TEST(TextOverlay, PlacementAlignmentAndRotation) {
     const InkBox up = inkOf(*draw({"Hello", 0, 0, TextSlug::centre, TextSlug::middle, rotate}));
     EXPECT_GT(up.maxY - up.minY, 2 * (up.maxX - up.minX));
     EXPECT_TRUE(up.minY < H / 2 && up.maxY > H / 2);
-
     // Read as 30-bit words: grey everywhere (red = green = blue) and full white inside.
     uint32_t brightest = 0;
     for (size_t at = 0; at < kLayerBytes; at += 4) {
@@ -174,7 +173,6 @@ TEST(TextOverlay, PlacementAlignmentAndRotation) {
 TEST(TextOverlay, OnlyTheLastSlugLosesTrailingBlanksAndGapsAdvanceThePen) {
     auto plain = draw({}), padded = draw({"HH  \t\r\n"});
     EXPECT_EQ("HH", slug(*padded).text);
-
     auto twoSlugs = draw({"HH  ", 0, 10, TextSlug::left, TextSlug::top, [](TextLine& l) {
                               l.slugs[0]->gap = 1.5;
                               l.slugs.push_back(new TextSlug(*l.slugs[0]));

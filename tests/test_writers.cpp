@@ -153,7 +153,6 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     std::fill(rest.begin() + 136, rest.begin() + 160, 0);
     const auto stray = std::find_if(rest.begin(), rest.end(), [](uint8_t b) { return b != 0; });
     EXPECT_EQ(rest.end(), stray) << "non-zero byte at " << (stray - rest.begin());
-
     // Names longer than their field are cut without a terminator; samples keep their top ten bits, without
     // rounding, in bits 31-22, 21-12 and 11-2 of little-endian words.
     const std::string cut = dir.path(std::string(120, 'n'));
@@ -163,7 +162,6 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     EXPECT_EQ(std::string(100, 'n'), std::string(cutFile.begin() + 36, cutFile.begin() + 136));
     EXPECT_EQ(std::string(100, 'c') + "next field", std::string(cutFile.begin() + 160, cutFile.begin() + 270));
     EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(cutFile.begin() + kDpxData, cutFile.end()));
-
     const Frame decoded = ffmpegDecode(dir.path("out/dir/test.dpx"), "rgb48le", false);
     ASSERT_EQ(size_t(12) * 4 * 3, decoded.size());
     for (size_t i = 0; i < decoded.size(); ++i) EXPECT_EQ(frame[i / 3 * 4 + i % 3] >> 6, decoded[i] >> 6) << i;
