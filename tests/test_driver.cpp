@@ -107,6 +107,16 @@ TEST_F(Program, RefusalsPrintTheirMessageAndWriteNothing) {
     const Outcome selfTest = run("-u card.png");
     EXPECT_EQ(selfTest.status, 1);
     EXPECT_EQ(selfTest.out.rfind("Width x Height: 1920x1080\nAspect: 16:9\nPixel aspect: 1:1.000\n", 0), 0u);
+    // Lines the self-test is known to print: white scales exactly (no line), 10-bit rounding truncates
+    // a Cb below the chroma zero, the HLG and PQ whites, a label printed with its "%%", and the end.
+    for (const char* expected :
+         {"\nCheck 75% scaling\n  Yellow75  Cb  705   +1\t\n", "\nCheck 8 bit truncation\n",
+          "\nCheck 10 bit rounding\n  Yellow_709_10  Cb   64   +1\t\n", "  Grey 40%% 709_10    ",
+          "\nCheck 709 YCbCr - HLG 2020\n  White HLG   Y  616 +114\t\n",
+          "\nCheck 709 YCbCr - PQ 2020\n  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n"})
+        EXPECT_NE(selfTest.out.find(expected), std::string::npos) << expected;
+    EXPECT_EQ(selfTest.out.find("White75"), std::string::npos);
+    EXPECT_EQ(selfTest.out.substr(selfTest.out.size() - 4), "\t\n\n\n");  // puts("\\n") at the end
     EXPECT_FALSE(exists(dir.path("card.png")));
 }
 
