@@ -14,11 +14,11 @@
 #include <string>
 #include <vector>
 
-#include "LargeBuffer.h"
+#include "pattern/LargeBuffer.h"
 #include "PatternRender.h"
 #include "philips-PM5544-new.h"
-#include "writeDPX.h"
-#include "writePng.h"
+#include "output/writeDPX.h"
+#include "output/writePng.h"
 
 namespace {
 

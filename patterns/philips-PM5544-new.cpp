@@ -14,7 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "LargeBuffer.h"
+#include "pattern/LargeBuffer.h"
 
 using PatternGen::colorAxes_e;
 

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "PatternWrapper.h"
-#include "Pixel.h"
+#include "pattern/PatternWrapper.h"
+#include "colour/Pixel.h"
 
 class PhilipsPm5544Spec final : public PatternSpec {
 public:

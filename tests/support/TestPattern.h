@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "PatternWrapper.h"
+#include "pattern/PatternWrapper.h"
 
 class TestPattern : public PatternSpec {
 public:

@@ -1,5 +1,5 @@
 // Colour axes names, code levels per axis, normalisation, clipping and the simple gamma laws.
-#include "ColourSpace.h"
+#include "colour/ColourSpace.h"
 
 #include <cmath>
 

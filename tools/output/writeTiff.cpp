@@ -1,6 +1,6 @@
 // TIFF output through libtiff: one LZW strip of 16-bit samples, plus the private "LineRepeat" tag
 // that carries the pattern's line-repeat list as JSON.
-#include "writeTiff.h"
+#include "output/writeTiff.h"
 
 #include <tiffio.h>
 
@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "OutputFile.h"
+#include "output/OutputFile.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // DPX output without a DPX library: both headers are filled byte by byte and every number is
 // stored little-endian, whatever the host's byte order, so the magic reads "XPDS".
-#include "writeDPX.h"
+#include "output/writeDPX.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,7 @@
 #include <ctime>
 #include <vector>
 
-#include "OutputFile.h"
+#include "output/OutputFile.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <vector>
 
-#include "writeTovaKelm.h"
+#include "output/writeTovaKelm.h"
 
 namespace {
 

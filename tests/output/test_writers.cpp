@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "TestFiles.h"
-#include "writeDPX.h"
-#include "writePng.h"
-#include "writeTiff.h"
+#include "output/writeDPX.h"
+#include "output/writePng.h"
+#include "output/writeTiff.h"
 
 namespace {
 

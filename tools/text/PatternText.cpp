@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "PatternWrapper.h"
+#include "pattern/PatternWrapper.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include "TestFiles.h"
 #include "TestPattern.h"
-#include "writeTovaKelm.h"
+#include "output/writeTovaKelm.h"
 
 using namespace PatternGen;
 

@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "PatternWrapper.h"
+#include "pattern/PatternWrapper.h"
 
 namespace {
 

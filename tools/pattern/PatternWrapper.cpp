@@ -1,5 +1,5 @@
 // The pattern core: construction, init, integer geometry, circle tests and overlay layers.
-#include "PatternWrapper.h"
+#include "pattern/PatternWrapper.h"
 
 #include <cmath>
 #include <cstddef>

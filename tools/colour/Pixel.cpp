@@ -1,6 +1,6 @@
 // The pixel value type: arithmetic, scaling, blending, depth changes, printing, the SDR
 // conversions with the dispatcher, and the HDR conversions (PQ, HLG, S-Log3) it routes to.
-#include "Pixel.h"
+#include "colour/Pixel.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,8 +9,8 @@
 #include <initializer_list>
 #include <limits>
 
-#include "PixelAssert.h"
-#include "rounding.h"
+#include "colour/PixelAssert.h"
+#include "colour/rounding.h"
 
 using PatternGen::colorAxes_e;
 

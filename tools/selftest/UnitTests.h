@@ -1,7 +1,7 @@
 // The printed colour self-test of the "-u" option.
 #pragma once
 
-#include "ColourSpace.h"
+#include "colour/ColourSpace.h"
 
 namespace UnitTests {
 

@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "ConversionCache.h"
-#include "PatternWrapper.h"
-#include "writeTovaKelm.h"
+#include "colour/ConversionCache.h"
+#include "pattern/PatternWrapper.h"
+#include "output/writeTovaKelm.h"
 
 namespace {
 

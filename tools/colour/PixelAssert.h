@@ -12,12 +12,9 @@
 
 namespace PixelAssert {
 
-// The path from the "tools/" directory on, so the report does not depend on the build tree.
-inline const char* sourceName(const char* path) {
-    const char* found = nullptr;
-    for (const char* p = std::strstr(path, "tools/"); p != nullptr; p = std::strstr(p + 1, "tools/")) found = p;
-    return found != nullptr ? found : path;
-}
+// Every conversion reports under one source name, whichever file of the colour library it sits
+// in, so that reports stay comparable across builds and reorganisations.
+constexpr const char* sourceName = "tools/Pixel.cpp";
 
 inline const char* programName() {
 #if defined(__GLIBC__)
@@ -29,7 +26,7 @@ inline const char* programName() {
 
 [[noreturn]] inline void fail(const char* expression, const char* file, unsigned line, const char* function) {
     std::fflush(stdout);
-    std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", programName(), sourceName(file), line, function,
+    std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", programName(), file, line, function,
                  expression);
     std::fflush(stderr);
     std::abort();
@@ -39,4 +36,4 @@ inline const char* programName() {
 
 #define PIXEL_ASSERT(expression)         \
     ((expression) ? static_cast<void>(0) \
-                  : PixelAssert::fail(#expression, PixelAssert::sourceName(__FILE__), __LINE__, __PRETTY_FUNCTION__))
+                  : PixelAssert::fail(#expression, PixelAssert::sourceName, __LINE__, __PRETTY_FUNCTION__))

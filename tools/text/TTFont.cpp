@@ -1,5 +1,5 @@
 // Finding a font family through Fontconfig and loading its first file with FreeType for Cairo.
-#include "TTFont.h"
+#include "text/TTFont.h"
 
 #include <cairo-ft.h>
 #include <cairo.h>

@@ -1,5 +1,5 @@
 // PNG output through libpng: the frame is copied into big-endian rows and written in one call.
-#include "writePng.h"
+#include "output/writePng.h"
 
 #include <png.h>
 
@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "OutputFile.h"
+#include "output/OutputFile.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "Pixel.h"
+#include "colour/Pixel.h"
 
 class ConversionCache {
 public:

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "PatternWrapper.h"
+#include "pattern/PatternWrapper.h"
 #include "TestFiles.h"
 
 // Fontconfig and Pango's fontconfig caches leak; matching them needs whole (slow-unwound) allocation stacks.

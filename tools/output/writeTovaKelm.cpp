@@ -1,12 +1,12 @@
 // Model and writer of the Tova/Kelm device pattern file. Every number on file is big-endian and
 // written byte by byte, so the output does not depend on the host's byte order.
-#include "writeTovaKelm.h"
+#include "output/writeTovaKelm.h"
 
 #include <memory>
 #include <stdexcept>
 #include <string>
 
-#include "OutputFile.h"
+#include "output/OutputFile.h"
 
 bool Sample::b3Words = false;
 

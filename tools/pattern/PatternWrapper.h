@@ -6,13 +6,13 @@
 #include <utility>
 #include <vector>
 
-#include "ColourSpace.h"
-#include "Pixel.h"
-#include "TTFont.h"
+#include "colour/ColourSpace.h"
+#include "colour/Pixel.h"
+#include "text/TTFont.h"
+#include "text/TextBlocks.h"
 
 typedef struct _cairo cairo_t;
 typedef struct _PangoLayout PangoLayout;
-typedef struct _PangoFontDescription PangoFontDescription;
 
 class TovaKelmPatternFile;
 
@@ -23,36 +23,6 @@ enum sampling_e { Sampling_444 = 444, Sampling_422 = 422, Sampling_420 = 420 };
 enum quadrant_e { Quadrant_None = 0, Quadrant_TR = 1, Quadrant_BR = 2, Quadrant_BL = 3, Quadrant_TL = 4 };
 
 }  // namespace PatternGen
-
-// One block of text in one font and style.
-struct TextSlug {
-    // The alignment types carry the suffix _e so that the members may keep their names.
-    enum horizAlign_e { centre = 0, left = 1, right = 2 };
-    enum vertAlign_e { middle = 0, top = 1, bottom = 2 };
-
-    std::string text;
-    PangoFontDescription* font = nullptr;
-    int size = 100;
-    bool italic = false;
-    bool bold = true;
-    bool uprightWhenRotated = false;
-    double gap = 0.0;
-    double x = 0.0;
-    double y = 0.0;
-    double letterSpacing = 0.0;
-    horizAlign_e horizAlign = centre;
-    vertAlign_e vertAlign = middle;
-    int measuredWidth = 0;
-    int measuredHeight = 0;
-    int baseline = 0;
-    int fontPixelSize = 0;
-};
-
-// A line of text blocks drawn one after another.
-struct TextLine {
-    std::vector<TextSlug*> slugs;
-    bool rotated = false;
-};
 
 class PatternSpec {
 public:

@@ -1,12 +1,12 @@
 // The printed colour self-test: scaling, rounding and conversions compared with reference codes.
 // Only differing components are printed, so a clean group shows its heading alone.
-#include "UnitTests.h"
+#include "selftest/UnitTests.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdio>
 
-#include "Pixel.h"
+#include "colour/Pixel.h"
 
 using PatternGen::colorAxes_e;
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "ColourSpace.h"
+#include "colour/ColourSpace.h"
 
 class Pixel {
 public:

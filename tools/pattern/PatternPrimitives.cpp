@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdint>
 
-#include "PatternWrapper.h"
+#include "pattern/PatternWrapper.h"
 
 namespace {
 

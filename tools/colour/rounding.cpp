@@ -1,5 +1,5 @@
 // Reduction of 16-bit samples to fewer significant bits; results stay on the input's scale.
-#include "rounding.h"
+#include "colour/rounding.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "ConversionCache.h"
-#include "PatternWrapper.h"
+#include "colour/ConversionCache.h"
+#include "pattern/PatternWrapper.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "Pixel.h"
-#include "rounding.h"
+#include "colour/Pixel.h"
+#include "colour/rounding.h"
 
 using namespace PatternGen;
 
