@@ -32,6 +32,21 @@ enum colorAxes_e {
 
 constexpr int colourAxesCount = 21;
 
+// The ranges of axes, defined here once. Axes are Y'CbCr (2 to 12: SDR 601, 709, 2020 and the HDR
+// Y'CbCr axes) or R'G'B' (0, 1 and the HDR R'G'B' axes 13 to 20).
+constexpr bool isYCbCrAxes(int axes) { return axes >= Colour_YCbCr_601 && axes <= Colour_YCbCr_SLog3_Live_Mapped; }
+constexpr bool isRGBAxes(int axes) { return axes >= Colour_RGB && axes <= Colour_RGB_SLog3_Live_Mapped && !isYCbCrAxes(axes); }
+constexpr bool isRGBHDRAxes(int axes) { return axes >= Colour_RGB_PQ && axes <= Colour_RGB_SLog3_Live_Mapped; }
+// The HDR R'G'B' axes without the BT.709-into-BT.2020 mapping (13 to 16).
+constexpr bool isRGBHDRUnmappedAxes(int axes) { return axes >= Colour_RGB_PQ && axes <= Colour_RGB_SLog3_Live; }
+constexpr bool isYCbCrHDRAxes(int axes) {
+    return (axes >= Colour_YCbCr_PQ && axes <= Colour_YCbCr_HLG_Mapped) ||
+           (axes >= Colour_YCbCr_SLog3 && axes <= Colour_YCbCr_SLog3_Live_Mapped);
+}
+constexpr bool isSLog3YCbCrAxes(int axes) { return axes >= Colour_YCbCr_SLog3 && axes <= Colour_YCbCr_SLog3_Live_Mapped; }
+// Every axis coded in BT.2020 primaries: 4 to 20 (HDR and 2020 Y'CbCr, HDR R'G'B').
+constexpr bool isIn2020Axes(int axes) { return axes >= Colour_YCbCr_PQ && axes <= Colour_RGB_SLog3_Live_Mapped; }
+
 }  // namespace PatternGen
 
 // The enumerator name of an axis; "undefined" for values outside 0..20.

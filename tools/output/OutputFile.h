@@ -1,18 +1,44 @@
-// What every writer does with a file it created but could not complete.
+// Where a writer's bytes go. Writers never open files themselves: the driver opens an OutputFile,
+// the writer writes through it, and the driver commits it (or abandons it on failure).
 #pragma once
 
-#include <filesystem>
+#include <cstddef>
+#include <cstdio>
 #include <string>
-#include <system_error>
 
-namespace OutputFile {
+class OutputFile {
+public:
+    // "-" names standard output.
+    explicit OutputFile(std::string name);
+    ~OutputFile();  // abandons a file that was opened and not committed
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
 
-// Removes the incomplete file, so that a failed write (a full disk, say) never leaves a
-// truncated file that looks valid. Only regular files are removed: a device such as /dev/full
-// stays.
-inline void removeIncomplete(const std::string& fileName) {
-    std::error_code error;
-    if (std::filesystem::is_regular_file(fileName, error)) std::filesystem::remove(fileName, error);
-}
+    // needSeek: the writer seeks back (TIFF); a destination that cannot seek is then written
+    // through a temporary file first. False on failure, with reason() set.
+    bool open(bool needSeek = false);
+    // Valid between open() and commit() or abandon().
+    FILE* stream() const { return stream_; }
+    // Writes bytes; after the first failure it writes nothing more and keeps returning false.
+    bool write(const void* data, size_t bytes);
+    // Records a failure found by a library that writes to stream() itself (errno, or 0 for none).
+    void fail(int error);
+    bool failed() const { return !reason_.empty(); }
+    // Flushes, closes and puts the file in place; false with reason() set.
+    bool commit();
+    // Closes and removes what was written.
+    void abandon();
 
-}  // namespace OutputFile
+    const std::string& name() const { return name_; }
+    // Why the first failure happened (the system's text), empty if nothing failed.
+    const std::string& reason() const { return reason_; }
+
+    // Removes a regular file left incomplete by an earlier failure; devices stay.
+    static void removeIncomplete(const std::string& fileName);
+
+private:
+    std::string name_;
+    std::string reason_;
+    FILE* stream_ = nullptr;
+    bool toStandardOutput_ = false;
+};
