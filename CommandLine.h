@@ -21,7 +21,8 @@ struct Settings {
     bool edgeTaperOff = false;
     bool selfTest = false;
     bool haveFileName = false;
-    std::string fileName;
+    std::string fileName;  // "-": standard output
+    std::string format;    // --format: the writer to use whatever the name's extension; empty: by extension
 };
 
 // Reads the options into settings. On a command-line error it prints the message on
