@@ -118,6 +118,16 @@ TEST(Pixel, GoldenCodes) {
         Ints({4095, 7, 64, 4, 255, 4092}));
 }
 
+// Alpha is coded like luma: it rounds half up whatever side of the chroma zero it lies on.
+TEST(Pixel, RoundToRoundsAlphaLikeLuma) {
+    const std::pair<int, int> alphas[] = {{8, 1}, {2040, 128}, {7, 0}, {4095, 256}};  // 12-bit in, 8-bit out
+    for (const auto& [in, out] : alphas) {
+        Pixel p(3760, 2048, 2048);
+        p.sample[Pixel::ALPHA] = static_cast<uint16_t>(in);
+        EXPECT_EQ(p.roundTo(8).sample[Pixel::ALPHA], out) << in;
+    }
+}
+
 // Chroma below its zero truncates, luma is held below its ceiling, nothing to drop keeps the value.
 TEST(Rounding, GoldenValuesAndRules) {
     const unsigned golden[][2] = {
@@ -188,6 +198,59 @@ TEST(HdrConversion, GoldenCodesAndTransferFunctions) {
         {sLog3(0.5, true) + sLog3(0.5, false), 2 * 420.0, 1e-12},  // negatives mirror about the base
         {Pixel::applySLog3InverseOOTF(4.0), 3.1758052058674355, 1e-15}};
     for (size_t i = 0; i < std::size(golden); ++i) EXPECT_NEAR(golden[i][0], golden[i][1], golden[i][2]) << i;
+}
+
+// The inverses undo the library's encodings over their range, and 2020 -> 709 undoes the BT.2087 mapping.
+TEST(HdrConversion, InversesRoundTrip) {
+    for (double x : {0.0, 0.001, 0.0125, 0.18, 0.5, 1.0, 2.0, 10.0, 100.0}) {
+        EXPECT_NEAR(Pixel::applyPqEOTF(Pixel::applyPqInverseEOTF(x)), x, 1e-9 * (1 + x)) << x;
+        const double scene = x / 100;
+        EXPECT_NEAR(Pixel::applyHlgInverseOETF(Pixel::applyHlgOETF(scene)), scene, 1e-12) << x;
+        EXPECT_NEAR(Pixel::applySLog3InverseOETF(sLog3(x, false)), x, 1e-12 * (1 + x)) << x;
+        EXPECT_NEAR(Pixel::applySLog3OOTF(Pixel::applySLog3InverseOOTF(x)), x, 1e-12 * (1 + x)) << x;
+    }
+    EXPECT_NEAR(Pixel::applySLog3InverseOETF(95.0), 0.0, 1e-15);
+    EXPECT_NEAR(Pixel::applyPqEOTF(1.0), 100.0, 1e-9);  // 10000 cd/m2
+    // HLG: display light -> scene -> display, coloured and grey; 100 cd/m2 white is 0.14678 of scene light.
+    const double lights[][3] = {{1, 1, 1}, {0.75, 0.75, 0}, {0.2, 0.05, 0.9}, {0, 0, 0}};
+    for (const auto& light : lights) {
+        double r = light[0], g = light[1], b = light[2];
+        Pixel::applyHlgInverseOOTF(r, g, b);
+        if (light[0] == 1) EXPECT_NEAR(r, 0.14678, 1e-5);
+        Pixel::applyHlgOOTF(r, g, b);
+        EXPECT_NEAR(r, light[0], 1e-6);
+        EXPECT_NEAR(g, light[1], 1e-6);
+        EXPECT_NEAR(b, light[2], 1e-6);
+    }
+    // BT.709 in linear light through BT.2087 and back; the inverse is BT.2407's four-digit matrix.
+    const Pixel linear(0, 0, 0, Colour_YCbCr_601);  // gamma law 0: values pass as they are
+    double r = 0.3, g = 0.6, b = 0.1;
+    linear.applyMatrixRGB709ValuesIn2020(r, g, b);
+    Pixel::applyMatrixRGB2020ValuesIn709(r, g, b);
+    EXPECT_NEAR(r, 0.3, 1e-12);
+    EXPECT_NEAR(g, 0.6, 1e-12);
+    EXPECT_NEAR(b, 0.1, 1e-12);
+    double red[] = {1, 0, 0};
+    Pixel::applyMatrixRGB2020ValuesIn709(red[0], red[1], red[2]);
+    EXPECT_NEAR(red[0], 1.6605, 5e-4);
+    EXPECT_NEAR(red[1], -0.1246, 5e-4);
+    EXPECT_NEAR(red[2], -0.0182, 5e-4);
+}
+
+// Every axis is in exactly one family, and every HDR axis has exactly one transfer function.
+TEST(ColourSpace, AxisPredicatesPartitionTheAxes) {
+    for (int axes = 0; axes < colourAxesCount; ++axes) {
+        const int families =
+            isSDRRGBAxes(axes) + isYCbCr601Or709Axes(axes) + (axes == Colour_YCbCr_2020) + isHDRAxes(axes);
+        EXPECT_EQ(families, 1) << axes;
+        EXPECT_EQ(isPQAxes(axes) + isHLGAxes(axes) + isSLog3Axes(axes), int(isHDRAxes(axes))) << axes;
+        EXPECT_EQ(isYCbCrAxes(axes), !isRGBAxes(axes)) << axes;
+        EXPECT_EQ(ColourSpace(colorAxes_e(axes), 10).colourIsHDR(), isHDRAxes(axes)) << axes;
+        if (isMappedAxes(axes) || isSLog3LiveAxes(axes)) EXPECT_TRUE(isHDRAxes(axes)) << axes;
+    }
+    EXPECT_EQ(Ints({isMappedAxes(Colour_YCbCr_PQ), isMappedAxes(Colour_RGB_SLog3_Live_Mapped),
+                    isSLog3LiveAxes(Colour_RGB_SLog3_Live), isRGBHDRUnmappedAxes(Colour_RGB_PQ_Mapped)}),
+              Ints({0, 1, 1, 0}));
 }
 
 // Unsupported targets stop with the assertion's report: source file, function and expression.

@@ -3,6 +3,8 @@
 
 #include <cmath>
 
+#include "colour/TransferConstants.h"
+
 using PatternGen::colorAxes_e;
 
 namespace {
@@ -34,9 +36,6 @@ const char* const axisNames[PatternGen::colourAxesCount] = {
 // The gamma laws selected by gammaType.
 enum GammaLaw { GammaNone = 0, GammaPower24 = 1, GammaPower22 = 2 };
 
-// S-Log3 code values keep a fixed black whatever the bit depth.
-constexpr int sLog3Black = 95;
-
 // Exponents and the BT.709-style camera curve used by the gamma laws.
 namespace GammaCurve {
 constexpr double decode24 = 2.4;
@@ -49,10 +48,6 @@ constexpr double linearSlope = 4.5;
 constexpr double curveGain = 1.0993;
 constexpr double curveOffset = 0.0993;
 }  // namespace GammaCurve
-
-bool isSLog3YCbCr(int axes) {
-    return axes >= PatternGen::Colour_YCbCr_SLog3 && axes <= PatternGen::Colour_YCbCr_SLog3_Live_Mapped;
-}
 
 // The camera curve: linear near black, a 0.45 power above; the limit itself stays linear.
 double cameraCurve(double v) {
@@ -84,8 +79,8 @@ void ColourSpace::setColourSpace(colorAxes_e axes, int bits) {
         blackLevel = 0;
         whiteLevel = Levels::fullScale(bits);
         gammaType = GammaPower24;
-    } else if (isSLog3YCbCr(axes)) {
-        blackLevel = sLog3Black;
+    } else if (PatternGen::isSLog3YCbCrAxes(axes)) {
+        blackLevel = TransferConstants::SLog3::blackCode;  // the same at every depth
         whiteLevel = Levels::highestLegal(bits);
         gammaType = GammaPower22;
     } else {
@@ -134,20 +129,13 @@ bool ColourSpace::limitChroma(int& code) const {
     return clip(code, Levels::lowestLegal(bitDepth), Levels::highestLegal(bitDepth));
 }
 
-bool ColourSpace::isColourDifference() const {
-    return colourAxes >= PatternGen::Colour_YCbCr_601 && colourAxes <= PatternGen::Colour_YCbCr_SLog3_Live_Mapped;
-}
+bool ColourSpace::isColourDifference() const { return PatternGen::isYCbCrAxes(colourAxes); }
 
-bool ColourSpace::colourIsRGB() const {
-    return colourAxes == PatternGen::Colour_RGB || colourAxes == PatternGen::Colour_RGB_219 ||
-           (colourAxes >= PatternGen::Colour_RGB_PQ && colourAxes <= PatternGen::Colour_RGB_SLog3_Live_Mapped);
-}
+bool ColourSpace::colourIsRGB() const { return PatternGen::isRGBAxes(colourAxes); }
 
-bool ColourSpace::colourIsIn2020() const {
-    return colourAxes >= PatternGen::Colour_YCbCr_PQ && colourAxes <= PatternGen::Colour_RGB_SLog3_Live_Mapped;
-}
+bool ColourSpace::colourIsIn2020() const { return PatternGen::isIn2020Axes(colourAxes); }
 
-bool ColourSpace::colourIsHDR() const { return colourIsIn2020() && colourAxes != PatternGen::Colour_YCbCr_2020; }
+bool ColourSpace::colourIsHDR() const { return PatternGen::isHDRAxes(colourAxes); }
 
 double ColourSpace::gammaToLinear(int code) const { return decodePower(gammaType, normaliseLuma(code)); }
 

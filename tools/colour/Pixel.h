@@ -79,15 +79,28 @@ public:
     void assignYCbCr709Values(double r, double g, double b);
     void assignYCbCr2020Values(double r, double g, double b);
 
-    // Conversions (HDR).
+    // HDR transfer functions and their inverses. Light is in units of SDR white (100 cd/m2),
+    // signals 0..1, S-Log3 codes 10-bit code values.
     static double applyPqInverseEOTF(double x);
+    static double applyPqEOTF(double signal);
     static double applyHlgOETF(double x);
+    static double applyHlgInverseOETF(double signal);
+    // Display light to scene light (0..1) for the nominal 1000 cd/m2 display, and back.
+    static void applyHlgInverseOOTF(double& r, double& g, double& b);
+    static void applyHlgOOTF(double& r, double& g, double& b);
     static double applySLog3InverseOOTF(double x);
+    static double applySLog3OOTF(double x);
     static double applySLog3OETFAndRestoreAbsolutisedInput(double x, bool negative);
+    static double applySLog3InverseOETF(double code);
     static AbsoluteRGB absolutiseRgbInput(double& r, double& g, double& b);
     static void restoreAbsolutisedRgbInput(const AbsoluteRGB& flags, double& r, double& g, double& b);
 
+    // Primaries: this pixel's gamma law then BT.709 into BT.2020; and BT.2020 into BT.709, linear
+    // light in and out.
     void applyMatrixRGB709ValuesIn2020(double& r, double& g, double& b) const;
+    static void applyMatrixRGB2020ValuesIn709(double& r, double& g, double& b);
+
+    // Conversions (HDR).
     Pixel convertRGB709toYCbCrPQ(double r, double g, double b, PatternGen::colorAxes_e toSpace) const;
     Pixel convertRGB709toYCbCrHLG(double r, double g, double b, PatternGen::colorAxes_e toSpace) const;
     Pixel convertRGB709toYCbCrSLog3(double r, double g, double b, PatternGen::colorAxes_e toSpace) const;
