@@ -9,7 +9,7 @@ command -v $CXX >/dev/null || { echo "Please run: sudo apt-get install -y g++-ar
 FLAGS=$(pkg-config --cflags libpng libtiff-4 cairo pango pangocairo fontconfig freetype2 |
         tr ' ' '\n' | grep -v '^-I/usr/include/x86_64-linux-gnu$' | tr '\n' ' ')
 status=0
-for f in main.cpp PatternRender.cpp tools/*.cpp patterns/*.cpp; do
+for f in *.cpp $(find tools patterns -name '*.cpp'); do
     $CXX -std=c++17 -O2 -Wall -Wextra -Werror -mfloat-abi=hard -I. -Itools -Ipatterns $FLAGS \
         -idirafter /usr/include/x86_64-linux-gnu -fsyntax-only "$f" || status=1
 done
