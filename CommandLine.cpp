@@ -585,9 +585,9 @@ int handleInformationalOptions(int argc, char** argv) {
         const std::string name = word.option->name;
         if (name != "--help" && name != "--version") continue;
         const std::string text = name == "--help" ? usageText() : versionText();
-        if (std::fputs(text.c_str(), stdout) == EOF || std::fflush(stdout) != 0)
-            return error("Cannot write to standard output: %s", std::strerror(errno)) ? 0 : 1;
-        return 0;
+        if (std::fputs(text.c_str(), stdout) != EOF && std::fflush(stdout) == 0) return 0;
+        error("Cannot write to standard output: %s", std::strerror(errno));
+        return 1;
     }
     return -1;
 }
