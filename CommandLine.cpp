@@ -1,9 +1,20 @@
 // The command line: options and the output file name read into the settings of one render.
 #include "CommandLine.h"
 
-#include <cstdio>
+#include <glib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
+
+#include "colour/ColourSpace.h"
 
 using PatternGen::colorAxes_e;
 
@@ -11,84 +22,538 @@ namespace PatternRender {
 
 namespace {
 
-struct ColourWord {
-    const char* word;
-    colorAxes_e axes;
-};
+using Words = std::vector<std::string>;
 
-// The "-c" words, in the order they are tried.
-const ColourWord colourWords[] = {
-    {"RGB", PatternGen::Colour_RGB},
-    {"RGB-headroom", PatternGen::Colour_RGB_219},
-    {"HLG", PatternGen::Colour_YCbCr_HLG},
-    {"HLG-Mapped", PatternGen::Colour_YCbCr_HLG_Mapped},
-    {"PQ", PatternGen::Colour_YCbCr_PQ},
-    {"PQ-Mapped", PatternGen::Colour_YCbCr_PQ_Mapped},
-    {"S-Log3", PatternGen::Colour_YCbCr_SLog3},
-    {"S-Log3-Mapped", PatternGen::Colour_YCbCr_SLog3_Mapped},
-    {"S-Log3-Live", PatternGen::Colour_YCbCr_SLog3_Live},
-    {"S-Log3-Live-Mapped", PatternGen::Colour_YCbCr_SLog3_Live_Mapped},
-    {"RGB-HLG", PatternGen::Colour_RGB_HLG},
-    {"RGB-HLG-Mapped", PatternGen::Colour_RGB_HLG_Mapped},
-    {"RGB-PQ", PatternGen::Colour_RGB_PQ},
-    {"RGB-PQ-Mapped", PatternGen::Colour_RGB_PQ_Mapped},
-    {"RGB-S-Log3", PatternGen::Colour_RGB_SLog3},
-    {"RGB-S-Log3-Mapped", PatternGen::Colour_RGB_SLog3_Mapped},
-    {"RGB-S-Log3-Live", PatternGen::Colour_RGB_SLog3_Live},
-    {"RGB-S-Log3-Live-Mapped", PatternGen::Colour_RGB_SLog3_Live_Mapped},
-};
+const char* const helpHint = "Try 'pm5544 --help'.";
 
-// "-c": a named encoding, or a number of which only 601, 709 and 2020 change the axes.
-bool readColourWord(const char* word, colorAxes_e& axes) {
-    for (const ColourWord& entry : colourWords) {
-        if (std::strcmp(word, entry.word) == 0) {
-            axes = entry.axes;
-            return true;
+// ---- Messages ----
+
+void printPrefixed(const char* prefix, const char* format, va_list arguments) {
+    std::fflush(stdout);  // keeps the order of lines when both streams go to one place
+    std::fputs(prefix, stderr);
+    std::vfprintf(stderr, format, arguments);
+    std::fputc('\n', stderr);
+}
+
+[[gnu::format(printf, 1, 2)]] void warn(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    printPrefixed("Warning: ", format, arguments);
+    va_end(arguments);
+}
+
+// Returns false, so that a reader can end with `return error(...)`.
+[[gnu::format(printf, 1, 2)]] bool error(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    printPrefixed("Error: ", format, arguments);
+    va_end(arguments);
+    return false;
+}
+
+// Edit distance with letters compared regardless of case: how far a mistyped word is from a known one.
+size_t distance(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
+                              std::tolower(static_cast<unsigned char>(b[j - 1]));
+            const size_t above = row[j];
+            row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
+            diagonal = above;
         }
     }
-    int number = 0;
-    if (std::sscanf(word, "%d", &number) != 1) {
-        std::fprintf(stderr, "Error: Unrecognised Colour Space %s\n", word);
-        return false;
+    return row[b.size()];
+}
+
+std::string closest(const std::string& word, const Words& candidates) {
+    std::string best;
+    size_t bestDistance = SIZE_MAX;
+    for (const std::string& candidate : candidates) {
+        const size_t d = distance(word, candidate);
+        if (d < bestDistance) best = candidate, bestDistance = d;
     }
-    if (number == 601) axes = PatternGen::Colour_YCbCr_601;
-    if (number == 709) axes = PatternGen::Colour_YCbCr_709;
-    if (number == 2020) axes = PatternGen::Colour_YCbCr_2020;
+    return best;
+}
+
+std::string join(const Words& words, const char* separator) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : separator) + word;
+    return text;
+}
+
+// ---- Numbers, read as "%d" reads them ----
+
+enum class Read { Nothing, Number, OutOfRange };
+
+// A decimal number after optional white space and sign; moves `text` past it. A number that does not
+// fit an int is reported rather than wrapped, so that messages can quote what was typed.
+Read readNumber(const char*& text, int& value) {
+    errno = 0;
+    char* end = nullptr;
+    const long long number = std::strtoll(text, &end, 10);
+    if (end == text) return Read::Nothing;
+    text = end;
+    if (errno == ERANGE || number < INT_MIN || number > INT_MAX) return Read::OutOfRange;
+    value = static_cast<int>(number);
+    return Read::Number;
+}
+
+// A whole value that is one number from minimum to maximum, nothing before or after it.
+bool readWholeNumber(const char* value, int minimum, int maximum, int& number) {
+    const char* rest = value;
+    return !std::isspace(static_cast<unsigned char>(*value)) && readNumber(rest, number) == Read::Number &&
+           *rest == '\0' && number >= minimum && number <= maximum;
+}
+
+std::string capitalised(const char* what) {
+    std::string text = what;
+    if (!text.empty()) text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
+// "-b" and "-o": a value that is not a number leaves the setting; text after the number is ignored.
+bool readIntegerOption(const char* option, const char* value, int& setting, const char* what,
+                       const std::string& range) {
+    const char* rest = value;
+    int number = 0;
+    switch (readNumber(rest, number)) {
+        case Read::Nothing:
+            warn("%s %s is not a number: the %s stays %d", option, value, what, setting);
+            return true;
+        case Read::OutOfRange:
+            return error("%s %s is outside %s (%s)", capitalised(what).c_str(), value, range.c_str(), option);
+        case Read::Number:
+            break;
+    }
+    setting = number;
+    if (*rest != '\0') warn("%s %s is read as %d", option, value, number);
     return true;
 }
 
-void readSampling(const char* word, PatternGen::sampling_e& sampling) {
-    int number = 0;
-    if (std::sscanf(word, "%d", &number) != 1) return;
-    if (number == 422)
-        sampling = PatternGen::Sampling_422;
-    else if (number == 420)
-        sampling = PatternGen::Sampling_420;
-    else
-        sampling = PatternGen::Sampling_444;
-}
+struct PairOption {
+    const char* what;    // "size"
+    const char* layout;  // "WIDTHxHEIGHT"
+    std::string range;   // for a number that does not fit
+};
 
-void readQuadrant(const char* word, PatternGen::quadrant_e& quadrant) {
-    if (std::strcmp(word, "TL") == 0) quadrant = PatternGen::Quadrant_TL;
-    if (std::strcmp(word, "TR") == 0) quadrant = PatternGen::Quadrant_TR;
-    if (std::strcmp(word, "BL") == 0) quadrant = PatternGen::Quadrant_BL;
-    if (std::strcmp(word, "BR") == 0) quadrant = PatternGen::Quadrant_BR;
-}
+// Separators typed for an "x" that the value read as "%dx%d" stops at; a dot or comma is a decimal.
+bool looksLikeSeparator(char c) { return c != '\0' && c != 'x' && c != '.' && c != ',' && !std::isdigit(c); }
 
-// "%dx%d": a value that parses only its first number sets the first setting alone.
-void readPair(const char* word, int& first, int& second) {
+// "-d" and "-a" ("%dx%d"): a value that parses only its first number sets the first setting alone.
+bool readPairOption(const char* option, const char* value, int& first, int& second, const PairOption& pair) {
+    const char* rest = value;
     int a = 0, b = 0;
-    int parsed = std::sscanf(word, "%dx%d", &a, &b);
-    if (parsed >= 1) first = a;
-    if (parsed == 2) second = b;
+    const Read readFirst = readNumber(rest, a);
+    if (readFirst == Read::Nothing) {
+        warn("%s %s is not %s: the %s stays %dx%d", option, value, pair.layout, pair.what, first, second);
+        return true;
+    }
+    const char* afterSeparator = rest + (*rest == '\0' ? 0 : 1);
+    const Read readSecond = readNumber(afterSeparator, b);
+    if (readFirst == Read::OutOfRange || (*rest == 'x' && readSecond == Read::OutOfRange))
+        return error("%s %s is outside %s (%s)", capitalised(pair.what).c_str(), value, pair.range.c_str(), option);
+    first = a;
+    if (*rest == 'x' && readSecond == Read::Number) {
+        second = b;
+        if (*afterSeparator != '\0') warn("%s %s is read as %dx%d", option, value, first, second);
+    } else if (*rest != '\0') {
+        const bool typo = looksLikeSeparator(*rest) && readSecond == Read::Number && *afterSeparator == '\0';
+        const std::string meant = typo ? "; did you mean " + std::to_string(a) + "x" + std::to_string(b) + "?" : "";
+        warn("%s %s is read as %dx%d%s", option, value, first, second, meant.c_str());
+    }
+    return true;
 }
 
-void readInt(const char* word, int& value) {
+// ---- The short options, read as they always were ----
+
+// Every colour axis once, in the order the usage lists them. The numbers are read as numbers too.
+const ColourWord colourWordTable[] = {
+    {"RGB", PatternGen::Colour_RGB, "R'G'B', full range"},
+    {"RGB-headroom", PatternGen::Colour_RGB_219, "R'G'B', studio range (black 16, white 235 at 8 bits)"},
+    {"601", PatternGen::Colour_YCbCr_601, "Y'CbCr, BT.601 matrix"},
+    {"709", PatternGen::Colour_YCbCr_709, "Y'CbCr, BT.709 matrix"},
+    {"2020", PatternGen::Colour_YCbCr_2020, "Y'CbCr, BT.2020 matrix, standard dynamic range"},
+    {"PQ", PatternGen::Colour_YCbCr_PQ, "Y'CbCr, BT.2020, PQ (SMPTE ST 2084)"},
+    {"PQ-Mapped", PatternGen::Colour_YCbCr_PQ_Mapped, "as PQ, BT.709 colours mapped into BT.2020"},
+    {"HLG", PatternGen::Colour_YCbCr_HLG, "Y'CbCr, BT.2020, HLG (BT.2100)"},
+    {"HLG-Mapped", PatternGen::Colour_YCbCr_HLG_Mapped, "as HLG, BT.709 colours mapped into BT.2020"},
+    {"S-Log3", PatternGen::Colour_YCbCr_SLog3, "Y'CbCr, BT.2020, S-Log3"},
+    {"S-Log3-Mapped", PatternGen::Colour_YCbCr_SLog3_Mapped, "as S-Log3, BT.709 colours mapped into BT.2020"},
+    {"S-Log3-Live", PatternGen::Colour_YCbCr_SLog3_Live, "as S-Log3, after the S-Log3 inverse OOTF (live)"},
+    {"S-Log3-Live-Mapped", PatternGen::Colour_YCbCr_SLog3_Live_Mapped, "as S-Log3-Live, BT.709 colours mapped"},
+    {"RGB-PQ", PatternGen::Colour_RGB_PQ, "R'G'B', studio range, PQ"},
+    {"RGB-PQ-Mapped", PatternGen::Colour_RGB_PQ_Mapped, "as RGB-PQ, BT.709 colours mapped into BT.2020"},
+    {"RGB-HLG", PatternGen::Colour_RGB_HLG, "R'G'B', studio range, HLG"},
+    {"RGB-HLG-Mapped", PatternGen::Colour_RGB_HLG_Mapped, "as RGB-HLG, BT.709 colours mapped into BT.2020"},
+    {"RGB-S-Log3", PatternGen::Colour_RGB_SLog3, "R'G'B', studio range, S-Log3"},
+    {"RGB-S-Log3-Mapped", PatternGen::Colour_RGB_SLog3_Mapped, "as RGB-S-Log3, BT.709 colours mapped"},
+    {"RGB-S-Log3-Live", PatternGen::Colour_RGB_SLog3_Live, "as RGB-S-Log3, after the inverse OOTF (live)"},
+    {"RGB-S-Log3-Live-Mapped", PatternGen::Colour_RGB_SLog3_Live_Mapped, "as RGB-S-Log3-Live, colours mapped"},
+};
+static_assert(std::size(colourWordTable) == PatternGen::colourAxesCount, "one -c word per colour axis");
+
+const char* colourWordOf(colorAxes_e axes) {
+    for (const ColourWord& row : colourWordTable)
+        if (row.axes == axes) return row.word;
+    return "?";
+}
+
+// "-c": a word of the table, or a number of which only 601, 709 and 2020 change the axes.
+bool applyColour(const char* option, const char* value, Settings& s) {
+    for (const ColourWord& row : colourWordTable) {
+        if (std::strcmp(value, row.word) == 0) {
+            s.axes = row.axes;
+            return true;
+        }
+    }
+    const char* rest = value;
     int number = 0;
-    if (std::sscanf(word, "%d", &number) == 1) value = number;
+    if (readNumber(rest, number) != Read::Number) return error("Unrecognised Colour Space %s", value);
+    for (const ColourWord& row : colourWordTable) {
+        if (std::to_string(number) == row.word) {
+            s.axes = row.axes;
+            if (*rest != '\0') warn("%s %s is read as %s", option, value, row.word);
+            return true;
+        }
+    }
+    warn("%s %s names no colour encoding (the numbers are 601, 709 and 2020): it stays %s", option, value,
+         colourWordOf(s.axes));
+    return true;
+}
+
+bool applySampling(const char* option, const char* value, Settings& s) {
+    const char* rest = value;
+    int number = 0;
+    switch (readNumber(rest, number)) {
+        case Read::Nothing:
+            warn("%s %s is not a number: the sampling stays %d", option, value, int(s.sampling));
+            return true;
+        case Read::OutOfRange:
+            return error("Sampling %s is not 444, 422 or 420 (%s)", value, option);
+        case Read::Number:
+            break;
+    }
+    if (number == PatternGen::Sampling_422 || number == PatternGen::Sampling_420)
+        s.sampling = static_cast<PatternGen::sampling_e>(number);
+    else
+        s.sampling = PatternGen::Sampling_444;
+    if (*rest != '\0' || number != int(s.sampling)) warn("%s %s is read as %d", option, value, int(s.sampling));
+    return true;
+}
+
+struct QuadrantWord {
+    const char* word;
+    PatternGen::quadrant_e quadrant;
+};
+const QuadrantWord quadrantWords[] = {{"TL", PatternGen::Quadrant_TL},
+                                      {"TR", PatternGen::Quadrant_TR},
+                                      {"BL", PatternGen::Quadrant_BL},
+                                      {"BR", PatternGen::Quadrant_BR}};
+
+bool applyQuadrant(const char* option, const char* value, Settings& s) {
+    const char* current = "none";
+    for (const QuadrantWord& row : quadrantWords) {
+        if (std::strcmp(value, row.word) == 0) {
+            s.quadrant = row.quadrant;
+            return true;
+        }
+        if (row.quadrant == s.quadrant) current = row.word;
+    }
+    const std::string meant = closest(value, {"TL", "TR", "BL", "BR"});
+    const std::string hint = distance(value, meant) == 0 ? "; did you mean " + meant + "?" : "";
+    warn("%s %s is not TL, TR, BL or BR: the quadrant stays %s%s", option, value, current, hint.c_str());
+    return true;
+}
+
+std::string rasterRange() {
+    const std::string low = std::to_string(Limits::minimumSide), high = std::to_string(Limits::maximumSide);
+    return low + "x" + low + " to " + high + "x" + high;
+}
+std::string intRange() { return std::to_string(INT_MIN) + " to " + std::to_string(INT_MAX); }
+
+bool applyBits(const char* option, const char* value, Settings& s) {
+    return readIntegerOption(option, value, s.bits, "bit depth",
+                             std::to_string(Limits::minimumBits) + " to " + std::to_string(Limits::maximumBits));
+}
+bool applySize(const char* option, const char* value, Settings& s) {
+    return readPairOption(option, value, s.width, s.height, {"size", "WIDTHxHEIGHT", rasterRange()});
+}
+bool applyAspect(const char* option, const char* value, Settings& s) {
+    return readPairOption(
+        option, value, s.aspectNum, s.aspectDen,
+        {"aspect ratio", "NUMxDEN", "1x1 to " + std::to_string(INT_MAX) + "x" + std::to_string(INT_MAX)});
+}
+bool applyOptionValue(const char* option, const char* value, Settings& s) {
+    return readIntegerOption(option, value, s.optionValue, "option value", intRange());
+}
+bool applyEdgeTaperOff(const char*, const char*, Settings& s) {
+    s.edgeTaperOff = true;
+    return true;
+}
+bool applySelfTest(const char*, const char*, Settings& s) {
+    s.selfTest = true;
+    return true;
+}
+bool applyNothing(const char*, const char*, Settings&) { return true; }
+
+// ---- The long options ----
+
+const Format formatTable[] = {
+    {"png",
+     "16-bit RGBA PNG; Y'CbCr frames carry Cr, Y', Cb in R, G, B. Also written for a name without an "
+     "extension, or with one that names no format"},
+    {"tif", "16-bit three-sample TIFF, LZW, with the line-repeat list in tag 65456 \"LineRepeat\""},
+    {"dpx",
+     "10-bit DPX (SMPTE 268M) whatever -b says: descriptor 50 (RGB) for RGB and RGB-headroom, 102 "
+     "(CbYCr 4:4:4) for 709 with -s 444, 100 (CbYCrY 4:2:2) for every other encoding"},
+    {"pat", "signal-generator pattern file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422"},
+    {"yc4", "signal-generator pattern file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444"},
+    {"rgb", "signal-generator pattern file, R'G'B'; needs -b 12 and RGB-headroom or an HDR R'G'B' encoding"},
+    {"xyz", "as rgb, converted to DCI X'Y'Z'"},
+    {"y4m", "YUV4MPEG2 stream of --frames frames at --rate"},
+};
+
+Words formatNames() {
+    Words names;
+    for (const Format& row : formatTable) names.push_back(row.name);
+    return names;
+}
+
+bool isFormat(const std::string& name) {
+    const Words names = formatNames();
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool applyFormat(const char* option, const char* value, Settings& s) {
+    if (!isFormat(value))
+        return error("Unknown format %s (%s); did you mean %s?", value, option, closest(value, formatNames()).c_str());
+    s.format = value;
+    return true;
+}
+
+bool applyPreview(const char* option, const char* value, Settings& s) {
+    if (*value == '\0') return error("Option %s needs a file name", option);
+    s.preview = value;
+    return true;
+}
+
+bool applyFrames(const char* option, const char* value, Settings& s) {
+    if (!readWholeNumber(value, 1, Limits::maximumFrames, s.frames))
+        return error("Frames %s is not a whole number from 1 to %d (%s)", value, Limits::maximumFrames, option);
+    return true;
+}
+
+// NUM or NUM/DEN, whole numbers: a fractional rate such as 29.97 is exactly 30000/1001.
+bool applyRate(const char* option, const char* value, Settings& s) {
+    const char* slash = std::strchr(value, '/');
+    const std::string numerator = slash ? std::string(value, slash) : std::string(value);
+    int num = 0, den = 1;
+    if (!readWholeNumber(numerator.c_str(), 1, Limits::maximumRateTerm, num) ||
+        (slash && !readWholeNumber(slash + 1, 1, Limits::maximumRateTerm, den)))
+        return error("Rate %s is not NUM or NUM/DEN, whole numbers from 1 to %d, such as 25 or 30000/1001 (%s)", value,
+                     Limits::maximumRateTerm, option);
+    s.rateNum = num, s.rateDen = den;
+    return true;
+}
+
+// Text drawn on the card goes to Pango, which takes UTF-8 only.
+bool readText(const char* option, const char* value, std::string& setting) {
+    if (!g_utf8_validate(value, -1, nullptr)) return error("%s %s is not UTF-8 text", option, value);
+    setting = value;
+    return true;
+}
+bool applyIdent(const char* option, const char* value, Settings& s) { return readText(option, value, s.ident); }
+bool applyCaption(const char* option, const char* value, Settings& s) { return readText(option, value, s.caption); }
+bool applyFont(const char* option, const char* value, Settings& s) {
+    if (*value == '\0') return error("Option %s needs a font name", option);
+    return readText(option, value, s.font);
+}
+bool applyClock(const char*, const char*, Settings& s) {
+    s.clock = true;
+    return true;
+}
+
+// HH:MM:SS:FF, two digits each; the frames are checked against the rate once every option is read.
+bool applyTimecode(const char* option, const char* value, Settings& s) {
+    const int limits[] = {23, 59, 59, 99};
+    int fields[4] = {};
+    bool valid = std::strlen(value) == 11;
+    for (int i = 0; valid && i < 4; ++i) {
+        const char* field = value + 3 * i;
+        valid = std::isdigit(static_cast<unsigned char>(field[0])) &&
+                std::isdigit(static_cast<unsigned char>(field[1])) && (i == 3 || field[2] == ':');
+        fields[i] = valid ? (field[0] - '0') * 10 + (field[1] - '0') : 0;
+        valid = valid && fields[i] <= limits[i];
+    }
+    if (!valid) return error("Timecode %s is not HH:MM:SS:FF within 23:59:59 (%s)", value, option);
+    s.timecode = Timecode{fields[0], fields[1], fields[2], fields[3]};
+    return true;
+}
+
+Words colourWordList() {
+    Words words;
+    for (const ColourWord& row : colourWordTable) words.push_back(row.word);
+    return words;
+}
+Words samplingWords() { return {"444", "422", "420"}; }
+Words quadrantWordList() { return {"TL", "TR", "BL", "BR"}; }
+Words bitsWords() { return {"8", "10", "12", "16"}; }
+Words sizeWords() { return {"720x576", "720x486", "1280x720", "1920x1080", "2048x1080", "3840x2160", "4096x2160"}; }
+Words aspectWords() { return {"4x3", "16x9", "14x9", "1x1"}; }
+Words rateWords() { return {"24", "25", "30", "50", "60", "24000/1001", "30000/1001", "60000/1001"}; }
+
+const Option shortOptionTable[] = {
+    {"-b", "BITS", "12", "output bit depth, 8 to 16; DPX files are 10-bit whatever it says", applyBits, bitsWords},
+    {"-e", nullptr, nullptr, "accepted and ignored", applyNothing, nullptr},
+    {"-d", "WIDTHxHEIGHT", "1920x1080", "raster size in pixels; -d 1280 sets only the width", applySize, sizeWords},
+    {"-a", "NUMxDEN", "16x9", "display aspect ratio of the whole picture, such as 4x3", applyAspect, aspectWords},
+    {"-c", "ENCODING", "RGB", "colour encoding: a word of the list below, case as shown", applyColour, colourWordList},
+    {"-s", "SAMPLING", "444", "chroma sampling: 444, 422 or 420; any other number means 444", applySampling,
+     samplingWords},
+    {"-q", "QUADRANT", "none",
+     "render the quadrant TL, TR, BL or BR of a canvas twice the size; the PM5544 card refuses it", applyQuadrant,
+     quadrantWordList},
+    {"-o", "NUMBER", "0", "option value handed to the pattern", applyOptionValue, nullptr},
+    {"-u", nullptr, nullptr, "print the colour-arithmetic self-test instead of rendering; needs no FILE", applySelfTest,
+     nullptr},
+    {"-i", "WORD", nullptr, "turn the edge taper off; WORD is taken and ignored", applyEdgeTaperOff, nullptr},
+    {"-v", nullptr, nullptr, "accepted and ignored", applyNothing, nullptr},
+};
+
+// A new long option is one row here; --help, the manual page and the completion follow it.
+const Option longOptionTable[] = {
+    {"--format", "EXT", nullptr, "the format to write whatever FILE's extension: a name from the list of formats",
+     applyFormat, formatNames},
+    {"--preview", "FILE.png", nullptr, "also write a PNG preview of the frame to FILE.png", applyPreview, nullptr},
+    {"--frames", "N", "1", "number of frames to write, 1 to 1000000", applyFrames, nullptr},
+    {"--rate", "NUM[/DEN]", "25", "frame rate in frames per second, such as 25 or 30000/1001", applyRate, rateWords},
+    {"--ident", "TEXT", nullptr, "identification text drawn on the card", applyIdent, nullptr},
+    {"--caption", "TEXT", nullptr, "caption text drawn on the card", applyCaption, nullptr},
+    {"--clock", nullptr, nullptr, "draw a clock on the card", applyClock, nullptr},
+    {"--font", "NAME", nullptr, "font family of the card's text, as Fontconfig names it", applyFont, nullptr},
+    {"--timecode", "HH:MM:SS:FF", nullptr, "timecode of the first frame", applyTimecode, nullptr},
+    {"--help", nullptr, nullptr, "print this help and exit", applyNothing, nullptr},
+    {"--version", nullptr, nullptr, "print the version and the versions of the libraries, and exit", applyNothing,
+     nullptr},
+};
+
+const Option* findOption(const std::string& name, Rows<Option> table) {
+    for (const Option& option : table)
+        if (name == option.name) return &option;
+    return nullptr;
+}
+
+// ---- Splitting the command line into options and the file name ----
+
+// One option with its value, or the file name (option null).
+struct Word {
+    const Option* option = nullptr;
+    const char* value = nullptr;  // the option's value, or the file name
+    std::string error;            // why the word cannot be read: it is reported in its turn
+};
+
+Word readLongOption(const std::string& word, int argc, char** argv, int& i) {
+    const size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    Word read;
+    read.option = findOption(name, longOptions());
+    if (read.option == nullptr) {
+        Words names;
+        for (const Option& option : longOptions()) names.push_back(option.name);
+        read.error = "Unknown option " + name + "; did you mean " + closest(name, names) + "?\n" + helpHint;
+    } else if (read.option->value == nullptr && equals != std::string::npos) {
+        read.error = "Option " + name + " takes no value";
+    } else if (read.option->value != nullptr) {
+        if (equals != std::string::npos)
+            read.value = argv[i] + equals + 1;
+        else if (i + 1 < argc)
+            read.value = argv[++i];
+        else
+            read.error = "Option " + name + " needs a value";
+    }
+    return read;
+}
+
+// Short options are compared exactly; a word starting with "--" is a long option; "--" alone ends the
+// options; every other word is the file name.
+std::vector<Word> readWords(int argc, char** argv) {
+    std::vector<Word> words;
+    bool optionsEnded = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        const Option* option = optionsEnded ? nullptr : findOption(word, shortOptions());
+        if (option != nullptr) {
+            Word read;
+            read.option = option;
+            if (option->value != nullptr && i + 1 >= argc) read.error = "Option " + word + " needs a value";
+            if (option->value != nullptr && i + 1 < argc) read.value = argv[++i];
+            words.push_back(read);
+        } else if (!optionsEnded && word == "--") {
+            optionsEnded = true;
+        } else if (!optionsEnded && word.compare(0, 2, "--") == 0) {
+            words.push_back(readLongOption(word, argc, argv, i));
+        } else {
+            Word name;
+            name.value = argv[i];
+            words.push_back(name);
+        }
+    }
+    return words;
+}
+
+// Checks that need every option read.
+bool checkCombinations(const Settings& s) {
+    const int framesPerSecond = (s.rateNum + s.rateDen - 1) / s.rateDen;
+    if (s.timecode && s.timecode->frames >= framesPerSecond)
+        return error("Timecode frame %02d is past the last frame of a second at the rate %d/%d (--timecode)",
+                     s.timecode->frames, s.rateNum, s.rateDen);
+    if (!s.preview.empty() && s.haveFileName && s.preview == s.fileName)
+        return error("--preview %s is the output file as well", s.preview.c_str());
+    return true;
+}
+
+// ---- Warnings about what a format does with the settings ----
+
+void warnAboutFallbackToPng(const Settings& s) {
+    bool hasDot = false;
+    const std::string ext = fileExtension(s.fileName, hasDot);
+    if (!hasDot || ext.find('/') != std::string::npos) {
+        warn("%s has no extension: writing PNG (--format chooses another format)", s.fileName.c_str());
+        return;
+    }
+    if (isFormat(ext) || distance(ext, "png") == 0) return;
+    const std::string meant = closest(ext, formatNames());
+    const std::string hint =
+        distance(ext, meant) <= 1 ? "; did you mean ." + meant + "?" : "; the formats are " + join(formatNames(), ", ");
+    warn("The extension .%s names no format: writing PNG to %s%s", ext.c_str(), s.fileName.c_str(), hint.c_str());
+}
+
+void warnAboutDpx(const Settings& s) {
+    constexpr int dpxBits = 10;
+    if (s.bits != dpxBits)
+        warn("DPX files are always 10-bit: -b %d rounds the frame to %d bits, %s (-b 10 rounds to 10)", s.bits, s.bits,
+             s.bits > dpxBits ? "of which the file keeps the top 10" : "which the file stores in 10");
+    const bool written444 = s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444;
+    if (PatternGen::isYCbCrAxes(s.axes) && s.sampling != PatternGen::Sampling_422 && !written444)
+        warn("DPX writes -c %s -s %d as 4:2:2 (descriptor 100): only -c 709 is written as 4:4:4", colourWordOf(s.axes),
+             int(s.sampling));
+    if (PatternGen::isRGBHDRAxes(s.axes))
+        warn(
+            "DPX writes the R'G'B' samples of -c %s under the CbYCrY 4:2:2 descriptor (100), so readers decode "
+            "them as Y'CbCr",
+            colourWordOf(s.axes));
 }
 
 }  // namespace
+
+Rows<Option> shortOptions() { return {std::begin(shortOptionTable), std::end(shortOptionTable)}; }
+Rows<Option> longOptions() { return {std::begin(longOptionTable), std::end(longOptionTable)}; }
+Rows<ColourWord> colourWords() { return {std::begin(colourWordTable), std::end(colourWordTable)}; }
+Rows<Format> formats() { return {std::begin(formatTable), std::end(formatTable)}; }
 
 std::string fileExtension(const std::string& fileName, bool& hasDot) {
     const size_t dot = fileName.rfind('.');
@@ -97,42 +562,64 @@ std::string fileExtension(const std::string& fileName, bool& hasDot) {
 }
 
 bool parseCommandLine(int argc, char** argv, Settings& s) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
-        const bool takesValue = word == "-b" || word == "-d" || word == "-a" || word == "-c" || word == "-s" ||
-                                word == "-q" || word == "-o" || word == "-i";
-        if (takesValue && i + 1 >= argc) {
-            std::fprintf(stderr, "Error: Option %s needs a value\n", word.c_str());
+    for (const Word& word : readWords(argc, argv)) {
+        if (!word.error.empty()) return error("%s", word.error.c_str());
+        if (word.option == nullptr) {
+            s.fileName = word.value;
+            s.haveFileName = true;
+        } else if (!word.option->apply(word.option->name, word.value, s)) {
             return false;
         }
-        const char* value = takesValue ? argv[i + 1] : nullptr;
-        if (word == "-b") {
-            readInt(value, s.bits);
-        } else if (word == "-e") {
-        } else if (word == "-d") {
-            readPair(value, s.width, s.height);
-        } else if (word == "-a") {
-            readPair(value, s.aspectNum, s.aspectDen);
-        } else if (word == "-c") {
-            if (!readColourWord(value, s.axes)) return false;
-        } else if (word == "-s") {
-            readSampling(value, s.sampling);
-        } else if (word == "-q") {
-            readQuadrant(value, s.quadrant);
-        } else if (word == "-o") {
-            readInt(value, s.optionValue);
-        } else if (word == "-u") {
-            s.selfTest = true;
-        } else if (word == "-i") {
-            s.edgeTaperOff = true;
-        } else if (word == "-v") {
-        } else {
-            s.fileName = word;
-            s.haveFileName = true;
-        }
-        if (takesValue) ++i;
     }
-    return true;
+    return checkCombinations(s);
+}
+
+int handleInformationalOptions(int argc, char** argv) {
+    if (argc < 2) {
+        error("Filename not given");
+        printHelpHint();
+        return 1;
+    }
+    for (const Word& word : readWords(argc, argv)) {
+        if (word.option == nullptr || !word.error.empty()) continue;
+        const std::string name = word.option->name;
+        if (name != "--help" && name != "--version") continue;
+        const std::string text = name == "--help" ? usageText() : versionText();
+        if (std::fputs(text.c_str(), stdout) != EOF && std::fflush(stdout) == 0) return 0;
+        error("Cannot write to standard output: %s", std::strerror(errno));
+        return 1;
+    }
+    return -1;
+}
+
+void printHelpHint() { std::fprintf(stderr, "%s\n", helpHint); }
+
+std::string outputFormat(const Settings& s) {
+    if (!s.format.empty()) return s.format;
+    bool hasDot = false;
+    const std::string ext = fileExtension(s.fileName, hasDot);
+    return s.fileName != "-" && hasDot && isFormat(ext) ? ext : "png";
+}
+
+void warnAboutSettings(const Settings& s) {
+    if (s.format.empty() && s.fileName != "-") warnAboutFallbackToPng(s);
+    if (outputFormat(s) == "dpx") warnAboutDpx(s);
+}
+
+FILE* divertProgressFromStandardOutput() {
+    if (isatty(STDOUT_FILENO)) {
+        error("Standard output is a terminal: send the file (-) to a pipe or redirect it");
+        return nullptr;
+    }
+    std::fflush(stdout);
+    const int data = dup(STDOUT_FILENO);
+    FILE* stream = data < 0 ? nullptr : fdopen(data, "wb");
+    if (stream == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        error("Cannot keep standard output for the file: %s", std::strerror(errno));
+        if (stream != nullptr) std::fclose(stream);
+        return nullptr;
+    }
+    return stream;
 }
 
 }  // namespace PatternRender

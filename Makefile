@@ -1,11 +1,11 @@
 # Two commands for a newcomer: `make run` renders the default card, `make test` runs every test.
 BUILD_PACKAGES := cmake g++ make pkg-config libpng-dev libtiff-dev nlohmann-json3-dev libcairo2-dev \
                   libpango1.0-dev libfreetype-dev libfontconfig-dev
-TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg fonts-dejavu-core
+TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg fonts-dejavu-core man-db groff-base bash-completion
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png
 
-.PHONY: run test build bench check-arm deps deps-test clean
+.PHONY: run test build bench check-arm deps deps-test clean install package
 
 run: deps build
 	./build/pm5544 $(OUTPUT)
@@ -24,6 +24,18 @@ build:
 bench: deps build
 	cmake --build build -j $(JOBS) --target pm5544_bench
 	./build/pm5544_bench
+
+# The program, its manual page and its bash completion, under $(PREFIX) in $(DESTDIR).
+PREFIX         ?= /usr/local
+install: deps build
+	cmake --build build -j $(JOBS) --target pm5544 pm5544_docs
+	DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)"
+
+# A Debian package in build/, its Depends worked out by dpkg-shlibdeps.
+package: deps build
+	@./scripts/install-packages.sh dpkg-dev
+	cmake --build build -j $(JOBS) --target pm5544 pm5544_docs
+	cd build && cpack -G DEB
 
 check-arm:
 	./scripts/check-arm.sh

@@ -80,7 +80,7 @@ TEST_F(Program, RefusalsPrintTheirMessageAndWriteNothing) {
     const struct {
         const char *args, *out, *err;  // a null err only has to start with "Error: "
     } cases[] = {
-        {"", "", "Error: Filename not given\n"},
+        {"", "", "Error: Filename not given\nTry 'pm5544 --help'.\n"},
         {"-c Rgb card.png", "", "Error: Unrecognised Colour Space Rgb\n"},
         {"card.png -d", "", "Error: Option -d needs a value\n"},
         {"-d 10x10 card.png", "", nullptr},
