@@ -34,25 +34,31 @@ int firstWhere(int from, int to, Predicate pred) {
     return from;
 }
 
-}  // namespace
-
-Pixel PhilipsPm5544Spec::body(int x, int y) {
-    if (x < 0 || y < 0) printf("PhilipsPm5544Spec::body x=%d y=%d\n", x, y);
+// (x, y) read as an index into a frame of width x height pixels, formed in unsigned arithmetic: a
+// column left of the picture wraps into the row above. An index past the frame is an error.
+std::pair<int, int> positionInFrame(int x, int y, int width, int height) {
     const uint32_t columns = static_cast<uint32_t>(width);
-    if (rows && static_cast<uint32_t>(x) < columns && static_cast<uint32_t>(y) < static_cast<uint32_t>(height)) {
-        return rows->shaped(x, y);
-    }
-    // Anything else is read as an index into the whole frame, formed in unsigned arithmetic: a
-    // column left of the picture wraps into the row above, an index past the frame is an error.
     const uint32_t index = static_cast<uint32_t>(x) + columns * static_cast<uint32_t>(y);
-    const size_t pixels = rows ? static_cast<size_t>(columns) * static_cast<size_t>(height) : 0;
+    const size_t pixels = static_cast<size_t>(columns) * static_cast<size_t>(height);
     if (index >= pixels) {
         char message[128];
         snprintf(message, sizeof message, "vector::_M_range_check: __n (which is %zu) >= this->size() (which is %zu)",
                  static_cast<size_t>(index), pixels);
         throw std::out_of_range(message);
     }
-    return rows->shaped(static_cast<int>(index % columns), static_cast<int>(index / columns));
+    return {static_cast<int>(index % columns), static_cast<int>(index / columns)};
+}
+
+}  // namespace
+
+Pixel PhilipsPm5544Spec::body(int x, int y) {
+    if (rows && static_cast<uint32_t>(x) < static_cast<uint32_t>(width) &&
+        static_cast<uint32_t>(y) < static_cast<uint32_t>(height)) {
+        return rows->shaped(x, y);
+    }
+    if (x < 0 || y < 0) printf("PhilipsPm5544Spec::body x=%d y=%d\n", x, y);
+    const std::pair<int, int> position = positionInFrame(x, y, width, rows ? height : 0);
+    return rows->shaped(position.first, position.second);
 }
 
 PhilipsPm5544Spec::Rows::Rows(PhilipsPm5544Spec& card)
@@ -74,40 +80,50 @@ PhilipsPm5544Spec::Rows::Rows(PhilipsPm5544Spec& card)
 
 void PhilipsPm5544Spec::Rows::fillLine(int y, std::vector<Pixel>& out) { fill(layoutOf(y), out); }
 
-// Rows laid out like the current one are the current one. A row made of the same kinds differs
-// from it only between the old and the new place of each circle bound, so only the pixels within
-// reach of those columns are shaped again. Any other row is shaped afresh, copying what it can
-// from the row shaped before.
+// Rows laid out like the current one are the current one; rows made of the same kinds differ from
+// it only around the circle's bounds; any other row is shaped afresh.
 void PhilipsPm5544Spec::Rows::moveTo(int y) {
     const Layout next = layoutOf(y);
-    // Copies are only safe when shaping prints nothing, since a copy would not print it again.
+    // Reuse is only safe when shaping prints nothing, since a copy would not print it again.
     const bool reuse = edgeShaper.silent() && currentY >= 0;
-    const size_t count = static_cast<size_t>(card.width);
-    if (reuse && next == current) {
-        currentY = y;
-        return;
-    }
-    if (reuse && next.sameKinds(current)) {
-        fill(next, line);
-        const std::pair<int, int> bounds[] = {{next.outlineBegin, current.outlineBegin},
-                                              {next.innerBegin, current.innerBegin},
-                                              {next.innerEnd, current.innerEnd},
-                                              {next.outlineEnd, current.outlineEnd}};
-        for (const auto& [now, before] : bounds) {
-            if (now == before) continue;
-            // Canvas column x is line position x + front.
-            const size_t from = static_cast<size_t>(std::min(now, before)) + edgeShaper.front();
-            const size_t to = static_cast<size_t>(std::max(now, before)) + edgeShaper.front();
-            edgeShaper.reshapeAround(line, count, from, to, shapedRow.data());
+    if (!(reuse && next == current)) {
+        if (reuse && next.sameKinds(current)) {
+            moveBounds(next);
+        } else {
+            shapeAfresh(next, reuse);
         }
-    } else {
-        line.swap(earlierLine);
-        shapedRow.swap(earlierShaped);
-        fill(next, line);
-        edgeShaper.shapeLine(line, count, reuse ? &earlierLine : nullptr, earlierShaped.data(), shapedRow.data());
+        current = next;
     }
-    current = next;
     currentY = y;
+}
+
+// The line changes only between the old and the new place of each bound: those columns are filled
+// again and the pixels within reach of them shaped again.
+void PhilipsPm5544Spec::Rows::moveBounds(const Layout& next) {
+    const std::pair<int, int> bounds[] = {{next.outlineBegin, current.outlineBegin},
+                                          {next.innerBegin, current.innerBegin},
+                                          {next.innerEnd, current.innerEnd},
+                                          {next.outlineEnd, current.outlineEnd}};
+    for (const auto& [now, before] : bounds) {
+        if (now != before) fillColumns(next, std::min(now, before), std::max(now, before), line.data());
+    }
+    for (const auto& [now, before] : bounds) {
+        if (now == before) continue;
+        // Canvas column x is line position x + front.
+        const size_t from = static_cast<size_t>(std::min(now, before)) + edgeShaper.front();
+        const size_t to = static_cast<size_t>(std::max(now, before)) + edgeShaper.front();
+        edgeShaper.reshapeAround(line, static_cast<size_t>(card.width), from, to, shapedRow.data());
+    }
+}
+
+// The current row becomes the earlier one, whose shaped pixels are copied where the new line has
+// the same neighbourhood.
+void PhilipsPm5544Spec::Rows::shapeAfresh(const Layout& next, bool reuse) {
+    line.swap(earlierLine);
+    shapedRow.swap(earlierShaped);
+    fill(next, line);
+    edgeShaper.shapeLine(line, static_cast<size_t>(card.width), reuse ? &earlierLine : nullptr, earlierShaped.data(),
+                         shapedRow.data());
 }
 
 PhilipsPm5544Spec::Rows::Layout PhilipsPm5544Spec::Rows::layoutOf(int y) {
@@ -157,16 +173,30 @@ const Pixel* PhilipsPm5544Spec::Rows::outsideRow(OutsideKind kind, int Y) {
 
 void PhilipsPm5544Spec::Rows::fill(const Layout& row, std::vector<Pixel>& out) const {
     out.resize(padFront + static_cast<size_t>(endFilled - firstFilled) + padBack);
-    Pixel* next = out.data();
-    auto copyColumns = [&](const Pixel* table, int from, int to) {
-        if (from < to) next = std::copy(table + from, table + to, next);
-    };
-    auto fillColumns = [&](const Pixel& pixel, size_t count) { next = std::fill_n(next, count, pixel); };
-    fillColumns(card.black, padFront);
-    copyColumns(row.outside, firstFilled, row.outlineBegin);
-    fillColumns(card.white, static_cast<size_t>(row.innerBegin - row.outlineBegin));
-    copyColumns(row.inside, row.innerBegin, row.innerEnd);
-    fillColumns(card.white, static_cast<size_t>(row.outlineEnd - row.innerEnd));
-    copyColumns(row.outside, row.outlineEnd, endFilled);
-    fillColumns(card.black, padBack);
+    std::fill_n(out.begin(), padFront, card.black);
+    fillColumns(row, firstFilled, endFilled, out.data());
+    std::fill(out.end() - static_cast<std::ptrdiff_t>(padBack), out.end(), card.black);
+}
+
+// Canvas columns from .. to - 1 (filled ones) of the line, at line position x + front.
+void PhilipsPm5544Spec::Rows::fillColumns(const Layout& row, int from, int to, Pixel* out) const {
+    const struct {
+        int begin, end;
+        const Pixel* table;  // the pixels of a row kind, or null for white
+    } segments[] = {{firstFilled, row.outlineBegin, row.outside},
+                    {row.outlineBegin, row.innerBegin, nullptr},
+                    {row.innerBegin, row.innerEnd, row.inside},
+                    {row.innerEnd, row.outlineEnd, nullptr},
+                    {row.outlineEnd, endFilled, row.outside}};
+    for (const auto& segment : segments) {
+        const int begin = std::max(segment.begin, from);
+        const int end = std::min(segment.end, to);
+        if (begin >= end) continue;
+        Pixel* position = out + edgeShaper.front() + static_cast<size_t>(begin);
+        if (segment.table) {
+            std::copy(segment.table + begin, segment.table + end, position);
+        } else {
+            std::fill_n(position, end - begin, card.white);
+        }
+    }
 }

@@ -51,7 +51,10 @@ private:
     const Pixel* insideRow(InsideKind kind);
     const Pixel* outsideRow(OutsideKind kind, int Y);
     void fill(const Layout& layout, std::vector<Pixel>& line) const;
+    void fillColumns(const Layout& layout, int from, int to, Pixel* line) const;
     void moveTo(int y);
+    void moveBounds(const Layout& next);
+    void shapeAfresh(const Layout& next, bool reuse);
 
     PhilipsPm5544Spec& card;
     CardEdgeShaper edgeShaper;
