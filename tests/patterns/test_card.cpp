@@ -202,3 +202,36 @@ TEST(CardRows, AnyOrderOfAccessGivesTheSamePixels) {
         for (int x = width - 1; x >= 0; --x)
             ASSERT_TRUE(same(card->body(x, y), scan[size_t(y) * width + x])) << "x=" << x << " y=" << y;
 }
+
+// On random lines of short runs (features one to five pixels wide), the run-based shaping, the copying from
+// another line and the reshaping around a changed stretch all give what shapePixel() gives position by position.
+TEST(CardShaping, FastPathsEqualShapingPixelByPixel) {
+    auto card = makeCard(64, 36, 16, 9, Colour_YCbCr_709, 10, Sampling_422);
+    const CardEdgeShaper& shaper = CardTestAccess::shaper(*card);
+    const Pixel colours[] = {card->black, card->white, card->grey50, card->red100};
+    const size_t count = 200, front = shaper.front();
+    std::mt19937 random(76);
+    auto randomLine = [&] {
+        std::vector<Pixel> line;
+        while (line.size() < count + 4) line.insert(line.end(), 1 + random() % 5, colours[random() % 4]);
+        line.resize(count + 4);
+        return line;
+    };
+    auto expectShapedLike = [&](const std::vector<Pixel>& line, const std::vector<Pixel>& shaped, const char* path) {
+        for (size_t i = 0; i < count; ++i)
+            ASSERT_TRUE(same(shaped[i], shaper.shapePixel(line, i + front))) << path << " at " << i;
+    };
+    for (int trial = 0; trial < 200; ++trial) {
+        const std::vector<Pixel> line = randomLine();
+        std::vector<Pixel> shaped(count), copied(count);
+        shaper.shapeLine(line, count, nullptr, nullptr, shaped.data());
+        expectShapedLike(line, shaped, "runs");
+        std::vector<Pixel> changed = line;
+        const size_t from = random() % count, to = from + 1 + random() % 8;
+        for (size_t i = from; i < to && i < changed.size(); ++i) changed[i] = colours[random() % 4];
+        shaper.shapeLine(changed, count, &line, shaped.data(), copied.data());
+        expectShapedLike(changed, copied, "copied from another line");
+        shaper.reshapeAround(changed, count, from, to, shaped.data());
+        expectShapedLike(changed, shaped, "reshaped");
+    }
+}
