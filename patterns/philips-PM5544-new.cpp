@@ -225,8 +225,9 @@ bool PhilipsPm5544Spec::onHorizontalLine(GridDrawing draw, const std::optional<i
     return !clear || (this->*draw)(*clear, Y, result);
 }
 
-// A column where the grid draws nothing in some row. The grid repeats every pitch rows and, on the
-// display, every pitch columns, so one pitch each way holds such a point if there is any.
+// A column where the grid draws nothing in some row. The grid repeats every pitch rows, and every
+// pitch columns give or take the rounding into line units, so one pitch each way holds such a point
+// if there is any.
 std::optional<int> PhilipsPm5544Spec::clearColumn(GridDrawing draw, int pitch) {
     for (int X = 0; X <= pitch; ++X) {
         for (int Y = 0; Y < pitch; ++Y) {

@@ -178,7 +178,7 @@ void PhilipsPm5544Spec::Rows::fill(const Layout& row, std::vector<Pixel>& out) c
     std::fill(out.end() - static_cast<std::ptrdiff_t>(padBack), out.end(), card.black);
 }
 
-// Canvas columns from .. to - 1 (filled ones) of the line, at line position x + front.
+// Writes the filled canvas columns among from .. to - 1 into the line, column x at position x + front.
 void PhilipsPm5544Spec::Rows::fillColumns(const Layout& row, int from, int to, Pixel* out) const {
     const struct {
         int begin, end;
