@@ -1,38 +1,27 @@
-// The PM5544 test card: palette per encoding, layout in 576ths of the height, pre-rendered
-// frame with its own edge shaping, and a per-pixel look-up for the rendering loops.
+// The PM5544 test card: palette per encoding, layout in 576ths of the height, edges shaped by the
+// card itself, and a per-pixel look-up for the rendering loops that keeps only a few rows.
 #pragma once
 
-#include <cstdint>
-#include <deque>
 #include <memory>
-#include <utility>
-#include <vector>
+#include <optional>
 
-#include "pattern/PatternWrapper.h"
 #include "colour/Pixel.h"
+#include "pattern/PatternWrapper.h"
 
 class PhilipsPm5544Spec final : public PatternSpec {
 public:
     PhilipsPm5544Spec();
     ~PhilipsPm5544Spec();
 
-    // Chooses the palette, derives the size-dependent parameters and renders and shapes the whole frame.
+    // Chooses the palette and derives the size-dependent parameters; rows are shaped on demand.
     void setup() override;
-    // The finished pixel from cardFrame (bounds-checked).
+    // The finished pixel: the row is shaped when asked for first (bounds-checked like an index
+    // into the whole frame).
     Pixel body(int x, int y) override;
     bool useFullCanvasSize() override;
 
     // The card's pixel at canvas position (x, y), with hard edges.
     Pixel render(int x, int y);
-
-    // The padded line buffer of row y before shaping: black padding, render(x, y), black padding.
-    // The reference fill calls render() for every pixel; the fast fill, which setup() uses, looks
-    // the same pixels up in per-column tables. Both are public so that tests can compare them.
-    void fillLineReference(int y, std::vector<Pixel>& line);
-    void fillLineFast(int y, std::vector<Pixel>& line);
-    // The whole frame built the slow way (reference fill, every pixel shaped on its own); after
-    // init() it equals cardFrame.
-    std::vector<Pixel> referenceFrame();
 
     // Palette, set by setup() for the output colour axes.
     Pixel black;
@@ -60,10 +49,9 @@ public:
     int pulseBarWidth = 0;          // pixels
     int redBoxWidth = 0;            // pixels
 
-    // The whole pre-rendered frame, width x height, row-major.
-    std::vector<Pixel> cardFrame;
-
 private:
+    friend struct CardTestAccess;  // tests reach the row fill and the edge shaper through it
+
     // Bands inside the circle, top to bottom.
     enum class Band {
         TopCap,
@@ -77,38 +65,55 @@ private:
         BlackBar,
         BottomCap
     };
-    // Per-column tables of the fast line fill; built on first use, released at the end of setup().
-    struct LineTables;
-    // Which tables and which column intervals make up one row in the fast line fill.
-    struct RowLayout;
+    static constexpr int bandCount = static_cast<int>(Band::BottomCap) + 1;
+
+    // All insidePixel() reads of a row inside the circle: its band, whether the centre strip cuts
+    // into it and whether the centre cross runs along it.
+    struct InsideKind {
+        Band band;
+        bool strip;
+        bool cross;
+    };
+    // All outsidePixel() depends on of a row: whether it crosses the field, and whether it lies on
+    // a horizontal line of the field's grid and of the border's pattern.
+    struct OutsideKind {
+        bool field;
+        bool gridLine;
+        bool borderLine;
+    };
+    using GridDrawing = bool (PhilipsPm5544Spec::*)(int X, int Y, Pixel& result);
+
+    // The shaped rows body() serves, built from row kinds.
+    class Rows;
 
     // Layout unit: k/576 of the picture height.
     int h(int k) const { return heightFraction(k, 576); }
+    int gridPitch() const { return heightFraction(79, 1080); }
 
     void choosePalette();
     void deriveParameters();
-    Pixel shapePixel(const std::vector<Pixel>& line, size_t i, const std::deque<double>& edgeTransition) const;
-    void appendShapedLine(const std::vector<Pixel>& line, const std::vector<Pixel>* above,
-                          const std::deque<double>& edgeTransition, size_t reach);
-    void appendRowAbove();
-    void appendShapedLineWithMovedBounds(const RowLayout& row, const RowLayout& rowAbove,
-                                         const std::vector<Pixel>& line, const std::deque<double>& edgeTransition,
-                                         size_t reach);
-    bool shapingIsSilent(const std::deque<double>& edgeTransition) const;
-    size_t shapingReach(const std::deque<double>& edgeTransition) const;
 
-    Pixel renderOutsideCircle(int X, int Y);
-    Pixel renderCentre(int X, int Y);
-    Pixel renderGratings(int X);
-
-    void buildLineTables();
-    std::pair<int, int> columnsCloserThan(int64_t limitSquared) const;
-    RowLayout rowLayout(int y);
-    void fillLine(const RowLayout& row, std::vector<Pixel>& line);
+    // The layout, in coordinates about the centre. render() reads it pixel by pixel, Rows row
+    // kind by row kind.
+    bool withinRadius(int X, int Y, int radius) const;
+    int innerRadius() const { return h(252); }
+    int outlineRadius() const { return h(254); }
     Band bandOfRow(int Y) const;
-    Pixel bandPixel(Band band, int X, int Y);
-    const std::vector<Pixel>& insideRow(int Y);
-    const std::vector<Pixel>& outsideRow(int Y);
+    InsideKind insideKind(int Y) const;
+    Pixel insidePixel(InsideKind kind, int X);
+    Pixel bandPixel(Band band, bool crossRow, int X);
+    Pixel centrePixel(bool crossRow, int X);
+    Pixel gratingPixel(int X);
+    bool inFieldRows(int Y) const;
+    OutsideKind outsideKind(int Y);
+    Pixel outsidePixel(int X, int Y);
+    bool drawFieldGrid(int X, int Y, Pixel& result);
+    bool drawBorder(int X, int Y, Pixel& result);
+    std::optional<int> clearColumn(GridDrawing draw, int pitch);
+    bool onHorizontalLine(GridDrawing draw, const std::optional<int>& clear, int Y);
 
-    std::unique_ptr<LineTables> lineTables;
+    // Columns clear of the vertical lines of the field's grid and of the border's pattern.
+    std::optional<int> fieldGridClear;
+    std::optional<int> borderClear;
+    std::unique_ptr<Rows> rows;
 };

@@ -1,15 +1,23 @@
 // The PM5544 card: palette per encoding, band layout at 576 lines, edge shaping, body look-up, and the
-// fast line fill and shaped frame against their reference definitions.
+// rows body() serves against their reference definitions, in any order of access.
 // Golden codes were computed independently from the raised-cosine formula and the studio-level blend.
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "TestFiles.h"
 #include "philips-PM5544-new.h"
+#include "philips-PM5544-rows.h"
+
+// The card's row fill and edge shaper, which only tests look at on their own.
+struct CardTestAccess {
+    static void fillLine(PhilipsPm5544Spec& card, int y, std::vector<Pixel>& line) { card.rows->fillLine(y, line); }
+    static const CardEdgeShaper& shaper(const PhilipsPm5544Spec& card) { return card.rows->shaper(); }
+};
 
 using namespace PatternGen;
 using Member = Pixel PhilipsPm5544Spec::*;
@@ -48,7 +56,7 @@ protected:
     static void SetUpTestSuite() { card = makeCard(768, 576, 4, 3, Colour_YCbCr_709).release(); }
     static void TearDownTestSuite() { delete card; }
     static Pixel at(int X, int Y) { return card->render(X + 384, Y + 288); }
-    static Pixel framed(int X, int Y) { return card->cardFrame.at(static_cast<size_t>((Y + 288) * 768 + X + 384)); }
+    static Pixel framed(int X, int Y) { return card->body(X + 384, Y + 288); }
     static PhilipsPm5544Spec* card;
 };
 PhilipsPm5544Spec* CardLayout::card = nullptr;
@@ -126,16 +134,16 @@ TEST_F(CardLayout, OnePixelFeatureKeepsItsFullAmplitude) {
     EXPECT_TRUE(same(framed(X, 60), at(X, 60))) << "X=" << X;
 }
 
-TEST(CardBody, LooksUpTheStoredFrameWithABoundsCheck) {
+TEST(CardBody, ReadsLikeAnIndexIntoTheWholeFrame) {
     auto card = makeCard(64, 36, 16, 9, Colour_YCbCr_709);
-    const auto& frame = card->cardFrame;
-    EXPECT_TRUE(same(card->body(63, 35), frame.back()));
     // A negative coordinate is reported, then the index is formed in unsigned arithmetic.
     Pixel wrapped;
     EXPECT_EQ(TestFiles::stdoutOf([&] { wrapped = card->body(-1, 1); }), "PhilipsPm5544Spec::body x=-1 y=1\n");
-    EXPECT_TRUE(same(wrapped, frame[63]));
+    EXPECT_TRUE(same(wrapped, card->body(63, 0)));
+    EXPECT_TRUE(same(card->body(64, 0), card->body(0, 1)));
     EXPECT_EQ(TestFiles::stdoutOf([&] { EXPECT_THROW(card->body(-1, 0), std::out_of_range); }),
               "PhilipsPm5544Spec::body x=-1 y=0\n");
+    EXPECT_THROW(card->body(0, 36), std::out_of_range);
 }
 
 // The first difference between n pixels of a and b, or -1.
@@ -145,30 +153,85 @@ static int firstDifference(const Pixel* a, const Pixel* b, size_t n) {
     return -1;
 }
 
-// For every row of several rasters, aspect ratios and encodings, the table-driven line fill gives exactly
-// the pixels of render(x, y) (the reference line holds them at x + 2), and the frame setup() keeps equals
-// the one built by calling render() and shaping every pixel on its own.
-TEST(CardFastPath, LineFillAndShapedFrameEqualTheReferenceEverywhere) {
+// For every row of several rasters, aspect ratios and encodings, the row fill gives exactly the pixels of
+// render(x, y) at line position x + 2, with black in the outer two columns each side and beyond, and body()
+// gives exactly that line's pixels shaped one by one.
+TEST(CardRows, RowFillAndShapedRowsEqualTheReferenceEverywhere) {
     const struct {
         int width, height, aspectNum, aspectDen;
         colorAxes_e axes;
         int bits;
         sampling_e sampling;
-    } rasters[] = {{720, 576, 4, 3, Colour_YCbCr_709, 12, Sampling_444},     // non-square pixels, 576 lines
+    } rasters[] = {{720, 576, 4, 3, Colour_YCbCr_709, 12, Sampling_444},     // narrow pixels, 576 lines
                    {1366, 768, 16, 9, Colour_YCbCr_2020, 12, Sampling_420},  // odd half-width
-                   {1001, 555, 21, 9, Colour_RGB, 10, Sampling_422}};        // odd sizes, below 576 lines
+                   {1001, 555, 21, 9, Colour_RGB, 10, Sampling_422},         // odd sizes, below 576 lines
+                   {640, 240, 16, 9, Colour_YCbCr_PQ, 12, Sampling_444},     // wide pixels (1:1.5)
+                   {512, 96, 16, 9, Colour_RGB_HLG, 10, Sampling_422}};      // grid lines covering every column
     for (const auto& r : rasters) {
         auto card = makeCard(r.width, r.height, r.aspectNum, r.aspectDen, r.axes, r.bits, r.sampling);
-        const std::vector<Pixel> frame = card->referenceFrame();
-        ASSERT_EQ(frame.size(), card->cardFrame.size());
-        std::vector<Pixel> reference, fast;
+        const CardEdgeShaper& shaper = CardTestAccess::shaper(*card);
+        std::vector<Pixel> reference(size_t(r.width) + 4, card->black), fast, shaped(r.width), body(r.width);
         for (int y = 0; y < r.height; ++y) {
-            card->fillLineReference(y, reference);
-            card->fillLineFast(y, fast);
+            for (int x = 2; x < r.width - 2; ++x) reference[size_t(x) + 2] = card->render(x, y);
+            CardTestAccess::fillLine(*card, y, fast);
             ASSERT_EQ(reference.size(), fast.size());
-            const size_t row = size_t(y) * r.width;
             ASSERT_EQ(-1, firstDifference(fast.data(), reference.data(), fast.size())) << r.width << " line " << y;
-            ASSERT_EQ(-1, firstDifference(&card->cardFrame[row], &frame[row], r.width)) << r.width << " frame " << y;
+            for (int x = 0; x < r.width; ++x) {
+                shaped[size_t(x)] = shaper.shapePixel(reference, size_t(x) + 2);
+                body[size_t(x)] = card->body(x, y);
+            }
+            ASSERT_EQ(-1, firstDifference(body.data(), shaped.data(), size_t(r.width))) << r.width << " row " << y;
         }
+    }
+}
+
+// Rows asked for at random, then from the bottom right backwards, give the pixels of a top-to-bottom scan.
+TEST(CardRows, AnyOrderOfAccessGivesTheSamePixels) {
+    const int width = 721, height = 405;
+    std::vector<Pixel> scan;
+    auto card = makeCard(width, height, 16, 9, Colour_YCbCr_709, 10, Sampling_422);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) scan.push_back(card->body(x, y));
+    card = makeCard(width, height, 16, 9, Colour_YCbCr_709, 10, Sampling_422);
+    std::mt19937 random(5544);
+    for (int i = 0; i < 4000; ++i) {
+        const int x = int(random() % width), y = int(random() % height);
+        ASSERT_TRUE(same(card->body(x, y), scan[size_t(y) * width + x])) << "x=" << x << " y=" << y;
+    }
+    for (int y = height - 1; y >= 0; --y)
+        for (int x = width - 1; x >= 0; --x)
+            ASSERT_TRUE(same(card->body(x, y), scan[size_t(y) * width + x])) << "x=" << x << " y=" << y;
+}
+
+// On random lines of short runs (features one to five pixels wide), the run-based shaping, the copying from
+// another line and the reshaping around a changed stretch all give what shapePixel() gives position by position.
+TEST(CardShaping, FastPathsEqualShapingPixelByPixel) {
+    auto card = makeCard(64, 36, 16, 9, Colour_YCbCr_709, 10, Sampling_422);
+    const CardEdgeShaper& shaper = CardTestAccess::shaper(*card);
+    const Pixel colours[] = {card->black, card->white, card->grey50, card->red100};
+    const size_t count = 200, front = shaper.front();
+    std::mt19937 random(76);
+    auto randomLine = [&] {
+        std::vector<Pixel> line;
+        while (line.size() < count + 4) line.insert(line.end(), 1 + random() % 5, colours[random() % 4]);
+        line.resize(count + 4);
+        return line;
+    };
+    auto expectShapedLike = [&](const std::vector<Pixel>& line, const std::vector<Pixel>& shaped, const char* path) {
+        for (size_t i = 0; i < count; ++i)
+            ASSERT_TRUE(same(shaped[i], shaper.shapePixel(line, i + front))) << path << " at " << i;
+    };
+    for (int trial = 0; trial < 200; ++trial) {
+        const std::vector<Pixel> line = randomLine();
+        std::vector<Pixel> shaped(count), copied(count);
+        shaper.shapeLine(line, count, nullptr, nullptr, shaped.data());
+        expectShapedLike(line, shaped, "runs");
+        std::vector<Pixel> changed = line;
+        const size_t from = random() % count, to = from + 1 + random() % 8;
+        for (size_t i = from; i < to && i < changed.size(); ++i) changed[i] = colours[random() % 4];
+        shaper.shapeLine(changed, count, &line, shaped.data(), copied.data());
+        expectShapedLike(changed, copied, "copied from another line");
+        shaper.reshapeAround(changed, count, from, to, shaped.data());
+        expectShapedLike(changed, shaped, "reshaped");
     }
 }
