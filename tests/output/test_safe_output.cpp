@@ -141,12 +141,12 @@ pid_t startChild(const ChildSetup& setup, const std::function<int(std::string&)>
     const rlimit addressSpace{setup.addressSpaceLimit, setup.addressSpaceLimit};
     signal(SIGXFSZ, SIG_IGN);  // past the file-size limit a write fails with EFBIG
     if (setup.ignoreHangUp) signal(SIGHUP, SIG_IGN);
-    if (chdir(setup.directory.c_str()) != 0 || setrlimit(RLIMIT_FSIZE, &fileSize) != 0 ||
-        setrlimit(RLIMIT_AS, &addressSpace) != 0)
-        _exit(126);
     const passwd* nobody = getpwnam("nobody");
-    if (setup.asNobody &&
-        (nobody == nullptr || setgroups(0, nullptr) != 0 || setgid(nobody->pw_gid) != 0 || setuid(nobody->pw_uid) != 0))
+    const bool becameNobody = !setup.asNobody || (nobody != nullptr && setgroups(0, nullptr) == 0 &&
+                                                  setgid(nobody->pw_gid) == 0 && setuid(nobody->pw_uid) == 0);
+    // The limits last: past them the child of a sanitizer build cannot map memory any more.
+    if (!becameNobody || chdir(setup.directory.c_str()) != 0 || setrlimit(RLIMIT_FSIZE, &fileSize) != 0 ||
+        setrlimit(RLIMIT_AS, &addressSpace) != 0)
         _exit(126);
     std::string report;
     const int status = body(report);
@@ -210,23 +210,10 @@ const Fault kCommonFaults[] = {Fault::FullFileSystem, Fault::ReadOnlyDirectory, 
                                Fault::NameIsDirectory, Fault::DeviceFull};
 
 const char* describe(Fault fault) {
-    switch (fault) {
-        case Fault::FullFileSystem:
-            return "full file system";
-        case Fault::ReadOnlyDirectory:
-            return "read-only directory";
-        case Fault::MissingDirectory:
-            return "missing directory";
-        case Fault::NameIsDirectory:
-            return "name is a directory";
-        case Fault::DeviceFull:
-            return "/dev/full";
-        case Fault::ReadOnlyFile:
-            return "read-only earlier file";
-        case Fault::LibraryFailure:
-            return "library failure";
-    }
-    return "";
+    static const char* const names[] = {"full file system",    "read-only directory", "missing directory",
+                                        "name is a directory", "link to /dev/full",   "read-only earlier file",
+                                        "library failure"};
+    return names[int(fault)];
 }
 
 // A fault set up in a scratch directory for a file called `base`: the name to write and the errno
@@ -287,7 +274,9 @@ PreparedFault prepare(Fault fault, const ScratchDir& dir, const std::string& bas
             break;
         case Fault::DeviceFull:
             if (!fs::is_character_file("/dev/full")) return {"", 0, "no /dev/full", nullptr};
-            p.name = "/dev/full";
+            // Through a link, so that the name keeps the format's extension.
+            p.name = base;
+            fs::create_symlink("/dev/full", dir.path(base));
             p.error = ENOSPC;
             break;
     }
@@ -492,19 +481,28 @@ const Format kFormats[] = {
     {"xyz", "-c RGB-headroom -b 12 ", "Error: ", false},
 };
 
-[[noreturn]] void execProgram(const char* program, const std::string& arguments) {
-    std::vector<std::string> words{program};
-    std::istringstream in(arguments);
-    for (std::string word; in >> word;) words.push_back(word);
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    execv(program, argv.data());
-    _exit(127);
-}
+// A command line split at spaces, made before the fork so that the child only calls execv.
+class CommandLine {
+public:
+    CommandLine(const char* program, const std::string& arguments) : words_{program} {
+        std::istringstream in(arguments);
+        for (std::string word; in >> word;) words_.push_back(word);
+        for (std::string& word : words_) argv_.push_back(word.data());
+        argv_.push_back(nullptr);
+    }
+    [[noreturn]] void exec() const {
+        execv(argv_[0], argv_.data());
+        _exit(127);
+    }
+
+private:
+    std::vector<std::string> words_;
+    std::vector<char*> argv_;
+};
 
 int runProgram(const char* program, const std::string& arguments, const ChildSetup& setup) {
-    return inChild(setup, [&](std::string&) -> int { execProgram(program, arguments); }).status;
+    const CommandLine command(program, arguments);
+    return inChild(setup, [&](std::string&) -> int { command.exec(); }).status;
 }
 
 // Each format against each fault: status 1, the format's failure line and the system's reason once on
@@ -555,7 +553,8 @@ TEST(SafeOutputProgram, OutOfMemoryKeepsTheEarlierFile) {
             return runProgram(program.c_str(), format.options + name, setup);
         };
         rlim_t fails = 16, succeeds = 2048;
-        ASSERT_EQ(outcome(runsUnder(succeeds)), "exit 0") << format.extension;
+        ASSERT_EQ(outcome(runsUnder(succeeds)), "exit 0") << format.extension << "\n"
+                                                          << text(readFile(logs.path("stderr")));
         while (succeeds - fails > 1) {
             const rlim_t middle = (fails + succeeds) / 2;
             (runsUnder(middle) == 0 ? succeeds : fails) = middle;
@@ -591,8 +590,8 @@ TEST(SafeOutputProgram, StoppedRunKeepsTheEarlierFile) {
         ChildSetup setup;
         setup.directory = dir.path("");
         setup.ignoreHangUp = stop.ignoreHangUp;
-        const pid_t pid =
-            startChild(setup, [](std::string&) -> int { execProgram(PM5544_EXE, "-d 3840x2160 card.dpx"); });
+        const CommandLine command(PM5544_EXE, "-d 3840x2160 card.dpx");
+        const pid_t pid = startChild(setup, [&](std::string&) -> int { command.exec(); });
         int status = 0;
         bool signalled = false;
         while (waitpid(pid, &status, WNOHANG) == 0) {
@@ -607,7 +606,7 @@ TEST(SafeOutputProgram, StoppedRunKeepsTheEarlierFile) {
         if (stop.ignoreHangUp) {
             EXPECT_EQ(outcome(status), "exit 0") << what;
             EXPECT_EQ(after.size(), 1u) << what;
-            EXPECT_EQ(fs::file_size(dir.path("card.dpx")), 2048u + 3840u * 2160u * 4u) << what;
+            EXPECT_EQ(fs::file_size(dir.path("card.dpx")), 8192u + 3840u * 2160u * 4u) << what;  // header, 10-bit RGB
         } else {
             EXPECT_EQ(outcome(status), std::string("signal ") + strsignal(stop.signal)) << what;
             EXPECT_EQ(differences(before, after), "") << what;
@@ -615,21 +614,23 @@ TEST(SafeOutputProgram, StoppedRunKeepsTheEarlierFile) {
     }
 }
 
-// Two runs on one name at once (a batch started twice): both succeed and the name holds one whole PNG,
-// read back by pngcheck.
+// Two runs on one name at once (a batch started twice, here with two colour encodings so that a mix
+// shows): both succeed and the name holds one whole PNG, read back by pngcheck.
 TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
     ScratchDir dir;
     ChildSetup setup;
     setup.directory = dir.path("");
-    pid_t runs[2];
-    for (pid_t& run : runs)
-        run = startChild(setup, [](std::string&) -> int { execProgram(PM5544_EXE, "-d 3840x2160 card.png"); });
+    const CommandLine commands[] = {{PM5544_EXE, "-d 3840x2160 card.png"},
+                                    {PM5544_EXE, "-d 3840x2160 -c 709 card.png"}};
+    std::vector<pid_t> runs;
+    for (const CommandLine& command : commands)
+        runs.push_back(startChild(setup, [&](std::string&) -> int { command.exec(); }));
     for (pid_t run : runs) {
         int status = 0;
         waitpid(run, &status, 0);
         EXPECT_EQ(outcome(status), "exit 0");
     }
-    EXPECT_EQ(snapshot(dir.path("")).size(), 1u);
+    EXPECT_EQ(listing(dir.path("")).size(), 1u);
     EXPECT_EQ(0, std::system(("pngcheck -q '" + dir.path("card.png") + "' >/dev/null").c_str()));
 }
 
