@@ -1,22 +1,254 @@
-// Output files written in place.
+// Output files that replace the earlier file only once complete. A regular file is written to a
+// temporary beside it; commit flushes, syncs and renames it over the name. A stop signal or an exit
+// without commit removes the temporary, so the name holds the earlier file or the whole new one.
 #include "output/OutputFile.h"
 
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
+namespace {
+
+// ---- Temporaries removed when the run is stopped, or exits without committing ----
+// The signal handler may only touch memory that is never allocated or freed: a fixed table of names.
+
+constexpr int kTemporarySlots = 8;
+char temporaryName[kTemporarySlots][PATH_MAX];
+volatile sig_atomic_t temporaryListed[kTemporarySlots];
+constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+void removeListedTemporaries() {
+    for (int slot = 0; slot < kTemporarySlots; ++slot)
+        if (temporaryListed[slot]) unlink(temporaryName[slot]);
+}
+
+// Async-signal-safe. SA_RESETHAND has restored the default action, so the signal raised again ends the
+// process once the handler returns, and the exit status says which signal stopped it.
+extern "C" void removeTemporariesAndStop(int signal) {
+    removeListedTemporaries();
+    raise(signal);
+}
+
+extern "C" void removeTemporariesAtExit() { removeListedTemporaries(); }
+
+sigset_t stopSignalSet() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int signal : kStopSignals) sigaddset(&set, signal);
+    return set;
+}
+
+// A stop signal the caller ignores (as nohup does) stays ignored. SIGXFSZ is ignored so that a write
+// past the file-size limit fails with EFBIG and is reported like a full disk, instead of killing the
+// process with its temporary left behind.
+void installCleanupOnce() {
+    static bool installed = false;
+    if (installed) return;
+    installed = true;
+    struct sigaction action {};
+    action.sa_handler = removeTemporariesAndStop;
+    action.sa_mask = stopSignalSet();
+    action.sa_flags = SA_RESETHAND;
+    for (int signal : kStopSignals) {
+        struct sigaction previous {};
+        if (sigaction(signal, nullptr, &previous) == 0 && previous.sa_handler != SIG_IGN)
+            sigaction(signal, &action, nullptr);
+    }
+    signal(SIGXFSZ, SIG_IGN);
+    std::atexit(removeTemporariesAtExit);
+}
+
+// Holds the stop signals back while the table and the directory disagree (a temporary created but not
+// yet listed, or renamed but still listed).
+class StopSignalsHeld {
+public:
+    StopSignalsHeld() {
+        const sigset_t set = stopSignalSet();
+        sigprocmask(SIG_BLOCK, &set, &previous_);
+    }
+    ~StopSignalsHeld() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
+
+private:
+    sigset_t previous_;
+};
+
+// Creates a temporary from `pattern` (ending in XXXXXX) and lists it: its slot, or -1 with errno set.
+int createListedTemporary(const std::string& pattern, int& descriptor) {
+    if (pattern.size() >= PATH_MAX) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    StopSignalsHeld held;
+    for (int slot = 0; slot < kTemporarySlots; ++slot) {
+        if (temporaryListed[slot]) continue;
+        std::memcpy(temporaryName[slot], pattern.c_str(), pattern.size() + 1);
+        descriptor = mkstemp(temporaryName[slot]);
+        if (descriptor < 0) return -1;
+        temporaryListed[slot] = 1;
+        return slot;
+    }
+    errno = EMFILE;
+    return -1;
+}
+
+// Renames the listed temporary to `target`, or removes it when target is null, and unlists it.
+// 0 or the rename's errno (the temporary is then removed).
+int retireTemporary(int slot, const char* target) {
+    StopSignalsHeld held;
+    int error = 0;
+    if (target == nullptr || std::rename(temporaryName[slot], target) != 0) {
+        error = target == nullptr ? 0 : errno;
+        unlink(temporaryName[slot]);
+    }
+    temporaryListed[slot] = 0;
+    return error;
+}
+
+// ---- Names ----
+
+constexpr int kMaxLinks = 40;              // the kernel's own limit before ELOOP
+constexpr size_t kMaxTemporaryStem = 200;  // keeps ".stem.XXXXXX" within NAME_MAX
+constexpr mode_t kNewFileMode = 0666;      // what fopen gives a new file, less the umask
+constexpr size_t kCopyChunk = 64 * 1024;
+
+// The directory part of a path with its final '/', or "" for a bare name.
+std::string directoryOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+// Follows symbolic links from `path` to the file they name, which need not exist yet (a dangling link
+// gets its target created, as fopen would do). 0 or errno; `exists` and `status` describe the target.
+int followLinks(std::string& path, bool& exists, struct stat& status) {
+    for (int hops = 0; hops <= kMaxLinks; ++hops) {
+        exists = lstat(path.c_str(), &status) == 0;
+        if (!exists) return errno == ENOENT ? 0 : errno;
+        if (!S_ISLNK(status.st_mode)) return 0;
+        char link[PATH_MAX];
+        const ssize_t length = readlink(path.c_str(), link, sizeof link);
+        if (length < 0) return errno;
+        if (size_t(length) == sizeof link) return ENAMETOOLONG;
+        const std::string linked(link, size_t(length));
+        path = !linked.empty() && linked.front() == '/' ? linked : directoryOf(path) + linked;
+    }
+    return ELOOP;
+}
+
+mode_t currentUmask() {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mask;
+}
+
+// A temporary that vanishes with the process whatever happens: O_TMPFILE in $TMPDIR, else tmpfile().
+FILE* anonymousTemporary() {
+#ifdef O_TMPFILE
+    const char* directory = std::getenv("TMPDIR");
+    const int descriptor =
+        ::open(directory != nullptr && *directory != '\0' ? directory : "/tmp", O_TMPFILE | O_RDWR, 0600);
+    if (descriptor >= 0) {
+        FILE* file = fdopen(descriptor, "w+b");
+        if (file == nullptr) close(descriptor);
+        return file;
+    }
+#endif
+    return std::tmpfile();
+}
+
+}  // namespace
+
 OutputFile::OutputFile(std::string name) : name_(std::move(name)), toStandardOutput_(name_ == "-") {}
 
 OutputFile::~OutputFile() {
-    if (stream_ != nullptr) abandon();
+    if (stream_ != nullptr || temporarySlot_ >= 0) abandon();
 }
 
-bool OutputFile::open(bool /*needSeek*/) {
-    stream_ = toStandardOutput_ ? stdout : std::fopen(name_.c_str(), "wb");
-    if (stream_ == nullptr) fail(errno);
-    return stream_ != nullptr;
+bool OutputFile::open(bool needSeek) {
+    installCleanupOnce();
+    if (toStandardOutput_) {
+        if (needSeek) return openThroughCopy(stdout);
+        stream_ = stdout;
+        return true;
+    }
+    struct stat status {};
+    const bool exists = stat(name_.c_str(), &status) == 0;
+    if (!exists && errno != ENOENT) {
+        fail(errno);
+        return false;
+    }
+    // open(2) says EISDIR for a directory, and for a new name ending in '/'.
+    if ((exists && S_ISDIR(status.st_mode)) || name_.empty() || name_.back() == '/') {
+        fail(name_.empty() ? ENOENT : EISDIR);
+        return false;
+    }
+    if (exists && !S_ISREG(status.st_mode)) return openInPlace(needSeek);
+    std::string target = name_;
+    bool targetExists = false;
+    if (const int error = followLinks(target, targetExists, status)) {
+        fail(error);
+        return false;
+    }
+    return openReplacement(target, targetExists ? &status : nullptr);
+}
+
+// A temporary beside the target, with the target's permission bits and owner (best effort), or the
+// bits fopen would give a new file. A file the user may not write stays refused, as fopen would.
+bool OutputFile::openReplacement(const std::string& target, const struct stat* existing) {
+    if (existing != nullptr && faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) {
+        fail(errno);
+        return false;
+    }
+    const std::string directory = directoryOf(target);
+    const std::string stem = target.substr(directory.size(), kMaxTemporaryStem);
+    int descriptor = -1;
+    temporarySlot_ = createListedTemporary(directory + "." + stem + ".XXXXXX", descriptor);
+    if (temporarySlot_ < 0) {
+        fail(errno);
+        return false;
+    }
+    target_ = target;
+    if (existing != nullptr && fchown(descriptor, existing->st_uid, existing->st_gid) != 0) {
+        // Only root may give a file away; anyone else keeps the file as theirs.
+    }
+    fchmod(descriptor, existing != nullptr ? existing->st_mode & 07777 : kNewFileMode & ~currentUmask());
+    stream_ = fdopen(descriptor, "w+b");
+    if (stream_ != nullptr) return true;
+    fail(errno);
+    close(descriptor);
+    abandon();
+    return false;
+}
+
+// Devices, FIFOs and sockets are written where they are: there is nothing to replace.
+bool OutputFile::openInPlace(bool needSeek) {
+    FILE* file = std::fopen(name_.c_str(), "wb");
+    if (file == nullptr) {
+        fail(errno);
+        return false;
+    }
+    if (needSeek) return openThroughCopy(file);
+    stream_ = file;
+    return true;
+}
+
+// A writer that seeks back cannot write to a pipe or a device: it fills an anonymous temporary, which
+// commit copies to the destination.
+bool OutputFile::openThroughCopy(FILE* destination) {
+    destination_ = destination;
+    stream_ = anonymousTemporary();
+    if (stream_ != nullptr) return true;
+    fail(errno);
+    abandon();
+    return false;
 }
 
 bool OutputFile::write(const void* data, size_t bytes) {
@@ -31,18 +263,57 @@ void OutputFile::fail(int error) {
 }
 
 bool OutputFile::commit() {
-    if (stream_ == nullptr) return false;
-    if (std::fflush(stream_) != 0) fail(errno);
-    if (!toStandardOutput_ && std::fclose(stream_) != 0) fail(errno);
-    stream_ = nullptr;
-    if (failed()) removeIncomplete(name_);
+    if (stream_ == nullptr) {
+        fail(EBADF);
+        return false;
+    }
+    if (!failed()) finishWriting();
+    if (failed()) {
+        abandon();
+        return false;
+    }
+    if (temporarySlot_ >= 0) {
+        if (const int error = retireTemporary(temporarySlot_, target_.c_str())) fail(error);
+        temporarySlot_ = -1;
+    }
     return !failed();
 }
 
+// Every byte reaches its file: flushed, copied out if the destination could not seek, and synced before
+// a temporary replaces a file (so that after a crash the name holds the earlier file or the whole new
+// one, never an empty one). Closes the streams; keeps the first failure.
+void OutputFile::finishWriting() {
+    if (std::ferror(stream_)) fail(EIO);  // a library wrote, failed and did not say why
+    if (std::fflush(stream_) != 0) fail(errno);
+    if (destination_ != nullptr && !failed()) copyToDestination();
+    if (temporarySlot_ >= 0 && !failed() && fsync(fileno(stream_)) != 0) fail(errno);
+    closeStream(stream_);
+    closeStream(destination_);
+}
+
+void OutputFile::copyToDestination() {
+    std::rewind(stream_);
+    char chunk[kCopyChunk];
+    for (size_t count; !failed() && (count = std::fread(chunk, 1, sizeof chunk, stream_)) > 0;)
+        if (std::fwrite(chunk, 1, count, destination_) != count) fail(errno);
+    if (std::ferror(stream_)) fail(EIO);
+    if (std::fflush(destination_) != 0) fail(errno);
+}
+
+// Standard output is only flushed: it stays open for the rest of the program.
+void OutputFile::closeStream(FILE*& stream) {
+    if (stream == nullptr) return;
+    if ((stream == stdout ? std::fflush(stream) : std::fclose(stream)) != 0) fail(errno);
+    stream = nullptr;
+}
+
 void OutputFile::abandon() {
-    if (stream_ != nullptr && !toStandardOutput_) std::fclose(stream_);
-    stream_ = nullptr;
-    removeIncomplete(name_);
+    for (FILE** stream : {&stream_, &destination_}) {
+        if (*stream != nullptr && *stream != stdout) std::fclose(*stream);
+        *stream = nullptr;
+    }
+    if (temporarySlot_ >= 0) retireTemporary(temporarySlot_, nullptr);
+    temporarySlot_ = -1;
 }
 
 void OutputFile::removeIncomplete(const std::string& fileName) {

@@ -1,6 +1,12 @@
 // Where a writer's bytes go. Writers never open files themselves: the driver opens an OutputFile,
 // the writer writes through it, and the driver commits it (or abandons it on failure).
+//
+// A failed, stopped or concurrent run never costs the user a file: a regular file (or a new name) is
+// written to a temporary beside it and renamed over the name only once complete, so the name holds
+// the earlier file or the whole new one. Devices, FIFOs and standard output are written in place.
 #pragma once
+
+#include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdio>
@@ -37,8 +43,18 @@ public:
     static void removeIncomplete(const std::string& fileName);
 
 private:
+    bool openReplacement(const std::string& target, const struct stat* existing);
+    bool openInPlace(bool needSeek);
+    bool openThroughCopy(FILE* destination);
+    void finishWriting();
+    void copyToDestination();
+    void closeStream(FILE*& stream);
+
     std::string name_;
     std::string reason_;
     FILE* stream_ = nullptr;
     bool toStandardOutput_ = false;
+    std::string target_;           // the regular file the temporary replaces
+    int temporarySlot_ = -1;       // the temporary's entry in the list removed on a stop signal
+    FILE* destination_ = nullptr;  // a destination that cannot seek, filled from stream_ at commit
 };
