@@ -1,25 +1,33 @@
-// The render driver: options, pattern initialisation, loop and writer chosen by the extension.
+// The render driver: options, pattern initialisation, then the rows of the loop the format table
+// names streamed into the format's writer.
 #include "PatternRender.h"
+
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
-#include "pattern/LargeBuffer.h"
-#include "selftest/UnitTests.h"
 #include "colour/rounding.h"
+#include "output/ImageWriter.h"
+#include "output/OutputFile.h"
 #include "output/writeDPX.h"
 #include "output/writePng.h"
 #include "output/writeTiff.h"
 #include "output/writeTovaKelm.h"
+#include "pattern/RowSource.h"
+#include "selftest/UnitTests.h"
 
 using PatternGen::colorAxes_e;
+using PatternGen::isRGBHDRAxes;
+using PatternGen::isYCbCrAxes;
 
 namespace PatternRender {
 
@@ -27,24 +35,14 @@ namespace {
 
 // Limits that keep the patterns' grids non-degenerate and a frame within reach of memory.
 constexpr int minimumSize = 64;
-constexpr int maximumSize = 8192;
+constexpr int maximumSize = 16384;
 constexpr double minimumPixelAspect = 0.25;
 constexpr double maximumPixelAspect = 4.0;
 constexpr int minimumBits = 8;
 constexpr int maximumBits = 16;
 constexpr int deviceBits = 12;
-constexpr int dpxBits = 10;
 
 constexpr int samplesPerFramePixel = 4;
-constexpr int bytesPerLinePixel = 6;
-
-bool isYCbCrAxes(colorAxes_e axes) {
-    return axes >= PatternGen::Colour_YCbCr_601 && axes <= PatternGen::Colour_YCbCr_SLog3_Live_Mapped;
-}
-
-bool isRGBHDRAxes(colorAxes_e axes) {
-    return axes >= PatternGen::Colour_RGB_PQ && axes <= PatternGen::Colour_RGB_SLog3_Live_Mapped;
-}
 
 // Rejects rasters the integer geometry cannot represent, before any memory is committed. The
 // canvas is what the pattern draws on: twice the size in each direction in quadrant mode.
@@ -75,124 +73,209 @@ bool checkRaster(const Settings& s) {
     return true;
 }
 
-enum class Output { Png, Dpx };
+// ---- Device checks: the settings a device pattern file needs. Each prints the first failing check
+// (standard output, no trailing newline) and returns false.
 
-bool isDeviceExtension(const std::string& ext) { return ext == "pat" || ext == "rgb" || ext == "yc4" || ext == "xyz"; }
-
-// The settings a device pattern file needs; prints the first failing check (standard output,
-// no trailing newline) and returns false.
-bool checkDeviceSettings(const std::string& ext, const Settings& s) {
-    if (s.bits != deviceBits) {
-        std::printf("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
-        return false;
-    }
-    const bool studioRGB = s.axes == PatternGen::Colour_RGB_219 || isRGBHDRAxes(s.axes);
-    if (ext == "pat" && !(isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422)) {
-        std::printf(
-            "Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s 422).\n"
-            "2020 will work but is not yet supported by Tova or Kelm.");
-        return false;
-    }
-    if (ext == "rgb" && !studioRGB) {
-        std::printf("Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444");
-        return false;
-    }
-    if (ext == "xyz" && !studioRGB) {
-        std::printf("Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)");
-        return false;
-    }
-    if (ext == "yc4" && !(isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444)) {
-        std::printf("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)");
-        return false;
-    }
-    return true;
+bool refuse(const char* message) {
+    std::printf("%s", message);
+    return false;
 }
 
-uint32_t deviceFormat(const std::string& ext) {
-    if (ext == "pat") return 0;
-    if (ext == "yc4") return 2;
-    return 1;  // "rgb" and "xyz"
+bool isStudioRGB(const Settings& s) { return s.axes == PatternGen::Colour_RGB_219 || isRGBHDRAxes(s.axes); }
+
+bool fitsDevice(const Settings& s) {
+    return s.bits == deviceBits || refuse("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
+}
+bool fitsPat(const Settings& s) {
+    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422) ||
+                             refuse("Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s "
+                                    "422).\n2020 will work but is not yet supported by Tova or Kelm."));
+}
+bool fitsRgb(const Settings& s) {
+    return fitsDevice(s) &&
+           (isStudioRGB(s) || refuse("Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444"));
+}
+bool fitsXyz(const Settings& s) {
+    return fitsDevice(s) &&
+           (isStudioRGB(s) || refuse("Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)"));
+}
+bool fitsYc4(const Settings& s) {
+    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444) ||
+                             refuse("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"));
 }
 
-int dpxFormatCode(const Settings& s) {
-    if (s.axes == PatternGen::Colour_RGB || s.axes == PatternGen::Colour_RGB_219) return 50;
-    if (s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444) return 102;
-    return 100;
+// ---- Writers, as the table makes them.
+
+DPX::eFormat dpxDescriptor(const Settings& s) {
+    if (s.axes == PatternGen::Colour_RGB || s.axes == PatternGen::Colour_RGB_219) return DPX::kRGB;
+    if (s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444) return DPX::kCbYCr;
+    return DPX::kCbYCrY;
 }
 
-[[noreturn]] void writerFailed(const char* format, const std::string& fileName) {
-    std::fflush(stdout);
-    std::fprintf(stderr, format, fileName.c_str());
-    std::exit(1);
+std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
+std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(dpxDescriptor(s), DPX::Metadata()); }
+std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
+template <uint32_t format, bool toXYZ>
+std::unique_ptr<ImageWriter> makeDevice(const Settings&) {
+    return DeviceFileWriter::make(format, toXYZ);
 }
 
-// Renders the full frame, rounds it to the output depth and writes it as PNG or DPX.
-void writeFullFrame(PatternSpec& spec, const Settings& s, Output output, bool announce) {
-    const size_t pixels = size_t(s.width) * size_t(s.height);
-    LargeBuffer::Ptr<uint16_t> frame = LargeBuffer::allocate<uint16_t>(pixels * samplesPerFramePixel);
-    spec.run_body(s.optionValue, s.width, s.height, frame.get());
-    if (announce) std::printf("writing to: %s\n", s.fileName.c_str());
-    roundFrame(frame.get(), pixels, s.axes, s.bits);
-    if (announce) {
-        bool hasDot = false;
-        std::printf("Writing %s file\n", fileExtension(s.fileName, hasDot).c_str());
-    }
-    if (output == Output::Dpx) {
-        DPX::Metadata metadata;
-        if (DPXWriter::writeDPX(frame.get(), static_cast<DPX::eFormat>(dpxFormatCode(s)), s.width, s.height, dpxBits,
-                                s.fileName.c_str(), metadata) != 0)
-            writerFailed("Failed to write DPX file %s\n", s.fileName);
-    } else {
-        if (PngWriter::writePng(frame.get(), isYCbCrAxes(s.axes), s.width, s.height, s.bits, s.fileName.c_str()) != 0)
-            writerFailed("Failed to write PNG file %s\n", s.fileName);
-    }
+// Which rows a loop produces: full frame (four samples a pixel, rounded to the output depth), the
+// stored lines of the line-repeat loop (three samples) or device-file samples.
+enum class Loop { FullFrame, LineRepeats, DeviceLines };
+
+struct OutputFormat {
+    const char* extension;
+    Loop loop;
+    bool (*settingsFit)(const Settings&);  // nullptr: any settings
+    std::unique_ptr<ImageWriter> (*makeWriter)(const Settings&);
+    bool needSeek;
+    const char* failure;  // printf format taking the file name
+};
+
+// Every output format, by extension. The first is the default for names without a known extension.
+const OutputFormat outputFormats[] = {
+    {"png", Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n"},
+    {"dpx", Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n"},
+    {"tif", Loop::LineRepeats, nullptr, makeTiff, true, "Failed to write TIFF file %s\n"},
+    {"pat", Loop::DeviceLines, fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false,
+     "Error: Can't save file: %s\n"},
+    {"rgb", Loop::DeviceLines, fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>, false,
+     "Error: Can't save file: %s\n"},
+    {"yc4", Loop::DeviceLines, fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>, false,
+     "Error: Can't save file: %s\n"},
+    {"xyz", Loop::DeviceLines, fitsXyz, makeDevice<TovaKelmPatternFile::Format_RGB, true>, false,
+     "Error: Can't save file: %s\n"},
+};
+
+const OutputFormat* formatNamed(const std::string& name) {
+    for (const OutputFormat& format : outputFormats)
+        if (name == format.extension) return &format;
+    return nullptr;
 }
 
-void writeTiffFile(PatternSpec& spec, const Settings& s) {
-    const size_t bytes = size_t(s.width) * size_t(s.height) * bytesPerLinePixel;
-    LargeBuffer::Ptr<unsigned char> lines = LargeBuffer::allocate<unsigned char>(bytes);
-    std::vector<std::pair<int, int>> lineRepeats;
-    int storedLines = s.height;
-    spec.run_body(s.optionValue, s.width, storedLines, lineRepeats, lines.get());
-    std::printf("writing to: %s\n", s.fileName.c_str());
-    std::printf("Writing %s file\n", "tif");
-    if (TiffWriter::writeTiff(lines.get(), isYCbCrAxes(s.axes), s.width, storedLines, s.bits, lineRepeats,
-                              s.fileName.c_str()) != 0)
-        writerFailed("Failed to write TIFF file %s\n", s.fileName);
-}
+// The format and the name its progress line uses: --format when given, else the extension (exactly,
+// case-sensitive), else PNG. A name without a dot says so on its own line.
+struct Choice {
+    const OutputFormat* format = nullptr;
+    std::string label;  // empty: written as PNG by default
+};
 
-void writeDeviceFile(PatternSpec& spec, const Settings& s, const std::string& ext) {
-    TovaKelmPatternFile file;
-    std::vector<std::pair<int, int>> lineRepeats;
-    file.format = deviceFormat(ext);
-    spec.run_body(s.optionValue, s.width, s.height, lineRepeats, file);
-    std::printf("Writing %s file\n", ext.c_str());
-    if (ext == "xyz") file.ConvertToXYZ();
-    file.Save(s.fileName);
-}
-
-int render(PatternSpec& spec, const Settings& s) {
+Choice chooseFormat(const Settings& s) {
+    if (!s.format.empty()) return {formatNamed(s.format), s.format};
     bool hasDot = false;
     const std::string ext = fileExtension(s.fileName, hasDot);
-    if (hasDot && isDeviceExtension(ext) && !checkDeviceSettings(ext, s)) return 1;
+    const OutputFormat* byExtension = formatNamed(ext);
+    return {byExtension != nullptr ? byExtension : &outputFormats[0], hasDot ? ext : std::string()};
+}
 
+std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& spec, const Settings& s, LineRepeats& lineRepeats) {
+    switch (loop) {
+        case Loop::LineRepeats:
+            return spec.lineRepeatRows(s.width, s.height, lineRepeats);
+        case Loop::DeviceLines:
+            return spec.deviceRows(s.width, s.height, lineRepeats);
+        case Loop::FullFrame:
+            break;
+    }
+    return spec.fullFrameRows(s.width, s.height);
+}
+
+void announce(const Choice& choice, const Settings& s) {
+    if (choice.label.empty()) {
+        std::puts("Writing PNG file by default");
+        return;
+    }
+    if (choice.format->loop != Loop::DeviceLines) std::printf("writing to: %s\n", s.fileName.c_str());
+    std::printf("Writing %s file\n", choice.label.c_str());
+}
+
+// The format's own failure line, then the system's reason once.
+void reportFailure(const OutputFormat& format, const Settings& s, const OutputFile& out, const char* detail) {
+    std::fflush(stdout);
+    if (detail != nullptr)
+        std::fprintf(stderr, "Error: %s\n", detail);
+    else
+        std::fprintf(stderr, format.failure, s.fileName.c_str());
+    if (!out.reason().empty()) std::fprintf(stderr, "%s\n", out.reason().c_str());
+}
+
+// Streams the rows into the writer through the file, and commits it. False after reporting.
+bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& rows, const LineRepeats& lineRepeats) {
+    OutputFile out(s.fileName);
+    ImageHeader header;
+    header.width = s.width;
+    header.height = rows.rows();
+    header.bits = s.bits;
+    header.axes = s.axes;
+    header.sampling = s.sampling;
+    header.lineRepeats = &lineRepeats;
+    const std::unique_ptr<ImageWriter> writer = format.makeWriter(s);
+    const size_t pixels = static_cast<size_t>(s.width);
+    const std::function<void(uint16_t*)> roundRow = [&](uint16_t* row) { roundFrame(row, pixels, s.axes, s.bits); };
+    try {
+        const bool written = out.open(format.needSeek) && writer->begin(out, header) &&
+                             streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr,
+                                        [&](const uint16_t* row) { return writer->writeRow(row); }) &&
+                             writer->finish() && out.commit();
+        if (!written) reportFailure(format, s, out, nullptr);
+        return written;
+    } catch (const std::runtime_error& error) {
+        // The device file's writer names what it could not write.
+        std::string message = error.what();
+        while (!message.empty() && message.back() == '\n') message.pop_back();
+        reportFailure(format, s, out, message.c_str());
+        return false;
+    }
+}
+
+// With "-" the picture goes to standard output, so the progress lines go to standard error until
+// the rows start.
+class ProgressAside {
+public:
+    explicit ProgressAside(bool active) : saved_(active ? dup(STDOUT_FILENO) : -1) {
+        if (saved_ >= 0) dup2(STDERR_FILENO, STDOUT_FILENO);
+    }
+    ~ProgressAside() { restore(); }
+    void restore() {
+        if (saved_ < 0) return;
+        std::fflush(stdout);
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+        saved_ = -1;
+    }
+
+private:
+    int saved_;
+};
+
+int render(PatternSpec& spec, const Settings& s) {
+    const Choice choice = chooseFormat(s);
+    if (choice.format == nullptr) {
+        std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, pat, rgb, yc4 or xyz\n",
+                     s.format.c_str());
+        return 1;
+    }
+    // The full canvas has no quarters: refused before anything is set up, whatever the format.
+    if (s.quadrant != PatternGen::Quadrant_None && spec.useFullCanvasSize()) {
+        std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
+        return 1;
+    }
+    const OutputFormat& format = *choice.format;
+    if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
+
+    ProgressAside aside(s.fileName == "-");
     std::printf("size %dx%d\n", s.width, s.height);
     spec.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
               s.edgeTaperOff);
     const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
     spec.render_text(s.width * canvasScale, s.height * canvasScale);
 
-    if (!hasDot) {
-        std::puts("Writing PNG file by default");
-        writeFullFrame(spec, s, Output::Png, false);
-    } else if (ext == "tif") {
-        writeTiffFile(spec, s);
-    } else if (isDeviceExtension(ext)) {
-        writeDeviceFile(spec, s, ext);
-    } else {
-        writeFullFrame(spec, s, ext == "dpx" ? Output::Dpx : Output::Png, true);
-    }
-    return 0;
+    LineRepeats lineRepeats;
+    const std::unique_ptr<RowSource> rows = makeRows(format.loop, spec, s, lineRepeats);
+    announce(choice, s);
+    aside.restore();
+    return writeOutput(format, s, *rows, lineRepeats) ? 0 : 1;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
 #include <tuple>
@@ -162,21 +163,42 @@ TEST_F(Program, DpxDescriptorFollowsAxesAndSampling) {
     }
 }
 
-// Failures while rendering or writing exit with 1, say why on standard error and leave no file.
+// Failures exit with 1, say on standard error what failed and the system's reason once, and leave no
+// file. Quadrant mode is refused for the full-canvas card before anything is set up, whatever the format.
 TEST_F(Program, FailuresEndWithAMessageAndNoFile) {
     const std::pair<const char*, const char*> cases[] = {
-        {"-d 160x90 -q TL card.png", "Quadrant mode is depracated"},
-        {"-d 160x90 missing/card.png", "Failed to write PNG file missing/card.png\n"},
-        {"-d 160x90 missing/card.dpx", "Failed to write DPX file missing/card.dpx\n"},
-        {"-d 160x90 missing/card.tif", "Failed to write TIFF file missing/card.tif\n"},
-        {"-d 1280x720 -c 709 -s 422 missing/card.pat", "Error: Can't save file: missing/card.pat\n"},
+        {"-d 160x90 -q TL card.png", "Error: Quadrant mode is depracated\n"},
+        {"-d 160x90 -q BR card.tif", "Error: Quadrant mode is depracated\n"},
+        {"-d 1280x720 -c 709 -s 422 -q TR card.pat", "Error: Quadrant mode is depracated\n"},
+        {"-d 160x90 missing/card.png", "Failed to write PNG file missing/card.png\nNo such file or directory\n"},
+        {"-d 160x90 missing/card.dpx", "Failed to write DPX file missing/card.dpx\nNo such file or directory\n"},
+        {"-d 160x90 missing/card.tif", "Failed to write TIFF file missing/card.tif\nNo such file or directory\n"},
+        {"-d 1280x720 -c 709 -s 422 missing/card.pat",
+         "Error: Can't save file: missing/card.pat\nNo such file or directory\n"},
+        {"-d 160x90 full.png", "Failed to write PNG file full.png\nNo space left on device\n"},
+        {"-d 160x90 full.dpx", "Failed to write DPX file full.dpx\nNo space left on device\n"},
+        {"-d 1280x720 -c 709 -s 422 full.pat", "No space left on device\n"},
+        {"-d 1280x720 full.tif", "Failed to write TIFF file full.tif\nNo space left on device\n"},
     };
+    // Names that lead to a full device.
+    for (const char* name : {"full.png", "full.dpx", "full.pat", "full.tif"})
+        ASSERT_EQ(0, symlink("/dev/full", dir.path(name).c_str()));
     for (const auto& [args, message] : cases) {
         const Outcome r = run(args);
         EXPECT_EQ(r.status, 1) << args;
-        EXPECT_NE(r.err.find(message), std::string::npos) << args << ": " << r.err;
+        const std::string expected(message);
+        // The message ends standard error, and the reason is not repeated.
+        EXPECT_TRUE(r.err.size() >= expected.size() && r.err.substr(r.err.size() - expected.size()) == expected)
+            << args << ": " << r.err;
+        const size_t reason = r.err.find("No space left");
+        EXPECT_TRUE(reason == std::string::npos || r.err.find("No space left", reason + 1) == std::string::npos)
+            << r.err;
+        if (expected.find("Quadrant") != std::string::npos) {
+            EXPECT_EQ("", r.out) << args;
+        }
     }
-    EXPECT_FALSE(exists(dir.path("missing")) || exists(dir.path("card.png")));
+    EXPECT_FALSE(exists(dir.path("missing")) || exists(dir.path("card.png")) || exists(dir.path("card.tif")) ||
+                 exists(dir.path("card.pat")));
 }
 
 }  // namespace

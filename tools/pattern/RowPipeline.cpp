@@ -1,0 +1,89 @@
+// The render-ahead pipeline: a ring of row buffers shared by one rendering worker and the consumer.
+#include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "pattern/RowSource.h"
+
+namespace {
+
+// How far the worker may run ahead: enough to ride out the encoder's uneven pace, few enough that
+// the ring stays small at 16K (32 rows of 16384 pixels x 8 bytes = 4 MB).
+constexpr int ringRows = 32;
+
+}  // namespace
+
+bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare,
+                const std::function<bool(const uint16_t*)>& consume) {
+    const int rows = source.rows();
+    if (rows <= 0) return true;
+    const size_t rowSamples = source.rowSamples();
+    const int depth = std::min(ringRows, rows);
+    std::vector<uint16_t> ring(rowSamples * static_cast<size_t>(depth));
+    const auto slot = [&](int row) { return ring.data() + rowSamples * static_cast<size_t>(row % depth); };
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    int produced = 0, consumed = 0;
+    bool stop = false;
+    std::exception_ptr error;
+
+    std::thread worker([&] {
+        try {
+            for (int y = 0; y < rows; ++y) {
+                {
+                    std::unique_lock<std::mutex> lock(mutex);
+                    changed.wait(lock, [&] { return stop || produced - consumed < depth; });
+                    if (stop) return;
+                }
+                uint16_t* row = slot(y);
+                source.nextRow(row);
+                if (prepare) prepare(row);
+                {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    ++produced;
+                }
+                changed.notify_all();
+            }
+        } catch (...) {
+            std::lock_guard<std::mutex> lock(mutex);
+            error = std::current_exception();
+            stop = true;
+            changed.notify_all();
+        }
+    });
+
+    const auto stopAndJoin = [&] {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            stop = true;
+        }
+        changed.notify_all();
+        worker.join();
+    };
+    bool accepted = true;
+    try {
+        for (int y = 0; y < rows && accepted; ++y) {
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                changed.wait(lock, [&] { return produced > y || error; });
+                if (error) break;
+            }
+            accepted = consume(slot(y));
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                ++consumed;
+            }
+            changed.notify_all();
+        }
+    } catch (...) {
+        stopAndJoin();
+        throw;
+    }
+    stopAndJoin();
+    if (error) std::rethrow_exception(error);
+    return accepted;
+}
