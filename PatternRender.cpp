@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -201,23 +202,58 @@ void reportFailure(const OutputFormat& format, const Settings& s, const OutputFi
 }
 
 // Streams the rows into the writer through the file, and commits it. False after reporting.
-bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& rows, const LineRepeats& lineRepeats) {
+using Clock = std::chrono::steady_clock;
+
+// Adds the time `action` takes to *seconds, when the stages are timed.
+template <typename Action>
+auto timed(double* seconds, Action&& action) {
+    if (seconds == nullptr) return action();
+    const Clock::time_point start = Clock::now();
+    const auto result = action();
+    *seconds += std::chrono::duration<double>(Clock::now() - start).count();
+    return result;
+}
+
+// A row source whose rendering time is counted.
+class TimedRows final : public RowSource {
+public:
+    TimedRows(RowSource& rows, double* seconds) : rows_(rows), seconds_(seconds) {}
+    int rows() const override { return rows_.rows(); }
+    size_t rowSamples() const override { return rows_.rowSamples(); }
+    void nextRow(uint16_t* row) override {
+        timed(seconds_, [&] { return rows_.nextRow(row), true; });
+    }
+
+private:
+    RowSource& rows_;
+    double* seconds_;
+};
+
+// Streams the rows into the writer through the file, and commits it. False after reporting.
+bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
+                 StageTimes* times) {
     OutputFile out(s.fileName);
     ImageHeader header;
     header.width = s.width;
-    header.height = rows.rows();
+    header.height = source.rows();
     header.bits = s.bits;
     header.axes = s.axes;
     header.sampling = s.sampling;
     header.lineRepeats = &lineRepeats;
     const std::unique_ptr<ImageWriter> writer = format.makeWriter(s);
+    double* renderTime = times != nullptr ? &times->render : nullptr;
+    double* writeTime = times != nullptr ? &times->write : nullptr;
+    TimedRows rows(source, renderTime);
     const size_t pixels = static_cast<size_t>(s.width);
-    const std::function<void(uint16_t*)> roundRow = [&](uint16_t* row) { roundFrame(row, pixels, s.axes, s.bits); };
+    const std::function<void(uint16_t*)> roundRow = [&](uint16_t* row) {
+        timed(renderTime, [&] { return roundFrame(row, pixels, s.axes, s.bits), true; });
+    };
+    const auto writeRow = [&](const uint16_t* row) { return timed(writeTime, [&] { return writer->writeRow(row); }); };
+    const auto finish = [&] { return timed(writeTime, [&] { return writer->finish() && out.commit(); }); };
     try {
         const bool written = out.open(format.needSeek) && writer->begin(out, header) &&
-                             streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr,
-                                        [&](const uint16_t* row) { return writer->writeRow(row); }) &&
-                             writer->finish() && out.commit();
+                             streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr, writeRow) &&
+                             finish();
         if (!written) reportFailure(format, s, out, nullptr);
         return written;
     } catch (const std::runtime_error& error) {
@@ -249,7 +285,23 @@ private:
     int saved_;
 };
 
-int render(PatternSpec& spec, const Settings& s) {
+// Rows are mostly runs of equal pixels: each run is rounded once and copied along.
+template <typename RoundPixel>
+void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
+    uint16_t lastIn[samplesPerFramePixel] = {}, lastOut[samplesPerFramePixel] = {};
+    constexpr size_t pixelBytes = sizeof lastIn;
+    for (uint16_t *p = frame, *end = frame + pixels * samplesPerFramePixel; p != end; p += samplesPerFramePixel) {
+        if (p != frame && std::memcmp(p, lastIn, pixelBytes) == 0) {
+            std::memcpy(p, lastOut, pixelBytes);
+            continue;
+        }
+        std::memcpy(lastIn, p, pixelBytes);
+        roundPixel(p);
+        std::memcpy(lastOut, p, pixelBytes);
+    }
+}
+
+int render(PatternSpec& spec, const Settings& s, StageTimes* times) {
     const Choice choice = chooseFormat(s);
     if (choice.format == nullptr) {
         std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, pat, rgb, yc4 or xyz\n",
@@ -266,40 +318,48 @@ int render(PatternSpec& spec, const Settings& s) {
 
     ProgressAside aside(s.fileName == "-");
     std::printf("size %dx%d\n", s.width, s.height);
-    spec.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
-              s.edgeTaperOff);
-    const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
-    spec.render_text(s.width * canvasScale, s.height * canvasScale);
+    timed(times != nullptr ? &times->setup : nullptr, [&] {
+        spec.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
+                  s.edgeTaperOff);
+        const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
+        return spec.render_text(s.width * canvasScale, s.height * canvasScale);
+    });
 
     LineRepeats lineRepeats;
     const std::unique_ptr<RowSource> rows = makeRows(format.loop, spec, s, lineRepeats);
     announce(choice, s);
     aside.restore();
-    return writeOutput(format, s, *rows, lineRepeats) ? 0 : 1;
+    return timed(times != nullptr ? &times->stream : nullptr,
+                 [&] { return writeOutput(format, s, *rows, lineRepeats, times); })
+               ? 0
+               : 1;
 }
 
 }  // namespace
 
 void roundFrame(uint16_t* frame, size_t pixels, colorAxes_e axes, int bits) {
     const int s = 16 - bits;
-    const int inBits = 16;
-    uint16_t* const end = frame + pixels * samplesPerFramePixel;
+    constexpr int inBits = 16;
     if (axes == PatternGen::Colour_RGB) {
-        for (uint16_t* p = frame; p != end; ++p) *p = Rounding::roundTo(s, *p);
+        roundEachPixel(frame, pixels, [s](uint16_t* p) {
+            for (int i = 0; i < samplesPerFramePixel; ++i) p[i] = Rounding::roundTo(s, p[i]);
+        });
     } else if (axes == PatternGen::Colour_RGB_219) {
-        for (uint16_t* p = frame; p != end; ++p) *p = Rounding::roundLumaTo(inBits, s, *p);
+        roundEachPixel(frame, pixels, [s](uint16_t* p) {
+            for (int i = 0; i < samplesPerFramePixel; ++i) p[i] = Rounding::roundLumaTo(inBits, s, p[i]);
+        });
     } else {
         // Samples 0 and 2 carry chroma (or R and B, which take the chroma rule too).
-        for (uint16_t* p = frame; p != end; p += samplesPerFramePixel) {
+        roundEachPixel(frame, pixels, [s](uint16_t* p) {
             p[0] = Rounding::roundChromaTo(inBits, s, p[0]);
             p[1] = Rounding::roundLumaTo(inBits, s, p[1]);
             p[2] = Rounding::roundChromaTo(inBits, s, p[2]);
             p[3] = Rounding::roundLumaTo(inBits, s, p[3]);
-        }
+        });
     }
 }
 
-int renderPattern(int argc, char** argv, PatternSpec& spec) {
+int renderPattern(int argc, char** argv, PatternSpec& spec, StageTimes* times) {
     Settings settings;
     if (argc < 2) {
         std::fprintf(stderr, "Error: Filename not given\n");
@@ -315,7 +375,7 @@ int renderPattern(int argc, char** argv, PatternSpec& spec) {
     }
     if (!checkRaster(settings)) return 1;
     try {
-        return render(spec, settings);
+        return render(spec, settings, times);
     } catch (const std::bad_alloc&) {
         std::fflush(stdout);
         std::fprintf(stderr, "Error: Not enough memory to render %dx%d\n", settings.width, settings.height);

@@ -13,6 +13,9 @@ namespace {
 // How far the worker may run ahead: enough to ride out the encoder's uneven pace, few enough that
 // the ring stays small at 16K (32 rows of 16384 pixels x 8 bytes = 4 MB).
 constexpr int ringRows = 32;
+// A side that has caught up with the other sleeps until this many rows are ready for it (or the
+// last ones), so that the threads wake each other a few times per batch rather than every row.
+constexpr int wakeBatch = 8;
 
 }  // namespace
 
@@ -22,6 +25,7 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
     if (rows <= 0) return true;
     const size_t rowSamples = source.rowSamples();
     const int depth = std::min(ringRows, rows);
+    const int batch = std::min(wakeBatch, depth);
     std::vector<uint16_t> ring(rowSamples * static_cast<size_t>(depth));
     const auto slot = [&](int row) { return ring.data() + rowSamples * static_cast<size_t>(row % depth); };
 
@@ -36,7 +40,8 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
             for (int y = 0; y < rows; ++y) {
                 {
                     std::unique_lock<std::mutex> lock(mutex);
-                    changed.wait(lock, [&] { return stop || produced - consumed < depth; });
+                    if (produced - consumed == depth)
+                        changed.wait(lock, [&] { return stop || produced - consumed <= depth - batch; });
                     if (stop) return;
                 }
                 uint16_t* row = slot(y);
@@ -69,7 +74,7 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
         for (int y = 0; y < rows && accepted; ++y) {
             {
                 std::unique_lock<std::mutex> lock(mutex);
-                changed.wait(lock, [&] { return produced > y || error; });
+                if (produced == y) changed.wait(lock, [&] { return produced >= std::min(rows, y + batch) || error; });
                 if (error) break;
             }
             accepted = consume(slot(y));
