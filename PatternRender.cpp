@@ -23,6 +23,7 @@
 #include "output/writePng.h"
 #include "output/writeTiff.h"
 #include "output/writeTovaKelm.h"
+#include "output/writeY4m.h"
 #include "pattern/RowSource.h"
 #include "selftest/UnitTests.h"
 
@@ -105,6 +106,21 @@ bool fitsYc4(const Settings& s) {
                              refuse("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"));
 }
 
+// Checks of the formats beyond the device files; their messages go to standard error.
+bool fitsY4m(const Settings& s) {
+    if (!isYCbCrAxes(s.axes)) {
+        std::fprintf(stderr,
+                     "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 "
+                     "(or their -Mapped and -Live forms)\n");
+        return false;
+    }
+    if (!Y4mWriter::takesBits(s.bits)) {
+        std::fprintf(stderr, "Error: Y4M takes 8, 10, 12 or 16 bits, not %d (-b)\n", s.bits);
+        return false;
+    }
+    return true;
+}
+
 // ---- Writers, as the table makes them.
 
 DPX::eFormat dpxDescriptor(const Settings& s) {
@@ -116,6 +132,8 @@ DPX::eFormat dpxDescriptor(const Settings& s) {
 std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
 std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(dpxDescriptor(s), DPX::Metadata()); }
 std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
+// One frame at 25 a second until the command line offers --frames and --rate.
+std::unique_ptr<ImageWriter> makeY4m(const Settings& s) { return Y4mWriter::make(1, 25, 1, s.aspectNum, s.aspectDen); }
 template <uint32_t format, bool toXYZ>
 std::unique_ptr<ImageWriter> makeDevice(const Settings&) {
     return DeviceFileWriter::make(format, toXYZ);
@@ -139,6 +157,7 @@ const OutputFormat outputFormats[] = {
     {"png", Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n"},
     {"dpx", Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n"},
     {"tif", Loop::LineRepeats, nullptr, makeTiff, true, "Failed to write TIFF file %s\n"},
+    {"y4m", Loop::FullFrame, fitsY4m, makeY4m, false, "Failed to write Y4M file %s\n"},
     {"pat", Loop::DeviceLines, fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false,
      "Error: Can't save file: %s\n"},
     {"rgb", Loop::DeviceLines, fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>, false,
@@ -304,13 +323,8 @@ void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
 int render(PatternSpec& spec, const Settings& s, StageTimes* times) {
     const Choice choice = chooseFormat(s);
     if (choice.format == nullptr) {
-        std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, pat, rgb, yc4 or xyz\n",
+        std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, y4m, pat, rgb, yc4 or xyz\n",
                      s.format.c_str());
-        return 1;
-    }
-    // The full canvas has no quarters: refused before anything is set up, whatever the format.
-    if (s.quadrant != PatternGen::Quadrant_None && spec.useFullCanvasSize()) {
-        std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
         return 1;
     }
     const OutputFormat& format = *choice.format;
@@ -371,6 +385,11 @@ int renderPattern(int argc, char** argv, PatternSpec& spec, StageTimes* times) {
                                        settings.axes);
     if (!settings.haveFileName) {
         std::fprintf(stderr, "Error: Filename not given\n");
+        return 1;
+    }
+    // The full canvas has no quarters: refused before anything is checked or set up, whatever the format.
+    if (settings.quadrant != PatternGen::Quadrant_None && spec.useFullCanvasSize()) {
+        std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
         return 1;
     }
     if (!checkRaster(settings)) return 1;

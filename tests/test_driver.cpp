@@ -93,14 +93,18 @@ TEST_F(Program, RefusalsPrintTheirMessageAndWriteNothing) {
          ""},
         {"-c 709 card.rgb", "Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444", ""},
         {"card.xyz", "Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)", ""},
-        {"-c RGB-headroom card.yc4", "Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)", ""}};
+        {"-c RGB-headroom card.yc4", "Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)", ""},
+        {"-c RGB card.y4m", "",
+         "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 (or their -Mapped and -Live "
+         "forms)\n"},
+        {"-c 709 -b 9 card.y4m", "", "Error: Y4M takes 8, 10, 12 or 16 bits, not 9 (-b)\n"}};
     for (const auto& c : cases) {
         const Outcome r = run(c.args);
         EXPECT_EQ(r.status, 1) << c.args;
         EXPECT_EQ(r.out, c.out) << c.args;
         EXPECT_TRUE(c.err ? r.err == c.err : r.err.rfind("Error: ", 0) == 0) << c.args << ": " << r.err;
     }
-    for (const char* name : {"card.png", "card.pat", "card.rgb", "card.xyz", "card.yc4"})
+    for (const char* name : {"card.png", "card.pat", "card.rgb", "card.xyz", "card.yc4", "card.y4m"})
         EXPECT_FALSE(exists(dir.path(name)));
     const Outcome rgb = run("-d 1280x720 -c RGB-headroom -s 420 card.rgb");
     EXPECT_EQ(rgb.status, 0) << rgb.err;
@@ -149,6 +153,17 @@ TEST_F(Program, ProgressLinesPngByExtensionAndRounding) {
         }
         EXPECT_TRUE(dropped == 0 && any != 0) << name;
     }
+}
+
+// "-" writes the picture to standard output; the progress lines go to standard error instead.
+TEST_F(Program, DashWritesThePictureToStandardOutput) {
+    const Outcome r = run("-d 160x90 -");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, 8), "\x89PNG\r\n\x1a\n");
+    EXPECT_EQ(
+        r.err,
+        "size 160x90\nWidth x Height: 160x90\nAspect: 16:9\nPixel aspect: 1:1.000\nWriting PNG file by default\n");
+    EXPECT_EQ(0, std::system(("pngcheck -q '" + dir.path("stdout") + "' >/dev/null").c_str()));
 }
 
 TEST_F(Program, DpxDescriptorFollowsAxesAndSampling) {

@@ -252,3 +252,37 @@ TEST(Formats, TiffAndDpxMatchThePngRender) {
         EXPECT_EQ(0u, differ);
     }
 }
+
+// ffmpeg decodes the Y4M stream (odd size, so the last chroma column and row stand alone) to exactly the
+// samples of the PNG render of the same settings: Y' everywhere, Cb and Cr of the even columns (and rows
+// for 4:2:0), at the output depth; one frame at 25 a second.
+TEST(Formats, Y4mDecodesToThePngRender) {
+    const int width = 161, height = 91;
+    for (int sampling : {444, 422, 420})
+        for (int bits : {10, 12}) {
+            const std::string settings =
+                "-d 161x91 -c 709 -s " + std::to_string(sampling) + " -b " + std::to_string(bits);
+            SCOPED_TRACE(settings);
+            ScratchDir dir;
+            ASSERT_EQ(0, runProgram(dir.path(""), settings + " card.png"));
+            ASSERT_EQ(0, runProgram(dir.path(""), settings + " card.y4m"));
+            const std::string pixelFormat = "yuv" + std::to_string(sampling) + "p" + std::to_string(bits) + "le";
+            const Frame planes = ffmpegSamples(dir.path("card.y4m"), pixelFormat, false);
+            const Frame png = ffmpegSamples(dir.path("card.png"), "rgba64be", true);
+            const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
+            const int chromaWidth = (width + columnStep - 1) / columnStep,
+                      chromaHeight = (height + rowStep - 1) / rowStep;
+            Frame expected;
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; ++x) expected.push_back(png[(size_t(y) * width + x) * 4 + 1] >> (16 - bits));
+            for (int sample : {2, 0})  // Cb, then Cr
+                for (int y = 0; y < chromaHeight; ++y)
+                    for (int x = 0; x < chromaWidth; ++x)
+                        expected.push_back(png[(size_t(y * rowStep) * width + x * columnStep) * 4 + sample] >>
+                                           (16 - bits));
+            EXPECT_TRUE(expected == planes) << planes.size() << " samples decoded";
+            EXPECT_EQ("25/1,1\n", commandOutput("ffprobe -v error -count_frames -show_entries "
+                                                "stream=r_frame_rate,nb_read_frames -of csv=p=0 '" +
+                                                dir.path("card.y4m") + "'"));
+        }
+}
