@@ -29,9 +29,12 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
     std::vector<uint16_t> ring(rowSamples * static_cast<size_t>(depth));
     const auto slot = [&](int row) { return ring.data() + rowSamples * static_cast<size_t>(row % depth); };
 
+    // Each side sleeps on its own condition and is woken only once what it waits for is there.
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable rowsReady, slotsFree;
     int produced = 0, consumed = 0;
+    int consumerWantsProduced = 0;  // 0: the consumer is not waiting
+    int workerWantsConsumed = 0;    // 0: the worker is not waiting
     bool stop = false;
     std::exception_ptr error;
 
@@ -40,24 +43,25 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
             for (int y = 0; y < rows; ++y) {
                 {
                     std::unique_lock<std::mutex> lock(mutex);
-                    if (produced - consumed == depth)
-                        changed.wait(lock, [&] { return stop || produced - consumed <= depth - batch; });
+                    if (produced - consumed == depth) {
+                        workerWantsConsumed = produced - depth + batch;
+                        slotsFree.wait(lock, [&] { return stop || consumed >= workerWantsConsumed; });
+                        workerWantsConsumed = 0;
+                    }
                     if (stop) return;
                 }
                 uint16_t* row = slot(y);
                 source.nextRow(row);
                 if (prepare) prepare(row);
-                {
-                    std::lock_guard<std::mutex> lock(mutex);
-                    ++produced;
-                }
-                changed.notify_all();
+                std::lock_guard<std::mutex> lock(mutex);
+                ++produced;
+                if (consumerWantsProduced != 0 && produced >= consumerWantsProduced) rowsReady.notify_one();
             }
         } catch (...) {
             std::lock_guard<std::mutex> lock(mutex);
             error = std::current_exception();
             stop = true;
-            changed.notify_all();
+            rowsReady.notify_one();
         }
     });
 
@@ -65,8 +69,8 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
         {
             std::lock_guard<std::mutex> lock(mutex);
             stop = true;
+            slotsFree.notify_one();
         }
-        changed.notify_all();
         worker.join();
     };
     bool accepted = true;
@@ -74,15 +78,17 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
         for (int y = 0; y < rows && accepted; ++y) {
             {
                 std::unique_lock<std::mutex> lock(mutex);
-                if (produced == y) changed.wait(lock, [&] { return produced >= std::min(rows, y + batch) || error; });
+                if (produced == y) {
+                    consumerWantsProduced = std::min(rows, y + batch);
+                    rowsReady.wait(lock, [&] { return produced >= consumerWantsProduced || error; });
+                    consumerWantsProduced = 0;
+                }
                 if (error) break;
             }
             accepted = consume(slot(y));
-            {
-                std::lock_guard<std::mutex> lock(mutex);
-                ++consumed;
-            }
-            changed.notify_all();
+            std::lock_guard<std::mutex> lock(mutex);
+            ++consumed;
+            if (workerWantsConsumed != 0 && consumed >= workerWantsConsumed) slotsFree.notify_one();
         }
     } catch (...) {
         stopAndJoin();
