@@ -17,8 +17,6 @@ namespace DeviceFileLayout {
 constexpr char magic[8] = {'P', 'A', 'T', 'T', 'E', 'R', 'N', '\0'};
 constexpr size_t headerSize = 16;
 constexpr uint8_t bitDepth = 12;
-constexpr unsigned long maxCount = DeviceFile::maxCount;
-constexpr unsigned long maxSectionLength = DeviceFile::maxSectionLength;
 }  // namespace DeviceFileLayout
 
 void putWord(uint8_t* out, uint16_t value) {
@@ -39,13 +37,13 @@ void refuse(const std::string& what, unsigned long value, unsigned long limit) {
 
 // Checks a line against the limits of the 16-bit fields before anything is written.
 void checkLineFits(const CompressedLine& line) {
-    if (line.sections.size() > DeviceFileLayout::maxCount)
-        refuse("Too many sections in a line", line.sections.size(), DeviceFileLayout::maxCount);
+    if (line.sections.size() > DeviceFile::maxCount)
+        refuse("Too many sections in a line", line.sections.size(), DeviceFile::maxCount);
     for (const Section* section : line.sections) {
-        if (section->repeatCount > DeviceFileLayout::maxSectionLength)
-            refuse("Run too long", section->repeatCount, DeviceFileLayout::maxSectionLength);
-        if (section->repeatCount == 0 && section->samplePairs.size() > DeviceFileLayout::maxSectionLength)
-            refuse("Literal section too long", section->samplePairs.size(), DeviceFileLayout::maxSectionLength);
+        if (section->repeatCount > DeviceFile::maxSectionLength)
+            refuse("Run too long", section->repeatCount, DeviceFile::maxSectionLength);
+        if (section->repeatCount == 0 && section->samplePairs.size() > DeviceFile::maxSectionLength)
+            refuse("Literal section too long", section->samplePairs.size(), DeviceFile::maxSectionLength);
     }
 }
 
@@ -193,7 +191,7 @@ void TovaKelmPatternFile::checkFits() const {
             checkLineFits(*line);
             ++blocks;
         }
-        if (blocks > DeviceFileLayout::maxCount) refuse("Too many blocks", blocks, DeviceFileLayout::maxCount);
+        if (blocks > DeviceFile::maxCount) refuse("Too many blocks", blocks, DeviceFile::maxCount);
     } else if (blockLayout == 0 && !line_blocks.empty()) {
         checkLineFits(*line_blocks.front());
     }
