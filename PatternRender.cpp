@@ -189,16 +189,16 @@ Choice chooseFormat(const Settings& s) {
     return {byExtension != nullptr ? byExtension : &outputFormats[0], hasDot ? ext : std::string()};
 }
 
-std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& spec, const Settings& s, LineRepeats& lineRepeats) {
+std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& pattern, const Settings& s, LineRepeats& lineRepeats) {
     switch (loop) {
         case Loop::LineRepeats:
-            return spec.lineRepeatRows(s.width, s.height, lineRepeats);
+            return pattern.lineRepeatRows(s.width, s.height, lineRepeats);
         case Loop::DeviceLines:
-            return spec.deviceRows(s.width, s.height, lineRepeats);
+            return pattern.deviceRows(s.width, s.height, lineRepeats);
         case Loop::FullFrame:
             break;
     }
-    return spec.fullFrameRows(s.width, s.height);
+    return pattern.fullFrameRows(s.width, s.height);
 }
 
 void announce(const Choice& choice, const Settings& s) {
@@ -320,7 +320,7 @@ void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
     }
 }
 
-int render(PatternSpec& spec, const Settings& s, StageTimes* times) {
+int render(PatternSpec& pattern, const Settings& s, StageTimes* times) {
     const Choice choice = chooseFormat(s);
     if (choice.format == nullptr) {
         std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, y4m, pat, rgb, yc4 or xyz\n",
@@ -333,14 +333,14 @@ int render(PatternSpec& spec, const Settings& s, StageTimes* times) {
     ProgressAside aside(s.fileName == "-");
     std::printf("size %dx%d\n", s.width, s.height);
     timed(times != nullptr ? &times->setup : nullptr, [&] {
-        spec.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
-                  s.edgeTaperOff);
+        pattern.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
+                     s.edgeTaperOff);
         const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
-        return spec.render_text(s.width * canvasScale, s.height * canvasScale);
+        return pattern.render_text(s.width * canvasScale, s.height * canvasScale);
     });
 
     LineRepeats lineRepeats;
-    const std::unique_ptr<RowSource> rows = makeRows(format.loop, spec, s, lineRepeats);
+    const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
     announce(choice, s);
     aside.restore();
     return timed(times != nullptr ? &times->stream : nullptr,
@@ -373,7 +373,7 @@ void roundFrame(uint16_t* frame, size_t pixels, colorAxes_e axes, int bits) {
     }
 }
 
-int renderPattern(int argc, char** argv, PatternSpec& spec, StageTimes* times) {
+int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times) {
     Settings settings;
     if (argc < 2) {
         std::fprintf(stderr, "Error: Filename not given\n");
@@ -388,13 +388,13 @@ int renderPattern(int argc, char** argv, PatternSpec& spec, StageTimes* times) {
         return 1;
     }
     // The full canvas has no quarters: refused before anything is checked or set up, whatever the format.
-    if (settings.quadrant != PatternGen::Quadrant_None && spec.useFullCanvasSize()) {
+    if (settings.quadrant != PatternGen::Quadrant_None && pattern.useFullCanvasSize()) {
         std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
         return 1;
     }
     if (!checkRaster(settings)) return 1;
     try {
-        return render(spec, settings, times);
+        return render(pattern, settings, times);
     } catch (const std::bad_alloc&) {
         std::fflush(stdout);
         std::fprintf(stderr, "Error: Not enough memory to render %dx%d\n", settings.width, settings.height);

@@ -24,6 +24,6 @@ struct StageTimes {
 
 // Returns the exit status: 0 after a file was written, 1 after an error, or the self-test's result.
 // With times, the stages are timed into it.
-int renderPattern(int argc, char** argv, PatternSpec& spec, StageTimes* times = nullptr);
+int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times = nullptr);
 
 }  // namespace PatternRender
