@@ -24,6 +24,7 @@ build:
 bench: deps build
 	cmake --build build -j $(JOBS) --target pm5544_bench
 	./build/pm5544_bench
+	./build/pm5544_bench --light
 
 # The program, its manual page and its bash completion, under $(PREFIX) in $(DESTDIR).
 PREFIX         ?= /usr/local

@@ -1,25 +1,35 @@
-// The render driver: options, pattern initialisation, loop and writer chosen by the extension.
+// The render driver: options, pattern initialisation, then the rows of the loop the format table
+// names streamed into the format's writer.
 #include "PatternRender.h"
 
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
-#include "pattern/LargeBuffer.h"
-#include "selftest/UnitTests.h"
 #include "colour/rounding.h"
+#include "output/ImageWriter.h"
+#include "output/OutputFile.h"
 #include "output/writeDPX.h"
 #include "output/writePng.h"
 #include "output/writeTiff.h"
 #include "output/writeTovaKelm.h"
+#include "output/writeY4m.h"
+#include "pattern/RowSource.h"
+#include "selftest/UnitTests.h"
 
 using PatternGen::colorAxes_e;
+using PatternGen::isRGBHDRAxes;
+using PatternGen::isYCbCrAxes;
 
 namespace PatternRender {
 
@@ -27,24 +37,14 @@ namespace {
 
 // Limits that keep the patterns' grids non-degenerate and a frame within reach of memory.
 constexpr int minimumSize = 64;
-constexpr int maximumSize = 8192;
+constexpr int maximumSize = 16384;
 constexpr double minimumPixelAspect = 0.25;
 constexpr double maximumPixelAspect = 4.0;
 constexpr int minimumBits = 8;
 constexpr int maximumBits = 16;
 constexpr int deviceBits = 12;
-constexpr int dpxBits = 10;
 
 constexpr int samplesPerFramePixel = 4;
-constexpr int bytesPerLinePixel = 6;
-
-bool isYCbCrAxes(colorAxes_e axes) {
-    return axes >= PatternGen::Colour_YCbCr_601 && axes <= PatternGen::Colour_YCbCr_SLog3_Live_Mapped;
-}
-
-bool isRGBHDRAxes(colorAxes_e axes) {
-    return axes >= PatternGen::Colour_RGB_PQ && axes <= PatternGen::Colour_RGB_SLog3_Live_Mapped;
-}
 
 // Rejects rasters the integer geometry cannot represent, before any memory is committed. The
 // canvas is what the pattern draws on: twice the size in each direction in quadrant mode.
@@ -75,148 +75,305 @@ bool checkRaster(const Settings& s) {
     return true;
 }
 
-enum class Output { Png, Dpx };
+// ---- Device checks: the settings a device pattern file needs. Each prints the first failing check
+// (standard output, no trailing newline) and returns false.
 
-bool isDeviceExtension(const std::string& ext) { return ext == "pat" || ext == "rgb" || ext == "yc4" || ext == "xyz"; }
+bool refuse(const char* message) {
+    std::printf("%s", message);
+    return false;
+}
 
-// The settings a device pattern file needs; prints the first failing check (standard output,
-// no trailing newline) and returns false.
-bool checkDeviceSettings(const std::string& ext, const Settings& s) {
-    if (s.bits != deviceBits) {
-        std::printf("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
+bool isStudioRGB(const Settings& s) { return s.axes == PatternGen::Colour_RGB_219 || isRGBHDRAxes(s.axes); }
+
+bool fitsDevice(const Settings& s) {
+    return s.bits == deviceBits || refuse("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
+}
+bool fitsPat(const Settings& s) {
+    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422) ||
+                             refuse("Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s "
+                                    "422).\n2020 will work but is not yet supported by Tova or Kelm."));
+}
+bool fitsRgb(const Settings& s) {
+    return fitsDevice(s) &&
+           (isStudioRGB(s) || refuse("Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444"));
+}
+bool fitsXyz(const Settings& s) {
+    return fitsDevice(s) &&
+           (isStudioRGB(s) || refuse("Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)"));
+}
+bool fitsYc4(const Settings& s) {
+    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444) ||
+                             refuse("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"));
+}
+
+// Checks of the formats beyond the device files; their messages go to standard error.
+bool fitsY4m(const Settings& s) {
+    if (!isYCbCrAxes(s.axes)) {
+        std::fprintf(stderr,
+                     "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 "
+                     "(or their -Mapped and -Live forms)\n");
         return false;
     }
-    const bool studioRGB = s.axes == PatternGen::Colour_RGB_219 || isRGBHDRAxes(s.axes);
-    if (ext == "pat" && !(isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422)) {
-        std::printf(
-            "Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s 422).\n"
-            "2020 will work but is not yet supported by Tova or Kelm.");
-        return false;
-    }
-    if (ext == "rgb" && !studioRGB) {
-        std::printf("Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444");
-        return false;
-    }
-    if (ext == "xyz" && !studioRGB) {
-        std::printf("Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)");
-        return false;
-    }
-    if (ext == "yc4" && !(isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444)) {
-        std::printf("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)");
+    if (!Y4mWriter::takesBits(s.bits)) {
+        std::fprintf(stderr, "Error: Y4M takes 8, 10, 12 or 16 bits, not %d (-b)\n", s.bits);
         return false;
     }
     return true;
 }
 
-uint32_t deviceFormat(const std::string& ext) {
-    if (ext == "pat") return 0;
-    if (ext == "yc4") return 2;
-    return 1;  // "rgb" and "xyz"
+// ---- Writers, as the table makes them.
+
+DPX::eFormat dpxDescriptor(const Settings& s) {
+    if (s.axes == PatternGen::Colour_RGB || s.axes == PatternGen::Colour_RGB_219) return DPX::kRGB;
+    if (s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444) return DPX::kCbYCr;
+    return DPX::kCbYCrY;
 }
 
-int dpxFormatCode(const Settings& s) {
-    if (s.axes == PatternGen::Colour_RGB || s.axes == PatternGen::Colour_RGB_219) return 50;
-    if (s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444) return 102;
-    return 100;
+std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
+std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(dpxDescriptor(s), DPX::Metadata()); }
+std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
+// One frame at 25 a second until the command line offers --frames and --rate.
+std::unique_ptr<ImageWriter> makeY4m(const Settings& s) { return Y4mWriter::make(1, 25, 1, s.aspectNum, s.aspectDen); }
+template <uint32_t format, bool toXYZ>
+std::unique_ptr<ImageWriter> makeDevice(const Settings&) {
+    return DeviceFileWriter::make(format, toXYZ);
 }
 
-[[noreturn]] void writerFailed(const char* format, const std::string& fileName) {
-    std::fflush(stdout);
-    std::fprintf(stderr, format, fileName.c_str());
-    std::exit(1);
+// Which rows a loop produces: full frame (four samples a pixel, rounded to the output depth), the
+// stored lines of the line-repeat loop (three samples) or device-file samples.
+enum class Loop { FullFrame, LineRepeats, DeviceLines };
+
+struct OutputFormat {
+    const char* extension;
+    Loop loop;
+    bool (*settingsFit)(const Settings&);  // nullptr: any settings
+    std::unique_ptr<ImageWriter> (*makeWriter)(const Settings&);
+    bool needSeek;
+    const char* failure;  // printf format taking the file name
+};
+
+// Every output format, by extension. The first is the default for names without a known extension.
+const OutputFormat outputFormats[] = {
+    {"png", Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n"},
+    {"dpx", Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n"},
+    {"tif", Loop::LineRepeats, nullptr, makeTiff, true, "Failed to write TIFF file %s\n"},
+    {"y4m", Loop::FullFrame, fitsY4m, makeY4m, false, "Failed to write Y4M file %s\n"},
+    {"pat", Loop::DeviceLines, fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false,
+     "Error: Can't save file: %s\n"},
+    {"rgb", Loop::DeviceLines, fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>, false,
+     "Error: Can't save file: %s\n"},
+    {"yc4", Loop::DeviceLines, fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>, false,
+     "Error: Can't save file: %s\n"},
+    {"xyz", Loop::DeviceLines, fitsXyz, makeDevice<TovaKelmPatternFile::Format_RGB, true>, false,
+     "Error: Can't save file: %s\n"},
+};
+
+const OutputFormat* formatNamed(const std::string& name) {
+    for (const OutputFormat& format : outputFormats)
+        if (name == format.extension) return &format;
+    return nullptr;
 }
 
-// Renders the full frame, rounds it to the output depth and writes it as PNG or DPX.
-void writeFullFrame(PatternSpec& spec, const Settings& s, Output output, bool announce) {
-    const size_t pixels = size_t(s.width) * size_t(s.height);
-    LargeBuffer::Ptr<uint16_t> frame = LargeBuffer::allocate<uint16_t>(pixels * samplesPerFramePixel);
-    spec.run_body(s.optionValue, s.width, s.height, frame.get());
-    if (announce) std::printf("writing to: %s\n", s.fileName.c_str());
-    roundFrame(frame.get(), pixels, s.axes, s.bits);
-    if (announce) {
-        bool hasDot = false;
-        std::printf("Writing %s file\n", fileExtension(s.fileName, hasDot).c_str());
-    }
-    if (output == Output::Dpx) {
-        DPX::Metadata metadata;
-        if (DPXWriter::writeDPX(frame.get(), static_cast<DPX::eFormat>(dpxFormatCode(s)), s.width, s.height, dpxBits,
-                                s.fileName.c_str(), metadata) != 0)
-            writerFailed("Failed to write DPX file %s\n", s.fileName);
-    } else {
-        if (PngWriter::writePng(frame.get(), isYCbCrAxes(s.axes), s.width, s.height, s.bits, s.fileName.c_str()) != 0)
-            writerFailed("Failed to write PNG file %s\n", s.fileName);
-    }
-}
+// The format and the name its progress line uses: --format when given, else the extension (exactly,
+// case-sensitive), else PNG. A name without a dot says so on its own line.
+struct Choice {
+    const OutputFormat* format = nullptr;
+    std::string label;  // empty: written as PNG by default
+};
 
-void writeTiffFile(PatternSpec& spec, const Settings& s) {
-    const size_t bytes = size_t(s.width) * size_t(s.height) * bytesPerLinePixel;
-    LargeBuffer::Ptr<unsigned char> lines = LargeBuffer::allocate<unsigned char>(bytes);
-    std::vector<std::pair<int, int>> lineRepeats;
-    int storedLines = s.height;
-    spec.run_body(s.optionValue, s.width, storedLines, lineRepeats, lines.get());
-    std::printf("writing to: %s\n", s.fileName.c_str());
-    std::printf("Writing %s file\n", "tif");
-    if (TiffWriter::writeTiff(lines.get(), isYCbCrAxes(s.axes), s.width, storedLines, s.bits, lineRepeats,
-                              s.fileName.c_str()) != 0)
-        writerFailed("Failed to write TIFF file %s\n", s.fileName);
-}
-
-void writeDeviceFile(PatternSpec& spec, const Settings& s, const std::string& ext) {
-    TovaKelmPatternFile file;
-    std::vector<std::pair<int, int>> lineRepeats;
-    file.format = deviceFormat(ext);
-    spec.run_body(s.optionValue, s.width, s.height, lineRepeats, file);
-    std::printf("Writing %s file\n", ext.c_str());
-    if (ext == "xyz") file.ConvertToXYZ();
-    file.Save(s.fileName);
-}
-
-int render(PatternSpec& spec, const Settings& s) {
+Choice chooseFormat(const Settings& s) {
+    if (!s.format.empty()) return {formatNamed(s.format), s.format};
     bool hasDot = false;
     const std::string ext = fileExtension(s.fileName, hasDot);
-    if (hasDot && isDeviceExtension(ext) && !checkDeviceSettings(ext, s)) return 1;
+    const OutputFormat* byExtension = formatNamed(ext);
+    return {byExtension != nullptr ? byExtension : &outputFormats[0], hasDot ? ext : std::string()};
+}
 
-    std::printf("size %dx%d\n", s.width, s.height);
-    spec.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
-              s.edgeTaperOff);
-    const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
-    spec.render_text(s.width * canvasScale, s.height * canvasScale);
-
-    if (!hasDot) {
-        std::puts("Writing PNG file by default");
-        writeFullFrame(spec, s, Output::Png, false);
-    } else if (ext == "tif") {
-        writeTiffFile(spec, s);
-    } else if (isDeviceExtension(ext)) {
-        writeDeviceFile(spec, s, ext);
-    } else {
-        writeFullFrame(spec, s, ext == "dpx" ? Output::Dpx : Output::Png, true);
+std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& pattern, const Settings& s, LineRepeats& lineRepeats) {
+    switch (loop) {
+        case Loop::LineRepeats:
+            return pattern.lineRepeatRows(s.width, s.height, lineRepeats);
+        case Loop::DeviceLines:
+            return pattern.deviceRows(s.width, s.height, lineRepeats);
+        case Loop::FullFrame:
+            break;
     }
-    return 0;
+    return pattern.fullFrameRows(s.width, s.height);
+}
+
+void announce(const Choice& choice, const Settings& s) {
+    if (choice.label.empty()) {
+        std::puts("Writing PNG file by default");
+        return;
+    }
+    if (choice.format->loop != Loop::DeviceLines) std::printf("writing to: %s\n", s.fileName.c_str());
+    std::printf("Writing %s file\n", choice.label.c_str());
+}
+
+// The format's own failure line, then the system's reason once.
+void reportFailure(const OutputFormat& format, const Settings& s, const OutputFile& out, const char* detail) {
+    std::fflush(stdout);
+    if (detail != nullptr)
+        std::fprintf(stderr, "Error: %s\n", detail);
+    else
+        std::fprintf(stderr, format.failure, s.fileName.c_str());
+    if (!out.reason().empty()) std::fprintf(stderr, "%s\n", out.reason().c_str());
+}
+
+// Streams the rows into the writer through the file, and commits it. False after reporting.
+using Clock = std::chrono::steady_clock;
+
+// Adds the time `action` takes to *seconds, when the stages are timed.
+template <typename Action>
+auto timed(double* seconds, Action&& action) {
+    if (seconds == nullptr) return action();
+    const Clock::time_point start = Clock::now();
+    const auto result = action();
+    *seconds += std::chrono::duration<double>(Clock::now() - start).count();
+    return result;
+}
+
+// A row source whose rendering time is counted.
+class TimedRows final : public RowSource {
+public:
+    TimedRows(RowSource& rows, double* seconds) : rows_(rows), seconds_(seconds) {}
+    int rows() const override { return rows_.rows(); }
+    size_t rowSamples() const override { return rows_.rowSamples(); }
+    void nextRow(uint16_t* row) override {
+        timed(seconds_, [&] { return rows_.nextRow(row), true; });
+    }
+
+private:
+    RowSource& rows_;
+    double* seconds_;
+};
+
+// Streams the rows into the writer through the file, and commits it. False after reporting.
+bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
+                 StageTimes* times) {
+    OutputFile out(s.fileName);
+    ImageHeader header;
+    header.width = s.width;
+    header.height = source.rows();
+    header.bits = s.bits;
+    header.axes = s.axes;
+    header.sampling = s.sampling;
+    header.lineRepeats = &lineRepeats;
+    const std::unique_ptr<ImageWriter> writer = format.makeWriter(s);
+    double* renderTime = times != nullptr ? &times->render : nullptr;
+    double* writeTime = times != nullptr ? &times->write : nullptr;
+    TimedRows rows(source, renderTime);
+    const size_t pixels = static_cast<size_t>(s.width);
+    const std::function<void(uint16_t*)> roundRow = [&](uint16_t* row) {
+        timed(renderTime, [&] { return roundFrame(row, pixels, s.axes, s.bits), true; });
+    };
+    const auto writeRow = [&](const uint16_t* row) { return timed(writeTime, [&] { return writer->writeRow(row); }); };
+    const auto finish = [&] { return timed(writeTime, [&] { return writer->finish() && out.commit(); }); };
+    try {
+        const bool written = out.open(format.needSeek) && writer->begin(out, header) &&
+                             streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr, writeRow) &&
+                             finish();
+        if (!written) reportFailure(format, s, out, nullptr);
+        return written;
+    } catch (const std::runtime_error& error) {
+        // The device file's writer names what it could not write.
+        std::string message = error.what();
+        while (!message.empty() && message.back() == '\n') message.pop_back();
+        reportFailure(format, s, out, message.c_str());
+        return false;
+    }
+}
+
+// With "-" the picture goes to standard output, so the progress lines go to standard error until
+// the rows start.
+class ProgressAside {
+public:
+    explicit ProgressAside(bool active) : saved_(active ? dup(STDOUT_FILENO) : -1) {
+        if (saved_ >= 0) dup2(STDERR_FILENO, STDOUT_FILENO);
+    }
+    ~ProgressAside() { restore(); }
+    void restore() {
+        if (saved_ < 0) return;
+        std::fflush(stdout);
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+        saved_ = -1;
+    }
+
+private:
+    int saved_;
+};
+
+// Rows are mostly runs of equal pixels: each run is rounded once and copied along.
+template <typename RoundPixel>
+void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
+    uint16_t lastIn[samplesPerFramePixel] = {}, lastOut[samplesPerFramePixel] = {};
+    constexpr size_t pixelBytes = sizeof lastIn;
+    for (uint16_t *p = frame, *end = frame + pixels * samplesPerFramePixel; p != end; p += samplesPerFramePixel) {
+        if (p != frame && std::memcmp(p, lastIn, pixelBytes) == 0) {
+            std::memcpy(p, lastOut, pixelBytes);
+            continue;
+        }
+        std::memcpy(lastIn, p, pixelBytes);
+        roundPixel(p);
+        std::memcpy(lastOut, p, pixelBytes);
+    }
+}
+
+int render(PatternSpec& pattern, const Settings& s, StageTimes* times) {
+    const Choice choice = chooseFormat(s);
+    if (choice.format == nullptr) {
+        std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, y4m, pat, rgb, yc4 or xyz\n",
+                     s.format.c_str());
+        return 1;
+    }
+    const OutputFormat& format = *choice.format;
+    if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
+
+    ProgressAside aside(s.fileName == "-");
+    std::printf("size %dx%d\n", s.width, s.height);
+    timed(times != nullptr ? &times->setup : nullptr, [&] {
+        pattern.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
+                     s.edgeTaperOff);
+        const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
+        return pattern.render_text(s.width * canvasScale, s.height * canvasScale);
+    });
+
+    LineRepeats lineRepeats;
+    const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
+    announce(choice, s);
+    aside.restore();
+    return timed(times != nullptr ? &times->stream : nullptr,
+                 [&] { return writeOutput(format, s, *rows, lineRepeats, times); })
+               ? 0
+               : 1;
 }
 
 }  // namespace
 
 void roundFrame(uint16_t* frame, size_t pixels, colorAxes_e axes, int bits) {
     const int s = 16 - bits;
-    const int inBits = 16;
-    uint16_t* const end = frame + pixels * samplesPerFramePixel;
+    constexpr int inBits = 16;
     if (axes == PatternGen::Colour_RGB) {
-        for (uint16_t* p = frame; p != end; ++p) *p = Rounding::roundTo(s, *p);
+        roundEachPixel(frame, pixels, [s](uint16_t* p) {
+            for (int i = 0; i < samplesPerFramePixel; ++i) p[i] = Rounding::roundTo(s, p[i]);
+        });
     } else if (axes == PatternGen::Colour_RGB_219) {
-        for (uint16_t* p = frame; p != end; ++p) *p = Rounding::roundLumaTo(inBits, s, *p);
+        roundEachPixel(frame, pixels, [s](uint16_t* p) {
+            for (int i = 0; i < samplesPerFramePixel; ++i) p[i] = Rounding::roundLumaTo(inBits, s, p[i]);
+        });
     } else {
         // Samples 0 and 2 carry chroma (or R and B, which take the chroma rule too).
-        for (uint16_t* p = frame; p != end; p += samplesPerFramePixel) {
+        roundEachPixel(frame, pixels, [s](uint16_t* p) {
             p[0] = Rounding::roundChromaTo(inBits, s, p[0]);
             p[1] = Rounding::roundLumaTo(inBits, s, p[1]);
             p[2] = Rounding::roundChromaTo(inBits, s, p[2]);
             p[3] = Rounding::roundLumaTo(inBits, s, p[3]);
-        }
+        });
     }
 }
 
-int renderPattern(int argc, char** argv, PatternSpec& spec) {
+int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times) {
     Settings settings;
     if (argc < 2) {
         std::fprintf(stderr, "Error: Filename not given\n");
@@ -230,9 +387,14 @@ int renderPattern(int argc, char** argv, PatternSpec& spec) {
         std::fprintf(stderr, "Error: Filename not given\n");
         return 1;
     }
+    // The full canvas has no quarters: refused before anything is checked or set up, whatever the format.
+    if (settings.quadrant != PatternGen::Quadrant_None && pattern.useFullCanvasSize()) {
+        std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
+        return 1;
+    }
     if (!checkRaster(settings)) return 1;
     try {
-        return render(spec, settings);
+        return render(pattern, settings, times);
     } catch (const std::bad_alloc&) {
         std::fflush(stdout);
         std::fprintf(stderr, "Error: Not enough memory to render %dx%d\n", settings.width, settings.height);

@@ -1,24 +1,27 @@
-// Times each stage of a render (card init and setup, the full-frame loop, the rounding, the
-// writer) for PNG and DPX output at several rasters, each in its own process so that the
-// reported peak memory belongs to that render alone.
+// Times each stage of a render and its peak memory, per format and raster, each render in its own
+// process (so the peak belongs to it alone); then the two speed ratios the project tracks, as
+// medians of several runs side by side: the 4K 12-bit 709 PNG against libpng's own encode of the
+// same frame, and the 4K 10-bit 709 DPX against ffmpeg writing a DPX of its SMPTE bars.
 //
-// Usage: pm5544_bench [WIDTHxHEIGHT ...]   (default: 1920x1080 3840x2160 7680x4320)
+// Usage: pm5544_bench [--light] [WIDTHxHEIGHT ...]
+//   default rasters 1920x1080 3840x2160 7680x4320 15360x8640; --light renders a cheap test pattern
+//   instead of the card, which shows what the streaming pipeline itself needs.
+#include <fcntl.h>
+#include <png.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "pattern/LargeBuffer.h"
 #include "PatternRender.h"
+#include "colour/Pixel.h"
 #include "philips-PM5544-new.h"
-#include "output/writeDPX.h"
-#include "output/writePng.h"
 
 namespace {
 
@@ -26,54 +29,37 @@ using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-enum class Format { Png, Dpx };
+constexpr int ratioRuns = 5;
+const char* const scratch = "/tmp/pm5544_bench";
 
-const char* formatName(Format format) { return format == Format::Dpx ? "DPX" : "PNG"; }
+// Vertical bars and a ramp, with none of the card's set-up: the pipeline's own cost.
+class LightPattern final : public PatternSpec {
+public:
+    void setup() override {}
+    Pixel body(int x, int y) override { return bars100[((x + y / 4) / 64) & 7]; }
+};
 
-// Renders one frame the way the driver does and writes the stage times to the pipe.
-int renderOnce(int width, int height, Format format, int reportFd) {
-    const PatternGen::colorAxes_e axes = PatternGen::Colour_RGB;
-    const int bits = format == Format::Dpx ? 10 : 12;
-    const std::string file = std::string("/tmp/pm5544_bench.") + (format == Format::Dpx ? "dpx" : "png");
+struct Run {
+    const char* format;
+    const char* options;
+};
 
-    const Clock::time_point t0 = Clock::now();
-    PhilipsPm5544Spec card;
-    card.init(width, height, 16, 9, axes, PatternGen::Sampling_444, bits, PatternGen::Quadrant_None, 0, false);
-    const double setupTime = secondsSince(t0);
+// One device format stands for the four: they share the loop and the writer.
+const Run runs[] = {
+    {"png", "-c 709 -b 12"}, {"dpx", "-c 709 -b 10"}, {"tif", "-c 709 -b 12"}, {"pat", "-c 709 -s 422 -b 12"}};
 
-    Clock::time_point t = Clock::now();
-    const size_t pixels = size_t(width) * size_t(height);
-    LargeBuffer::Ptr<uint16_t> frame = LargeBuffer::allocate<uint16_t>(pixels * 4);
-    card.run_body(0, width, height, frame.get());
-    const double loopTime = secondsSince(t);
-
-    t = Clock::now();
-    PatternRender::roundFrame(frame.get(), pixels, axes, bits);
-    const double roundTime = secondsSince(t);
-
-    t = Clock::now();
-    int result;
-    if (format == Format::Dpx) {
-        DPX::Metadata metadata;
-        result =
-            DPXWriter::writeDPX(frame.get(), static_cast<DPX::eFormat>(50), width, height, 10, file.c_str(), metadata);
-    } else {
-        result = PngWriter::writePng(frame.get(), false, width, height, bits, file.c_str());
-    }
-    const double writeTime = secondsSince(t);
-    const double total = secondsSince(t0);
-    std::remove(file.c_str());
-
-    char line[160];
-    const int n = std::snprintf(line, sizeof line, "%5dx%-5d %-4s %9.3f %9.3f %9.3f %9.3f %9.3f", width, height,
-                                formatName(format), setupTime, loopTime, roundTime, writeTime, total);
-    if (write(reportFd, line, size_t(n)) != n) return 1;
-    return result == 0 ? 0 : 1;
+std::string programPath() {
+    char path[4096] = {};
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+    std::string self(path, n > 0 ? size_t(n) : 0);
+    return self.substr(0, self.rfind('/') + 1) + "pm5544";
 }
 
-// Runs one render in a child process (its progress lines silenced) and prints its stage
-// times with the child's peak resident memory.
-bool measure(int width, int height, Format format) {
+// Renders in a child process through the driver, timing its stages; prints them with the child's peak.
+bool measure(int width, int height, const Run& run, bool light) {
+    const std::string size = std::to_string(width) + "x" + std::to_string(height);
+    const std::string file = std::string(scratch) + "." + run.format;
+    const std::string command = std::string("pm5544 -d ") + size + " " + run.options + " " + file;
     int fds[2];
     if (pipe(fds) != 0) return false;
     std::fflush(stdout);
@@ -81,39 +67,142 @@ bool measure(int width, int height, Format format) {
     if (child < 0) return false;
     if (child == 0) {
         close(fds[0]);
-        FILE* devNull = std::freopen("/dev/null", "w", stdout);
-        std::_Exit(devNull ? renderOnce(width, height, format, fds[1]) : 1);
+        if (std::freopen("/dev/null", "w", stdout) == nullptr) std::_Exit(1);
+        std::vector<std::string> words;
+        for (size_t at = 0, next; at < command.size(); at = next + 1) {
+            next = command.find(' ', at);
+            if (next == std::string::npos) next = command.size();
+            words.push_back(command.substr(at, next - at));
+        }
+        std::vector<char*> argv;
+        for (std::string& word : words) argv.push_back(word.data());
+        PatternRender::StageTimes times;
+        int status;
+        if (light) {
+            LightPattern pattern;
+            status = PatternRender::renderPattern(int(argv.size()), argv.data(), pattern, &times);
+        } else {
+            PhilipsPm5544Spec card;
+            status = PatternRender::renderPattern(int(argv.size()), argv.data(), card, &times);
+        }
+        const ssize_t wrote = write(fds[1], &times, sizeof times);
+        std::_Exit(status == 0 && wrote == ssize_t(sizeof times) ? 0 : 1);
     }
     close(fds[1]);
-    char line[160] = {};
-    const ssize_t got = read(fds[0], line, sizeof line - 1);
+    PatternRender::StageTimes times;
+    const ssize_t got = read(fds[0], &times, sizeof times);
     close(fds[0]);
     int status = 0;
     struct rusage usage {};
     if (wait4(child, &status, 0, &usage) != child) return false;
-    const bool ok = got > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    if (!ok) std::snprintf(line, sizeof line, "%5dx%-5d %-4s failed", width, height, formatName(format));
-    std::printf("%s %10.1f MB\n", line, usage.ru_maxrss / 1024.0);
-    return ok;
+    std::remove(file.c_str());
+    const bool ok = got == ssize_t(sizeof times) && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (!ok) {
+        std::printf("%-11s %-4s failed\n", size.c_str(), run.format);
+        return false;
+    }
+    std::printf("%-11s %-4s %8.3f %8.3f %8.3f %8.3f %8.3f %9.1f MB\n", size.c_str(), run.format, times.setup,
+                times.render, times.write, times.stream, times.setup + times.stream, usage.ru_maxrss / 1024.0);
+    return true;
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// Wall-clock seconds of a shell command, median of ratioRuns runs.
+double commandSeconds(const std::string& command) {
+    std::vector<double> seconds;
+    for (int i = 0; i < ratioRuns; ++i) {
+        const Clock::time_point start = Clock::now();
+        if (std::system((command + " >/dev/null 2>&1").c_str()) != 0) return -1;
+        seconds.push_back(secondsSince(start));
+    }
+    return median(seconds);
+}
+
+// libpng's own encode of a rendered frame, default settings, to a file: median seconds.
+double libpngSeconds(int width, int height) {
+    PhilipsPm5544Spec card;
+    std::vector<uint16_t> frame(size_t(width) * height * 4);
+    std::fflush(stdout);
+    const int savedStdout = dup(STDOUT_FILENO);  // init's progress lines go nowhere
+    const int devNull = open("/dev/null", O_WRONLY);
+    dup2(devNull, STDOUT_FILENO);
+    card.init(width, height, 16, 9, PatternGen::Colour_YCbCr_709, PatternGen::Sampling_444, 12,
+              PatternGen::Quadrant_None, 0, false);
+    card.run_body(0, width, height, frame.data());
+    std::fflush(stdout);
+    dup2(savedStdout, STDOUT_FILENO);
+    close(savedStdout);
+    close(devNull);
+    PatternRender::roundFrame(frame.data(), frame.size() / 4, PatternGen::Colour_YCbCr_709, 12);
+    std::vector<png_byte> bytes(frame.size() * 2);
+    for (size_t i = 0; i < frame.size(); ++i)
+        bytes[2 * i] = png_byte(frame[i] >> 8), bytes[2 * i + 1] = png_byte(frame[i]);
+    std::vector<png_bytep> rows(static_cast<size_t>(height));
+    for (int y = 0; y < height; ++y) rows[size_t(y)] = &bytes[size_t(y) * width * 8];
+    std::vector<double> seconds;
+    const std::string file = std::string(scratch) + "_ref.png";
+    for (int i = 0; i < ratioRuns; ++i) {
+        const Clock::time_point start = Clock::now();
+        std::FILE* out = std::fopen(file.c_str(), "wb");
+        png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+        png_infop info = png_create_info_struct(png);
+        png_init_io(png, out);
+        png_set_IHDR(png, info, png_uint_32(width), png_uint_32(height), 16, PNG_COLOR_TYPE_RGB_ALPHA,
+                     PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+        png_set_rows(png, info, rows.data());
+        png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+        png_destroy_write_struct(&png, &info);
+        std::fclose(out);
+        seconds.push_back(secondsSince(start));
+    }
+    std::remove(file.c_str());
+    return median(seconds);
+}
+
+void printRatios() {
+    const std::string program = programPath();
+    std::printf("\nRatios (medians of %d runs, end to end against the reference)\n", ratioRuns);
+    const double png = commandSeconds(program + " -d 3840x2160 -c 709 -b 12 " + scratch + ".png");
+    const double libpng = libpngSeconds(3840, 2160);
+    std::printf("3840x2160 12-bit 709 PNG  %7.3f s / libpng encode %7.3f s = %.2f (target <= 1.05)\n", png, libpng,
+                png / libpng);
+    const double dpx = commandSeconds(program + " -d 3840x2160 -c 709 -b 10 " + scratch + ".dpx");
+    const double ffmpeg = commandSeconds(std::string("ffmpeg -y -v error -f lavfi -i smptehdbars=size=3840x2160 ") +
+                                         "-frames:v 1 -pix_fmt gbrp10le " + scratch + "_ref.dpx");
+    if (ffmpeg > 0)
+        std::printf("3840x2160 10-bit 709 DPX  %7.3f s / ffmpeg        %7.3f s = %.2f (target <= 0.6)\n", dpx, ffmpeg,
+                    dpx / ffmpeg);
+    else
+        std::printf("3840x2160 10-bit 709 DPX  %7.3f s (ffmpeg not available for the reference)\n", dpx);
+    for (const char* ext : {".png", ".dpx", "_ref.dpx"}) std::remove((std::string(scratch) + ext).c_str());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    bool light = false;
     std::vector<std::pair<int, int>> sizes;
     for (int i = 1; i < argc; ++i) {
         int w = 0, h = 0;
-        if (std::sscanf(argv[i], "%dx%d", &w, &h) == 2 && w > 0 && h > 0) sizes.emplace_back(w, h);
+        if (std::string(argv[i]) == "--light")
+            light = true;
+        else if (std::sscanf(argv[i], "%dx%d", &w, &h) == 2 && w > 0 && h > 0)
+            sizes.emplace_back(w, h);
     }
-    if (sizes.empty()) sizes = {{1920, 1080}, {3840, 2160}, {7680, 4320}};
+    if (sizes.empty()) sizes = {{1920, 1080}, {3840, 2160}, {7680, 4320}, {15360, 8640}};
 
-    std::printf("Seconds per stage (card init+setup, full-frame loop, rounding, writer, total) and peak memory\n");
-    std::printf("%-11s %-4s %9s %9s %9s %9s %9s %13s\n", "raster", "fmt", "setup", "loop", "round", "write", "total",
+    std::printf("Seconds per stage and peak memory (%s). render and write overlap within stream;\n",
+                light ? "light test pattern" : "the card");
+    std::printf("pat stands for the four device formats (any width renders; the devices play 1280 to 2048).\n");
+    std::printf("%-11s %-4s %8s %8s %8s %8s %8s %12s\n", "raster", "fmt", "setup", "render", "write", "stream", "total",
                 "peak");
     bool ok = true;
-    for (const auto& [w, h] : sizes) {
-        ok = measure(w, h, Format::Png) && ok;
-        ok = measure(w, h, Format::Dpx) && ok;
-    }
+    for (const auto& [w, h] : sizes)
+        for (const Run& run : runs) ok = measure(w, h, run, light) && ok;
+    if (!light) printRatios();
     return ok ? 0 : 1;
 }

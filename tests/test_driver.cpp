@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
 #include <tuple>
@@ -92,14 +93,18 @@ TEST_F(Program, RefusalsPrintTheirMessageAndWriteNothing) {
          ""},
         {"-c 709 card.rgb", "Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444", ""},
         {"card.xyz", "Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)", ""},
-        {"-c RGB-headroom card.yc4", "Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)", ""}};
+        {"-c RGB-headroom card.yc4", "Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)", ""},
+        {"-c RGB card.y4m", "",
+         "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 (or their -Mapped and -Live "
+         "forms)\n"},
+        {"-c 709 -b 9 card.y4m", "", "Error: Y4M takes 8, 10, 12 or 16 bits, not 9 (-b)\n"}};
     for (const auto& c : cases) {
         const Outcome r = run(c.args);
         EXPECT_EQ(r.status, 1) << c.args;
         EXPECT_EQ(r.out, c.out) << c.args;
         EXPECT_TRUE(c.err ? r.err == c.err : r.err.rfind("Error: ", 0) == 0) << c.args << ": " << r.err;
     }
-    for (const char* name : {"card.png", "card.pat", "card.rgb", "card.xyz", "card.yc4"})
+    for (const char* name : {"card.png", "card.pat", "card.rgb", "card.xyz", "card.yc4", "card.y4m"})
         EXPECT_FALSE(exists(dir.path(name)));
     const Outcome rgb = run("-d 1280x720 -c RGB-headroom -s 420 card.rgb");
     EXPECT_EQ(rgb.status, 0) << rgb.err;
@@ -150,6 +155,17 @@ TEST_F(Program, ProgressLinesPngByExtensionAndRounding) {
     }
 }
 
+// "-" writes the picture to standard output; the progress lines go to standard error instead.
+TEST_F(Program, DashWritesThePictureToStandardOutput) {
+    const Outcome r = run("-d 160x90 -");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, 8), "\x89PNG\r\n\x1a\n");
+    EXPECT_EQ(
+        r.err,
+        "size 160x90\nWidth x Height: 160x90\nAspect: 16:9\nPixel aspect: 1:1.000\nWriting PNG file by default\n");
+    EXPECT_EQ(0, std::system(("pngcheck -q '" + dir.path("stdout") + "' >/dev/null").c_str()));
+}
+
 TEST_F(Program, DpxDescriptorFollowsAxesAndSampling) {
     const std::pair<const char*, int> cases[] = {{"-c RGB-headroom", 50}, {"-c 709", 102}, {"-c 601", 100}};
     for (const auto& [args, descriptor] : cases) {
@@ -162,21 +178,42 @@ TEST_F(Program, DpxDescriptorFollowsAxesAndSampling) {
     }
 }
 
-// Failures while rendering or writing exit with 1, say why on standard error and leave no file.
+// Failures exit with 1, say on standard error what failed and the system's reason once, and leave no
+// file. Quadrant mode is refused for the full-canvas card before anything is set up, whatever the format.
 TEST_F(Program, FailuresEndWithAMessageAndNoFile) {
     const std::pair<const char*, const char*> cases[] = {
-        {"-d 160x90 -q TL card.png", "Quadrant mode is depracated"},
-        {"-d 160x90 missing/card.png", "Failed to write PNG file missing/card.png\n"},
-        {"-d 160x90 missing/card.dpx", "Failed to write DPX file missing/card.dpx\n"},
-        {"-d 160x90 missing/card.tif", "Failed to write TIFF file missing/card.tif\n"},
-        {"-d 1280x720 -c 709 -s 422 missing/card.pat", "Error: Can't save file: missing/card.pat\n"},
+        {"-d 160x90 -q TL card.png", "Error: Quadrant mode is depracated\n"},
+        {"-d 160x90 -q BR card.tif", "Error: Quadrant mode is depracated\n"},
+        {"-d 1280x720 -c 709 -s 422 -q TR card.pat", "Error: Quadrant mode is depracated\n"},
+        {"-d 160x90 missing/card.png", "Failed to write PNG file missing/card.png\nNo such file or directory\n"},
+        {"-d 160x90 missing/card.dpx", "Failed to write DPX file missing/card.dpx\nNo such file or directory\n"},
+        {"-d 160x90 missing/card.tif", "Failed to write TIFF file missing/card.tif\nNo such file or directory\n"},
+        {"-d 1280x720 -c 709 -s 422 missing/card.pat",
+         "Error: Can't save file: missing/card.pat\nNo such file or directory\n"},
+        {"-d 160x90 full.png", "Failed to write PNG file full.png\nNo space left on device\n"},
+        {"-d 160x90 full.dpx", "Failed to write DPX file full.dpx\nNo space left on device\n"},
+        {"-d 1280x720 -c 709 -s 422 full.pat", "No space left on device\n"},
+        {"-d 1280x720 full.tif", "Failed to write TIFF file full.tif\nNo space left on device\n"},
     };
+    // Names that lead to a full device.
+    for (const char* name : {"full.png", "full.dpx", "full.pat", "full.tif"})
+        ASSERT_EQ(0, symlink("/dev/full", dir.path(name).c_str()));
     for (const auto& [args, message] : cases) {
         const Outcome r = run(args);
         EXPECT_EQ(r.status, 1) << args;
-        EXPECT_NE(r.err.find(message), std::string::npos) << args << ": " << r.err;
+        const std::string expected(message);
+        // The message ends standard error, and the reason is not repeated.
+        EXPECT_TRUE(r.err.size() >= expected.size() && r.err.substr(r.err.size() - expected.size()) == expected)
+            << args << ": " << r.err;
+        const size_t reason = r.err.find("No space left");
+        EXPECT_TRUE(reason == std::string::npos || r.err.find("No space left", reason + 1) == std::string::npos)
+            << r.err;
+        if (expected.find("Quadrant") != std::string::npos) {
+            EXPECT_EQ("", r.out) << args;
+        }
     }
-    EXPECT_FALSE(exists(dir.path("missing")) || exists(dir.path("card.png")));
+    EXPECT_FALSE(exists(dir.path("missing")) || exists(dir.path("card.png")) || exists(dir.path("card.tif")) ||
+                 exists(dir.path("card.pat")));
 }
 
 }  // namespace

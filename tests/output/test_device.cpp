@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <functional>
 #include <set>
 #include <stdexcept>
@@ -11,83 +12,12 @@
 #include <tuple>
 #include <vector>
 
+#include "DeviceFileReader.h"
 #include "TestFiles.h"
 #include "TestPattern.h"
 #include "output/writeTovaKelm.h"
 
 using namespace PatternGen;
-
-// An independent reader of device pattern files: parses every byte of the layout (refusing truncated or
-// over-long input) and expands blocks back into samples.
-namespace DeviceFileReader {
-
-// Components in model order 0 to 3; a three-word sample reads component 3 as 0.
-using Components = std::array<uint16_t, 4>;
-
-struct Section {
-    bool run = false;
-    uint32_t length = 0;  // run: repeat count; literal: number of samples
-};
-
-// A line: its sections, and its samples in order (a run's one sample repeated `length` times).
-struct Block {
-    uint16_t percentage = 0;
-    std::vector<Section> sections;
-    std::vector<Components> samples;
-};
-
-struct File {
-    std::string magic;
-    int layout = 0, width = 0, multiBlock = 0, bitDepth = 0, format = 0;
-    std::vector<Block> blocks;
-};
-
-inline File parseFile(const std::string& path) {
-    const std::vector<uint8_t> bytes = TestFiles::readFile(path);
-    size_t at = 0;
-    const auto byte = [&]() -> uint8_t {
-        if (at >= bytes.size()) throw std::runtime_error("truncated at byte " + std::to_string(at));
-        return bytes[at++];
-    };
-    const auto word = [&]() {
-        const uint16_t high = byte();
-        return static_cast<uint16_t>(high << 8 | byte());
-    };
-    File file;
-    for (int i = 0; i < 8; ++i) file.magic.push_back(static_cast<char>(byte()));
-    file.layout = byte(), file.width = word(), file.multiBlock = byte(), file.bitDepth = byte(), file.format = byte();
-    if (word() != 0) throw std::runtime_error("reserved header bytes are not zero");
-    // Four words (format 0, 4:2:2) are components 2, 1, 0, 3; three words are components 0, 1, 2.
-    const std::vector<int> order = file.format == 0 ? std::vector<int>{2, 1, 0, 3} : std::vector<int>{0, 1, 2};
-    // A zero first word opens a literal, whose doubled count follows; otherwise it is a run's doubled length.
-    const auto block = [&]() {
-        Block block;
-        block.percentage = word();
-        block.sections.resize(word());
-        if (block.sections.empty()) throw std::runtime_error("block without sections");
-        for (Section& section : block.sections) {
-            const uint16_t first = word();
-            section.run = first != 0;
-            const uint16_t doubled = section.run ? first : word();
-            if (doubled & 1) throw std::runtime_error("odd length word");
-            section.length = doubled / 2u;
-            for (uint32_t i = 0; i < (section.run ? 1 : section.length); ++i) {
-                Components sample{0, 0, 0, 0};
-                for (int index : order) sample[index] = word();
-                block.samples.insert(block.samples.end(), section.run ? section.length : 1, sample);
-            }
-        }
-        return block;
-    };
-    if (file.layout == 1)
-        for (uint16_t count = word(); file.blocks.size() < count;) file.blocks.push_back(block());
-    else if (file.layout == 0 && at < bytes.size())
-        file.blocks.push_back(block());
-    if (at != bytes.size()) throw std::runtime_error("trailing bytes after the last block");
-    return file;
-}
-
-}  // namespace DeviceFileReader
 
 using TestFiles::Bytes;
 using TestFiles::hex;
@@ -328,4 +258,85 @@ TEST(DeviceLoop, SectionsFollowTheRunLengthRuleAndLimits) {
         EXPECT_EQ(expected, lengths) << width;
         r.expectLine(parsed.blocks[0], 0, false);
     }
+}
+
+namespace {
+
+// The X'Y'Z' encoding of a studio-range R'G'B' code triple, written out afresh from its definition:
+// normalise (black 256, white 3760), undo the BT.709 transfer (linear below 0.081), the RP 431-2
+// matrix, then 48/52.37 and gamma 2.6 to 12 bits, clamped to 16..4079; single-precision steps,
+// powers in double.
+Code3 xyzOf(const Code3& rgb) {
+    const double toXYZ[3][3] = {{0.4451698156, 0.2771344092, 0.1722826698},
+                                {0.2094916779, 0.7215952542, 0.0689130679},
+                                {0.0, 0.0470605601, 0.9073553944}};
+    float linear[3];
+    for (int i = 0; i < 3; ++i) {
+        const float v = rgb[i] <= 256 ? 0.0f : rgb[i] >= 3760 ? 1.0f : float(rgb[i] - 256) / 3504.0f;
+        linear[i] = v < 0.081f ? v / 4.5f : float(std::pow(double((v + 0.099f) / 1.099f), double(float(1 / 0.45))));
+    }
+    Code3 xyz;
+    for (int row = 0; row < 3; ++row) {
+        const float value =
+            std::max(0.0f, float(toXYZ[row][0] * linear[0] + toXYZ[row][1] * linear[1] + toXYZ[row][2] * linear[2]));
+        const float scaled = value * float(48.0 / 52.37);
+        const int code = int(float(std::pow(double(scaled), double(float(1 / 2.6))) * 4095.0));
+        xyz[row] = uint16_t(std::min(4079, std::max(16, code)));
+    }
+    return xyz;
+}
+
+}  // namespace
+
+// Every code as a grey, and colours mixing low and high codes (the linear segment lies below code 540).
+TEST(DeviceXYZ, ConversionMatchesTheFormula) {
+    size_t differ = 0;
+    for (int code = 0; code < 4096; ++code)
+        for (const Code3& rgb : {Code3{uint16_t(code), uint16_t(code), uint16_t(code)},
+                                 Code3{uint16_t(code), 300, uint16_t(4095 - code)}, Code3{3760, uint16_t(code), 500}}) {
+            Sample from{{rgb[0], rgb[1], rgb[2]}}, to;
+            XYZColourSpaceConvert(&from, &to, 1, false);
+            differ += Code3{to.component[0], to.component[1], to.component[2]} != xyzOf(rgb);
+        }
+    EXPECT_EQ(0u, differ);
+}
+
+// Each device format through the program, read back and expanded to pixels, against the PNG render of the
+// same settings at 12 bits (Cr, Y, Cb or R, G, B times 16), with the header's format byte; the xyz file
+// holds the rgb file's samples converted by the formula.
+TEST(DeviceFormats, FilesMatchThePngRender) {
+    const struct {
+        const char *ext, *options;
+        int format;
+    } cases[] = {{"pat", "-c 709 -s 422", 0}, {"rgb", "-c RGB-headroom", 1}, {"yc4", "-c 709 -s 444", 2}};
+    const std::string size = "-d 1280x720 -b 12 ";
+    TestFiles::ScratchDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.ext);
+        ASSERT_EQ(0, TestFiles::runProgram(dir.path(""), size + c.options + " card.png"));
+        ASSERT_EQ(0, TestFiles::runProgram(dir.path(""), size + c.options + " card." + c.ext));
+        const DeviceFileReader::File file = DeviceFileReader::parseFile(dir.path(std::string("card.") + c.ext));
+        EXPECT_EQ(std::make_tuple(1, 1280, 1, 12, c.format),
+                  std::make_tuple(file.layout, file.width, file.multiBlock, file.bitDepth, file.format));
+        const auto pixels = DeviceFileReader::pixels(file);
+        const std::vector<uint16_t> png = TestFiles::ffmpegSamples(dir.path("card.png"), "rgba64be", true);
+        ASSERT_EQ(pixels.size() * 4, png.size());
+        size_t differ = 0;
+        for (size_t p = 0; p < pixels.size(); ++p)
+            for (int i = 0; i < 3; ++i) differ += pixels[p][i] * 16 != png[p * 4 + i];
+        EXPECT_EQ(0u, differ);
+    }
+    ASSERT_EQ(0, TestFiles::runProgram(dir.path(""), size + "-c RGB-headroom card.xyz"));
+    const DeviceFileReader::File xyz = DeviceFileReader::parseFile(dir.path("card.xyz"));
+    EXPECT_EQ(3, xyz.format);
+    const auto converted = DeviceFileReader::pixels(xyz),
+               rgb = DeviceFileReader::pixels(DeviceFileReader::parseFile(dir.path("card.rgb")));
+    ASSERT_EQ(rgb.size(), converted.size());
+    size_t differ = 0, linearSegment = 0;
+    for (size_t p = 0; p < rgb.size(); ++p) {
+        differ += xyzOf({rgb[p][0], rgb[p][1], rgb[p][2]}) != Code3{converted[p][0], converted[p][1], converted[p][2]};
+        linearSegment += rgb[p][1] > 256 && rgb[p][1] < 540;
+    }
+    EXPECT_EQ(0u, differ);
+    EXPECT_GT(linearSegment, 0u);  // the card's edges pass through the linear segment
 }

@@ -21,18 +21,6 @@ namespace {
 using namespace TestFiles;
 using Frame = std::vector<uint16_t>;
 
-// The samples ffmpeg decodes from `path` as 16-bit words of `pixelFormat` (byte order `bigEndianWords`).
-Frame ffmpegDecode(const std::string& path, const std::string& pixelFormat, bool bigEndianWords) {
-    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -f rawvideo -pix_fmt " +
-                                          pixelFormat + " - 2>/dev/null");
-    Frame samples;
-    for (size_t i = 0; i + 1 < raw.size(); i += 2) {
-        const uint16_t first = uint8_t(raw[i]), second = uint8_t(raw[i + 1]);
-        samples.push_back(uint16_t(bigEndianWords ? first << 8 | second : second << 8 | first));
-    }
-    return samples;
-}
-
 // The fields libtiff reads back ("width x length compression photometric planar bits samples strips
 // directories") and the pixels of the single strip.
 std::string readTiff(const std::string& path, Frame& pixels) {
@@ -93,7 +81,7 @@ TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
     EXPECT_EQ(file, readFile(ycbcr));
     EXPECT_EQ(hex("00000040 00000028 10 06 00 00 00"), Bytes(file.begin() + 16, file.begin() + 29));  // 16-bit RGBA
     EXPECT_EQ(0, std::system(("pngcheck -q '" + rgb + "' >/dev/null").c_str()));
-    EXPECT_EQ(frame, ffmpegDecode(rgb, "rgba64be", true));
+    EXPECT_EQ(frame, ffmpegSamples(rgb, "rgba64be", true));
 }
 
 // ImageLength is the number of stored lines; the bit depth argument changes nothing in the file; the
@@ -162,7 +150,7 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     EXPECT_EQ(std::string(100, 'n'), std::string(cutFile.begin() + 36, cutFile.begin() + 136));
     EXPECT_EQ(std::string(100, 'c') + "next field", std::string(cutFile.begin() + 160, cutFile.begin() + 270));
     EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(cutFile.begin() + kDpxData, cutFile.end()));
-    const Frame decoded = ffmpegDecode(dir.path("out/dir/test.dpx"), "rgb48le", false);
+    const Frame decoded = ffmpegSamples(dir.path("out/dir/test.dpx"), "rgb48le", false);
     ASSERT_EQ(size_t(12) * 4 * 3, decoded.size());
     for (size_t i = 0; i < decoded.size(); ++i) EXPECT_EQ(frame[i / 3 * 4 + i % 3] >> 6, decoded[i] >> 6) << i;
 }
@@ -226,4 +214,75 @@ TEST(Writers, FailuresReturnMinusOneAndLeaveNoFile) {
     }
     EXPECT_EQ(-1, PngWriter::writePng(noise.data(), false, 64, 0, 16, dir.path("empty.png").c_str()));
     EXPECT_FALSE(exists(dir.path("empty.png")));
+}
+
+// TIFF and DPX through the program, read back independently and compared pixel by pixel with the PNG
+// render of the same settings: TIFF holds every code (Y, Cb, Cr or R, G, B; photometric 6 or 2), DPX
+// the top ten bits of the 10-bit render.
+TEST(Formats, TiffAndDpxMatchThePngRender) {
+    const struct {
+        const char *options, *ext;
+        int photometric;  // TIFF; 0 for DPX
+    } cases[] = {{"-c 709 -b 12", "tif", 6}, {"-c RGB -b 12", "tif", 2}, {"-c RGB -b 10", "dpx", 0}};
+    const int width = 320, height = 180;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.options) + " " + c.ext);
+        ScratchDir dir;
+        const std::string size = "-d " + std::to_string(width) + "x" + std::to_string(height) + " " + c.options;
+        ASSERT_EQ(0, runProgram(dir.path(""), size + " card.png"));
+        ASSERT_EQ(0, runProgram(dir.path(""), size + " card." + c.ext));
+        const Frame png = ffmpegSamples(dir.path("card.png"), "rgba64be", true);
+        ASSERT_EQ(size_t(width) * height * 4, png.size());
+        Frame read;
+        if (c.photometric != 0) {
+            const std::string fields = readTiff(dir.path("card.tif"), read);
+            EXPECT_EQ("320x180 5 " + std::to_string(c.photometric) + " 1 16 3 1 1", fields);
+        } else {
+            read = ffmpegSamples(dir.path("card.dpx"), "rgb48le", false);
+        }
+        ASSERT_EQ(size_t(width) * height * 3, read.size());
+        size_t differ = 0;
+        for (size_t p = 0; p < size_t(width) * height; ++p)
+            for (int i = 0; i < 3; ++i) {
+                const uint16_t* s = &png[p * 4];
+                // TIFF: Y Cb Cr from the PNG's Cr Y Cb, or R G B as they are.
+                const int tiffFrom = c.photometric == 6 ? (i + 1) % 3 : i;
+                differ += c.photometric == 0 ? (read[p * 3 + i] >> 6) != (s[i] >> 6) : read[p * 3 + i] != s[tiffFrom];
+            }
+        EXPECT_EQ(0u, differ);
+    }
+}
+
+// ffmpeg decodes the Y4M stream (odd size, so the last chroma column and row stand alone) to exactly the
+// samples of the PNG render of the same settings: Y' everywhere, Cb and Cr of the even columns (and rows
+// for 4:2:0), at the output depth; one frame at 25 a second.
+TEST(Formats, Y4mDecodesToThePngRender) {
+    const int width = 161, height = 91;
+    for (int sampling : {444, 422, 420})
+        for (int bits : {10, 12}) {
+            const std::string settings =
+                "-d 161x91 -c 709 -s " + std::to_string(sampling) + " -b " + std::to_string(bits);
+            SCOPED_TRACE(settings);
+            ScratchDir dir;
+            ASSERT_EQ(0, runProgram(dir.path(""), settings + " card.png"));
+            ASSERT_EQ(0, runProgram(dir.path(""), settings + " card.y4m"));
+            const std::string pixelFormat = "yuv" + std::to_string(sampling) + "p" + std::to_string(bits) + "le";
+            const Frame planes = ffmpegSamples(dir.path("card.y4m"), pixelFormat, false);
+            const Frame png = ffmpegSamples(dir.path("card.png"), "rgba64be", true);
+            const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
+            const int chromaWidth = (width + columnStep - 1) / columnStep,
+                      chromaHeight = (height + rowStep - 1) / rowStep;
+            Frame expected;
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; ++x) expected.push_back(png[(size_t(y) * width + x) * 4 + 1] >> (16 - bits));
+            for (int sample : {2, 0})  // Cb, then Cr
+                for (int y = 0; y < chromaHeight; ++y)
+                    for (int x = 0; x < chromaWidth; ++x)
+                        expected.push_back(png[(size_t(y * rowStep) * width + x * columnStep) * 4 + sample] >>
+                                           (16 - bits));
+            EXPECT_TRUE(expected == planes) << planes.size() << " samples decoded";
+            EXPECT_EQ("25/1,1\n", commandOutput("ffprobe -v error -count_frames -show_entries "
+                                                "stream=r_frame_rate,nb_read_frames -of csv=p=0 '" +
+                                                dir.path("card.y4m") + "'"));
+        }
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 #include <cctype>
 #include <csignal>
@@ -69,6 +70,27 @@ inline std::string commandOutput(const std::string& command) {
     pclose(pipe);
     return output;
 }
+// The 16-bit words ffmpeg decodes from `path` into `pixelFormat` (rgba64be, rgb48le, ...), read in
+// the byte order the format names.
+inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::string& pixelFormat,
+                                           bool bigEndianWords) {
+    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -f rawvideo -pix_fmt " +
+                                          pixelFormat + " - 2>/dev/null");
+    std::vector<uint16_t> samples;
+    for (size_t i = 0; i + 1 < raw.size(); i += 2) {
+        const uint16_t first = uint8_t(raw[i]), second = uint8_t(raw[i + 1]);
+        samples.push_back(uint16_t(bigEndianWords ? first << 8 | second : second << 8 | first));
+    }
+    return samples;
+}
+#ifdef PM5544_EXE
+// Runs the built program in `dir` (its streams go to files there); its exit status.
+inline int runProgram(const std::string& dir, const std::string& args) {
+    const int raw =
+        std::system(("cd '" + dir + "' && '" PM5544_EXE "' " + args + " >stdout.txt 2>stderr.txt </dev/null").c_str());
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+}
+#endif
 // What `action` prints to standard output, or to standard error.
 template <typename Action>
 std::string stdoutOf(Action&& action) {

@@ -1,5 +1,5 @@
-// DPX output without a DPX library: both headers are filled byte by byte and every number is
-// stored little-endian, whatever the host's byte order, so the magic reads "XPDS".
+// DPX output without a DPX library, one packed line at a time as the rows arrive: both headers are filled byte by byte
+// and every number is stored little-endian, whatever the host's byte order, so the magic reads "XPDS".
 #include "output/writeDPX.h"
 
 #include <cstddef>
@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
+#include <utility>
 #include <vector>
-
-#include "output/OutputFile.h"
 
 namespace {
 
@@ -192,40 +192,54 @@ void packLine(const unsigned short* line, DPX::eFormat format, int width, std::v
         packLine422(line, width, static_cast<uint32_t>(out.size() / 4), out.data());
 }
 
-bool writeBytes(FILE* file, const std::vector<uint8_t>& bytes) {
-    return bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-}
+class Writer final : public ImageWriter {
+public:
+    Writer(DPX::eFormat format, DPX::Metadata metadata, int headerBits)
+        : format_(format), metadata_(std::move(metadata)), headerBits_(headerBits) {}
 
-bool writeImageData(FILE* file, const unsigned short* frame, DPX::eFormat format, int width, int height,
-                    uint32_t lineSize) {
-    std::vector<uint8_t> line(lineSize, 0);
-    const size_t samplesPerLine = 4 * static_cast<size_t>(width);
-    for (int y = 0; y < height; ++y) {
-        packLine(frame + samplesPerLine * static_cast<size_t>(y), format, width, line);
-        if (!writeBytes(file, line)) return false;
+    bool begin(OutputFile& out, const ImageHeader& header) override {
+        out_ = &out;
+        width_ = header.width;
+        line_.assign(lineSizeInBytes(format_, header.width), 0);
+        const uint32_t fileSize =
+            Layout::kImageDataOffset + static_cast<uint32_t>(line_.size()) * static_cast<uint32_t>(header.height);
+        std::vector<uint8_t> headers(Layout::kImageDataOffset, 0);
+        fillFileHeader(headers, fileSize, out.name().c_str(), metadata_);
+        fillImageHeader(headers, format_, header.width, header.height, headerBits_);
+        return out.write(headers.data(), headers.size());
     }
-    return true;
-}
+
+    bool writeRow(const uint16_t* row) override {
+        packLine(row, format_, width_, line_);
+        return out_->write(line_.data(), line_.size());
+    }
+
+    bool finish() override { return !out_->failed(); }
+
+private:
+    DPX::eFormat format_;
+    DPX::Metadata metadata_;
+    int headerBits_;
+    OutputFile* out_ = nullptr;
+    int width_ = 0;
+    std::vector<uint8_t> line_;
+};
 
 }  // namespace
 
 namespace DPXWriter {
 
+std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata) {
+    return std::make_unique<Writer>(format, metadata, DPX::kDataBits);
+}
+
 int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, int bits, const char* fileName,
              DPX::Metadata& metadata) {
-    const uint32_t lineSize = lineSizeInBytes(format, width);
-    const uint32_t fileSize = Layout::kImageDataOffset + lineSize * static_cast<uint32_t>(height);
-    std::vector<uint8_t> header(Layout::kImageDataOffset, 0);
-    fillFileHeader(header, fileSize, fileName, metadata);
-    fillImageHeader(header, format, width, height, bits);
-
-    FILE* file = std::fopen(fileName, "wb");
-    if (file == nullptr) return -1;
-    const bool written = writeBytes(file, header) && writeImageData(file, frame, format, width, height, lineSize);
-    const bool closed = std::fclose(file) == 0;
-    if (written && closed) return 0;
-    OutputFile::removeIncomplete(fileName);
-    return -1;
+    ImageHeader header;
+    header.width = width;
+    header.height = height;
+    Writer writer(format, metadata, bits);
+    return writeWholeFrame(writer, header, frame, 4 * static_cast<size_t>(width), fileName);
 }
 
 }  // namespace DPXWriter

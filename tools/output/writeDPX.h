@@ -2,9 +2,15 @@
 // 32-bit word (method A), every number little-endian.
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "output/ImageWriter.h"
+
 namespace DPX {
+
+// The packed data is always 10 bits a sample.
+constexpr int kDataBits = 10;
 
 // Image-element descriptor codes; the values are the codes stored in the file.
 enum eFormat {
@@ -27,6 +33,10 @@ struct Metadata {
 }  // namespace DPX
 
 namespace DPXWriter {
+
+// Rows of width x four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A; alpha is not stored),
+// packed into lines of the given descriptor; the header says 10 bits.
+std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata);
 
 // Writes width x height pixels of four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A; alpha is
 // not stored) to fileName as a DPX file with the given descriptor. bits sets only the header's bit

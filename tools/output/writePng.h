@@ -1,11 +1,19 @@
-// PNG output: one frame of 16-bit samples written as a 16-bit RGBA PNG through libpng.
+// PNG output: 16-bit RGBA through libpng, written row by row as the rows arrive.
 #pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "output/ImageWriter.h"
 
 namespace PngWriter {
 
-// Writes width x height pixels of four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A) to
-// fileName as a 16-bit RGBA PNG. isYCbCr and bits do not change the file. Returns 0 on success,
-// -1 on failure; a file that could not be completed is removed.
+// Rows of width x four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A), stored unchanged as
+// the PNG's red, green, blue and alpha. The YCbCr flag and the bit depth do not change the file.
+std::unique_ptr<ImageWriter> make();
+
+// The whole-frame form: 0 on success, -1 on failure; a file that could not be completed is removed.
 int writePng(unsigned short* frame, bool isYCbCr, int width, int height, int bits, const char* fileName);
 
 }  // namespace PngWriter

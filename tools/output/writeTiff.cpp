@@ -1,14 +1,18 @@
-// TIFF output through libtiff: one LZW strip of 16-bit samples, plus the private "LineRepeat" tag
-// that carries the pattern's line-repeat list as JSON.
+// TIFF output through libtiff, written through the OutputFile: one LZW strip of 16-bit samples, plus the private
+// "LineRepeat" tag that carries the pattern's line-repeat list as JSON.
 #include "output/writeTiff.h"
 
+#include <sys/stat.h>
 #include <tiffio.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "output/OutputFile.h"
+#include "pattern/LargeBuffer.h"
 
 namespace {
 
@@ -61,35 +65,118 @@ void setImageFields(TIFF* tif, bool isYCbCr, int width, int height) {
     TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, kSamplesPerPixel);
 }
 
-// Writes the strip and the directory; false (after the message) when either fails.
-bool writeImage(TIFF* tif, unsigned char* buffer, int width, int height) {
-    const tmsize_t size = static_cast<tmsize_t>(width) * height * kBytesPerPixel;
-    if (TIFFWriteEncodedStrip(tif, 0, buffer, size) < 0 || !TIFFFlush(tif)) {
-        std::fputs("Could not write image\n", stderr);
+// libtiff reports errors through a process-wide handler. It keeps the first one of a write (and
+// the errno of a failed system call) for the caller instead of printing it, so that a failure is
+// reported once, with the system's reason, by whoever owns the output.
+struct LibtiffError {
+    int error = 0;
+    std::string message;
+};
+LibtiffError lastError;
+
+void recordError(const char* module, const char* format, va_list arguments) {
+    const int error = errno;
+    if (!lastError.message.empty()) return;
+    char text[512];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    lastError = {error, module != nullptr ? std::string(module) + ": " + text : text};
+}
+
+// libtiff's I/O on the OutputFile's stream: writes go through OutputFile::write, which notes failures.
+OutputFile& outputOf(thandle_t handle) { return *static_cast<OutputFile*>(handle); }
+tmsize_t readNothing(thandle_t, void*, tmsize_t) { return -1; }
+tmsize_t writeTo(thandle_t handle, void* data, tmsize_t size) {
+    return outputOf(handle).write(data, static_cast<size_t>(size)) ? size : -1;
+}
+toff_t seekIn(thandle_t handle, toff_t offset, int whence) {
+    FILE* stream = outputOf(handle).stream();
+    if (fseeko(stream, static_cast<off_t>(offset), whence) != 0) return static_cast<toff_t>(-1);
+    return static_cast<toff_t>(ftello(stream));
+}
+int leaveOpen(thandle_t) { return 0; }  // the OutputFile closes
+toff_t sizeOf(thandle_t handle) {
+    FILE* stream = outputOf(handle).stream();
+    struct stat status {};
+    if (std::fflush(stream) != 0 || fstat(fileno(stream), &status) != 0) return 0;
+    return static_cast<toff_t>(status.st_size);
+}
+int mapNothing(thandle_t, void**, toff_t*) { return 0; }
+void unmapNothing(thandle_t, void*, toff_t) {}
+
+// The stored lines are kept until finish(): the file holds them as one LZW strip.
+class Writer final : public ImageWriter {
+public:
+    bool begin(OutputFile& out, const ImageHeader& header) override {
+        out_ = &out;
+        header_ = header;
+        lineRepeats_ = header.lineRepeats != nullptr ? *header.lineRepeats : LineRepeats();
+        lineSamples_ = static_cast<size_t>(header.width) * kSamplesPerPixel;
+        lines_ = LargeBuffer::allocate<uint16_t>(lineSamples_ * static_cast<size_t>(header.height));
+        stored_ = 0;
+        return true;
+    }
+
+    bool writeRow(const uint16_t* row) override {
+        std::copy(row, row + lineSamples_, lines_.get() + lineSamples_ * stored_++);
+        return true;
+    }
+
+    bool finish() override {
+        augment_libtiff_with_custom_tags();
+        lastError = {};
+        const TIFFErrorHandler previous = TIFFSetErrorHandler(recordError);
+        const bool written = writeFile();
+        TIFFSetErrorHandler(previous);
+        if (written) return true;
+        if (!out_->failed()) {
+            if (lastError.error == 0 && !lastError.message.empty())
+                std::fprintf(stderr, "%s\n", lastError.message.c_str());
+            out_->fail(lastError.error);
+        }
         return false;
     }
-    return true;
-}
+
+private:
+    bool writeFile() {
+        TIFF* tif = TIFFClientOpen(out_->name().c_str(), "w", out_, readNothing, writeTo, seekIn, leaveOpen, sizeOf,
+                                   mapNothing, unmapNothing);
+        if (tif == nullptr) {
+            std::fputs("Could not create tiff file\n", stderr);
+            return false;
+        }
+        setImageFields(tif, header_.isYCbCr(), header_.width, header_.height);
+        if (!lineRepeats_.empty()) TIFFSetField(tif, kLineRepeatTag, lineRepeatsAsJson(lineRepeats_).c_str());
+        const tmsize_t size = static_cast<tmsize_t>(lineSamples_ * static_cast<size_t>(header_.height) * 2);
+        bool written = TIFFWriteEncodedStrip(tif, 0, lines_.get(), size) >= 0 && TIFFFlush(tif);
+        if (!written) std::fputs("Could not write image\n", stderr);
+        TIFFClose(tif);
+        return written && !out_->failed();
+    }
+
+    OutputFile* out_ = nullptr;
+    ImageHeader header_;
+    LineRepeats lineRepeats_;
+    size_t lineSamples_ = 0;
+    LargeBuffer::Ptr<uint16_t> lines_;
+    size_t stored_ = 0;
+};
 
 }  // namespace
 
 namespace TiffWriter {
 
+std::unique_ptr<ImageWriter> make() { return std::make_unique<Writer>(); }
+
 int writeTiff(unsigned char* buffer, bool isYCbCr, int width, int height, int /*bits*/,
               const std::vector<std::pair<int, int>>& lineRepeats, const char* fileName) {
-    augment_libtiff_with_custom_tags();
-    TIFF* tif = TIFFOpen(fileName, "w");
-    if (tif == nullptr) {
-        std::fputs("Could not create tiff file\n", stderr);
-        return -1;
-    }
-    setImageFields(tif, isYCbCr, width, height);
-    if (!lineRepeats.empty()) TIFFSetField(tif, kLineRepeatTag, lineRepeatsAsJson(lineRepeats).c_str());
-    const bool written = writeImage(tif, buffer, width, height);
-    TIFFClose(tif);
-    if (written) return 0;
-    OutputFile::removeIncomplete(fileName);
-    return -1;
+    ImageHeader header;
+    header.width = width;
+    header.height = height;
+    header.axes = isYCbCr ? PatternGen::Colour_YCbCr_709 : PatternGen::Colour_RGB;
+    header.lineRepeats = &lineRepeats;
+    Writer writer;
+    return writeWholeFrame(writer, header, reinterpret_cast<const uint16_t*>(buffer),
+                           static_cast<size_t>(width) * kSamplesPerPixel, fileName, true);
 }
 
 }  // namespace TiffWriter

@@ -2,6 +2,7 @@
 // written byte by byte, so the output does not depend on the host's byte order.
 #include "output/writeTovaKelm.h"
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -12,23 +13,21 @@ bool Sample::b3Words = false;
 
 namespace {
 
-namespace DeviceFile {
+namespace DeviceFileLayout {
 constexpr char magic[8] = {'P', 'A', 'T', 'T', 'E', 'R', 'N', '\0'};
 constexpr size_t headerSize = 16;
 constexpr uint8_t bitDepth = 12;
-constexpr unsigned long maxCount = 65535;          // blocks per file, sections per line
-constexpr unsigned long maxSectionLength = 32767;  // twice the value must fit in 16 bits
-}  // namespace DeviceFile
+}  // namespace DeviceFileLayout
 
 void putWord(uint8_t* out, uint16_t value) {
     out[0] = static_cast<uint8_t>(value >> 8);
     out[1] = static_cast<uint8_t>(value & 0xFF);
 }
 
-bool writeWord(FILE* file, uint16_t value) {
+bool writeWord(OutputFile& out, uint16_t value) {
     uint8_t bytes[2];
     putWord(bytes, value);
-    return fwrite(bytes, 1, sizeof bytes, file) == sizeof bytes;
+    return out.write(bytes, sizeof bytes);
 }
 
 void refuse(const std::string& what, unsigned long value, unsigned long limit) {
@@ -48,18 +47,11 @@ void checkLineFits(const CompressedLine& line) {
     }
 }
 
-// Closes a failed file and removes it, so no half-written pattern is left behind.
-// Only a regular file is removed: a device such as /dev/full must survive a failed write.
-void discardFile(FILE* file, const std::string& fileName) {
-    fclose(file);
-    OutputFile::removeIncomplete(fileName);
-}
-
 }  // namespace
 
 // ---- Sample ----
 
-bool Sample::Save(FILE* file) const {
+bool Sample::Save(OutputFile& out) const {
     uint8_t bytes[8];
     size_t size;
     if (b3Words) {
@@ -74,7 +66,7 @@ bool Sample::Save(FILE* file) const {
         putWord(bytes + 6, component[3]);
         size = 8;
     }
-    if (fwrite(bytes, 1, size, file) != size) throw std::runtime_error("Problem writing Sample.\n");
+    if (!out.write(bytes, size)) throw std::runtime_error("Problem writing Sample.\n");
     return true;
 }
 
@@ -88,18 +80,18 @@ void Section::AddRepeatedSamplePair(unsigned int count, const Sample& sample) {
     samplePairs.push_back(sample);
 }
 
-bool Section::Save(FILE* file) const {
+bool Section::Save(OutputFile& out) const {
     uint16_t countWord;
     if (repeatCount != 0) {
         if (samplePairs.size() != 1)
             throw std::runtime_error("Repeated TPSection block must have exactly 1 sample pair.");
         countWord = static_cast<uint16_t>(2u * repeatCount);
     } else {
-        if (!writeWord(file, 0)) throw std::runtime_error("Problem saving Section SamplePairs.\n");
+        if (!writeWord(out, 0)) throw std::runtime_error("Problem saving Section SamplePairs.\n");
         countWord = static_cast<uint16_t>(2u * samplePairs.size()) & 0xFFFE;
     }
-    if (!writeWord(file, countWord)) throw std::runtime_error("Problem saving Section SamplePair count.\n");
-    for (const Sample& sample : samplePairs) sample.Save(file);
+    if (!writeWord(out, countWord)) throw std::runtime_error("Problem saving Section SamplePair count.\n");
+    for (const Sample& sample : samplePairs) sample.Save(out);
     return true;
 }
 
@@ -113,11 +105,11 @@ CompressedLine::~CompressedLine() {
     for (Section* section : sections) delete section;
 }
 
-bool CompressedLine::Save(FILE* file) const {
-    if (!writeWord(file, percentage)) throw std::runtime_error("Problem writing Percentage.");
+bool CompressedLine::Save(OutputFile& out) const {
+    if (!writeWord(out, percentage)) throw std::runtime_error("Problem writing Percentage.");
     if (sections.empty()) throw std::runtime_error("Zero length section is invalid!");
-    if (!writeWord(file, GetSectionCount())) throw std::runtime_error("Problem writing sections");
-    for (const Section* section : sections) section->Save(file);
+    if (!writeWord(out, GetSectionCount())) throw std::runtime_error("Problem writing sections");
+    for (const Section* section : sections) section->Save(out);
     return true;
 }
 
@@ -179,7 +171,19 @@ void TovaKelmPatternFile::Clear() {
 }
 
 bool TovaKelmPatternFile::Save(const std::string& fileName) {
-    // Refuse what the 16-bit fields cannot hold before the file exists.
+    checkFits();
+    OutputFile out(fileName);
+    if (!out.open()) throw std::runtime_error("Can't save file: " + fileName);
+    if (!Save(out)) return false;
+    if (!out.commit()) {
+        if (blockLayout == 1) throw std::runtime_error("Problem saving line_blocks");
+        return false;
+    }
+    return true;
+}
+
+// Refuses what the 16-bit fields cannot hold, before anything is written.
+void TovaKelmPatternFile::checkFits() const {
     if (blockLayout == 1) {
         unsigned long blocks = 0;
         for (const CompressedLine* line : line_blocks) {
@@ -191,46 +195,187 @@ bool TovaKelmPatternFile::Save(const std::string& fileName) {
     } else if (blockLayout == 0 && !line_blocks.empty()) {
         checkLineFits(*line_blocks.front());
     }
+}
 
-    FILE* file = fopen(fileName.c_str(), "wb");
-    if (file == nullptr) throw std::runtime_error("Can't save file: " + fileName);
-
-    bitDepth = DeviceFile::bitDepth;
-    uint8_t header[DeviceFile::headerSize] = {};
-    for (size_t i = 0; i < sizeof DeviceFile::magic; ++i) header[i] = static_cast<uint8_t>(DeviceFile::magic[i]);
+bool TovaKelmPatternFile::Save(OutputFile& out) {
+    checkFits();
+    bitDepth = DeviceFileLayout::bitDepth;
+    uint8_t header[DeviceFileLayout::headerSize] = {};
+    for (size_t i = 0; i < sizeof DeviceFileLayout::magic; ++i)
+        header[i] = static_cast<uint8_t>(DeviceFileLayout::magic[i]);
     header[8] = static_cast<uint8_t>(blockLayout & 0xFF);
     putWord(header + 9, lineWidth);
     header[11] = singleBlock ? 0 : 1;
     header[12] = static_cast<uint8_t>(bitDepth);
     header[13] = static_cast<uint8_t>(format & 0xFF);
-    if (fwrite(header, 1, sizeof header, file) != sizeof header) {
-        discardFile(file, fileName);
-        return false;
-    }
+    if (!out.write(header, sizeof header)) return false;
 
-    bool result = true;
-    try {
-        if (blockLayout == 0) {
-            if (!line_blocks.empty()) result = line_blocks.front()->Save(file);
-        } else if (blockLayout == 1) {
-            uint16_t blocks = 0;
-            for (const CompressedLine* line : line_blocks)
-                if (line->GetSectionCount() != 0) ++blocks;
-            if (!writeWord(file, blocks)) throw std::runtime_error("Problem saving line_blocks");
-            for (const CompressedLine* line : line_blocks)
-                if (line->GetSectionCount() != 0 && !line->Save(file))
-                    throw std::runtime_error("Problem saving line_blocks");
-        }
-    } catch (...) {
-        discardFile(file, fileName);
-        throw;
+    if (blockLayout == 0) {
+        if (!line_blocks.empty()) return line_blocks.front()->Save(out);
+    } else if (blockLayout == 1) {
+        uint16_t blocks = 0;
+        for (const CompressedLine* line : line_blocks)
+            if (line->GetSectionCount() != 0) ++blocks;
+        if (!writeWord(out, blocks)) throw std::runtime_error("Problem saving line_blocks");
+        for (const CompressedLine* line : line_blocks)
+            if (line->GetSectionCount() != 0 && !line->Save(out))
+                throw std::runtime_error("Problem saving line_blocks");
     }
-
-    // Buffered data reaches the disk only now; a failure here loses the body, so treat it as one.
-    if (fclose(file) != 0) {
-        OutputFile::removeIncomplete(fileName);
-        if (blockLayout == 1) throw std::runtime_error("Problem saving line_blocks");
-        return false;
-    }
-    return result;
+    return true;
 }
+
+// ---- DeviceBlockBuilder ----
+
+namespace {
+
+// Every block of a single-entry line-repeat list is marked as standing for the whole picture.
+constexpr uint16_t singleEntryPercentage = 100;
+
+Sample sampleAt(const uint16_t* samples, size_t i) {
+    Sample sample;
+    std::copy(samples + DeviceFile::samplesComponents * i, samples + DeviceFile::samplesComponents * (i + 1),
+              sample.component);
+    return sample;
+}
+
+// Run-length encoder for one line: A B B B C becomes [A B], run 2 of B, [C]. Literals and runs longer
+// than a section holds are split.
+class LineCompressor {
+public:
+    LineCompressor(CompressedLine& line, std::vector<Sample>& literal) : line_(line), literal_(literal) {
+        literal_.clear();
+    }
+
+    void add(const Sample& sample) {
+        if (hasPrevious_ && sample == previous_) {
+            ++runCount_;
+            flushLiteral();
+        } else {
+            flushRun();
+            literal_.push_back(sample);
+        }
+        previous_ = sample;
+        hasPrevious_ = true;
+    }
+
+    void finish() {
+        if (runCount_ != 0)
+            flushRun();
+        else
+            flushLiteral();
+    }
+
+private:
+    void flushLiteral() {
+        for (size_t done = 0; done < literal_.size();) {
+            const size_t count = std::min<size_t>(literal_.size() - done, DeviceFile::maxSectionLength);
+            line_.AddArray(static_cast<unsigned short>(count), literal_.data() + done);
+            done += count;
+        }
+        literal_.clear();
+    }
+
+    void flushRun() {
+        while (runCount_ != 0) {
+            const uint32_t count = std::min<uint32_t>(runCount_, DeviceFile::maxSectionLength);
+            line_.AddRun(static_cast<unsigned short>(count), previous_);
+            runCount_ -= count;
+        }
+    }
+
+    CompressedLine& line_;
+    std::vector<Sample>& literal_;
+    uint32_t runCount_ = 0;  // wider than the format's field so wide lines cannot wrap
+    Sample previous_;
+    bool hasPrevious_ = false;
+};
+
+}  // namespace
+
+DeviceBlockBuilder::DeviceBlockBuilder(TovaKelmPatternFile& file, int width, bool pairs, const LineRepeats& lineRepeats)
+    : file_(file), samples_(static_cast<size_t>(DeviceFile::samplesPerLine(width, pairs))), lineRepeats_(lineRepeats) {
+    file_.lineWidth = static_cast<uint16_t>(width);
+    file_.blockLayout = 1;
+    file_.singleBlock = lineRepeats_.size() == 1;
+    Sample::b3Words = !pairs;
+}
+
+std::unique_ptr<CompressedLine> DeviceBlockBuilder::compress(const uint16_t* samples) {
+    auto line = std::make_unique<CompressedLine>();
+    LineCompressor compressor(*line, literal_);
+    for (size_t i = 0; i < samples_; ++i) compressor.add(sampleAt(samples, i));
+    compressor.finish();
+    return line;
+}
+
+void DeviceBlockBuilder::handOver(std::unique_ptr<CompressedLine> line, uint32_t percentage) {
+    line->SetPercentage(static_cast<unsigned short>(percentage));
+    file_.AddBlock(line.release());
+}
+
+void DeviceBlockBuilder::addRow(const uint16_t* samples) {
+    const size_t components = samples_ * DeviceFile::samplesComponents;
+    if (!lineRepeats_.empty()) {
+        // The block covers the picture lines from the previous listed line to this one.
+        const int y = lineRepeats_.at(row_++).second;
+        const int covered = lineRepeats_.size() == 1 ? singleEntryPercentage : y - repeatStart_ + 1;
+        repeatStart_ = y + 1;
+        handOver(compress(samples), static_cast<uint32_t>(covered));
+        return;
+    }
+    // Identical rows compress identically: compare the samples, and compress only a new line.
+    if (pending_ && std::equal(samples, samples + components, previous_.begin()) &&
+        pendingLines_ < DeviceFile::maxPercentage) {
+        ++pendingLines_;
+        return;
+    }
+    if (pending_) handOver(std::move(pending_), pendingLines_);
+    previous_.assign(samples, samples + components);
+    pending_ = compress(samples);
+    pendingLines_ = 1;
+}
+
+void DeviceBlockBuilder::finish() {
+    if (pending_) handOver(std::move(pending_), pendingLines_);
+}
+
+// ---- DeviceFileWriter ----
+
+namespace {
+
+class DeviceWriter final : public ImageWriter {
+public:
+    DeviceWriter(uint32_t format, bool toXYZ) : toXYZ_(toXYZ) { file_.format = format; }
+
+    bool begin(OutputFile& out, const ImageHeader& header) override {
+        out_ = &out;
+        if (header.lineRepeats != nullptr) lineRepeats_ = *header.lineRepeats;
+        builder_ = std::make_unique<DeviceBlockBuilder>(
+            file_, header.width, DeviceFile::usesSamplePairs(header.axes, header.sampling), lineRepeats_);
+        return true;
+    }
+
+    bool writeRow(const uint16_t* samples) override {
+        builder_->addRow(samples);
+        return true;
+    }
+
+    bool finish() override {
+        builder_->finish();
+        if (toXYZ_) file_.ConvertToXYZ();
+        return file_.Save(*out_) && !out_->failed();
+    }
+
+private:
+    bool toXYZ_;
+    TovaKelmPatternFile file_;
+    LineRepeats lineRepeats_;
+    std::unique_ptr<DeviceBlockBuilder> builder_;
+    OutputFile* out_ = nullptr;
+};
+
+}  // namespace
+
+namespace DeviceFileWriter {
+std::unique_ptr<ImageWriter> make(uint32_t format, bool toXYZ) { return std::make_unique<DeviceWriter>(format, toXYZ); }
+}  // namespace DeviceFileWriter

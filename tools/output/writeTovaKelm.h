@@ -1,11 +1,29 @@
 // The run-length compressed pattern file played out by the Tova and Kelm generators:
-// an in-memory model (file -> compressed lines -> sections -> samples) and its writer.
+// an in-memory model (file -> compressed lines -> sections -> samples), its builder from rows of
+// samples and its writer.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "output/ImageWriter.h"
+
+class OutputFile;
+
+namespace DeviceFile {
+constexpr unsigned long maxCount = 65535;          // blocks per file, sections per line (16-bit counts)
+constexpr unsigned long maxSectionLength = 32767;  // a section's length is stored doubled in 16 bits
+constexpr uint32_t maxPercentage = 65535;          // a block's line count; more lines continue in a new block
+constexpr int samplesComponents = 4;               // a row of samples holds four components each
+
+// Y'CbCr with subsampled chroma packs two pixels into a sample (four words on file); everything else one.
+inline bool usesSamplePairs(PatternGen::colorAxes_e axes, int sampling) {
+    return PatternGen::isYCbCrAxes(axes) && sampling != 444;
+}
+inline int samplesPerLine(int width, bool pairs) { return pairs ? (width + 1) / 2 : width; }
+}  // namespace DeviceFile
 
 // Four 12-bit code values. Their meaning depends on the file's format:
 // RGB: R, G, B, 0; Y'CbCr 4:4:4: Cr, Y, Cb, 0; Y'CbCr 4:2:2: Cr, Y, Cb of the first pixel and
@@ -23,7 +41,7 @@ struct Sample {
     bool operator!=(const Sample& other) const { return !(*this == other); }
 
     // Writes the sample big-endian in the form b3Words selects; throws std::runtime_error on failure.
-    bool Save(FILE* file) const;
+    bool Save(OutputFile& out) const;
 };
 
 // A literal array of samples (repeatCount 0) or one sample repeated repeatCount times.
@@ -38,7 +56,7 @@ public:
     // Turns an empty section into a run; refuses a section that already holds samples.
     void AddRepeatedSamplePair(unsigned int count, const Sample& sample);
 
-    bool Save(FILE* file) const;
+    bool Save(OutputFile& out) const;
     void ConvertToXYZ(bool standardDefinition);
 
     bool operator==(const Section& other) const;
@@ -57,7 +75,7 @@ public:
     CompressedLine& operator=(const CompressedLine&) = delete;
 
     virtual ~CompressedLine();
-    virtual bool Save(FILE* file) const;
+    virtual bool Save(OutputFile& out) const;
     virtual void SetPercentage(unsigned short value);
     virtual unsigned short GetPercentage() const;
     virtual unsigned short GetSectionCount() const;
@@ -98,9 +116,48 @@ public:
     // Returns false if the header could not be written; every other failure throws
     // std::runtime_error. A file that fails part-way is removed.
     bool Save(const std::string& fileName);
+    // Writes the file through an open output; false if the header could not be written, other
+    // failures throw std::runtime_error. Refusals come before the first byte.
+    bool Save(OutputFile& out);
     // Rewrites every sample from studio-range R'G'B' to X'Y'Z' (format 3, three-word samples).
     void ConvertToXYZ();
+
+private:
+    void checkFits() const;
 };
+
+// Builds a file's blocks from rows of samples as the rows come (four components a sample): each row
+// is run-length compressed into a line. Without line repeats, identical neighbouring rows merge into
+// one block standing for them all; with them, row k is the block of the list's k-th pair. Sets the
+// file's width, layout, single-block flag and the sample form.
+class DeviceBlockBuilder {
+public:
+    DeviceBlockBuilder(TovaKelmPatternFile& file, int width, bool pairs, const LineRepeats& lineRepeats);
+    void addRow(const uint16_t* samples);
+    // Hands over the last pending block.
+    void finish();
+
+private:
+    std::unique_ptr<CompressedLine> compress(const uint16_t* samples);
+    void handOver(std::unique_ptr<CompressedLine> line, uint32_t percentage);
+
+    TovaKelmPatternFile& file_;
+    size_t samples_;
+    LineRepeats lineRepeats_;
+    size_t row_ = 0;
+    std::vector<uint16_t> previous_;  // the pending block's samples (whole-frame mode)
+    std::unique_ptr<CompressedLine> pending_;
+    uint32_t pendingLines_ = 0;
+    int repeatStart_ = 0;
+    std::vector<Sample> literal_;  // reused across lines
+};
+
+namespace DeviceFileWriter {
+// Rows of samples (four components each, see Sample) as the device loop renders them; the file gets
+// the format code given (TovaKelmPatternFile::Format_...), converted to X'Y'Z' first when toXYZ.
+// Failures to write throw std::runtime_error with the file's messages.
+std::unique_ptr<ImageWriter> make(uint32_t format, bool toXYZ);
+}  // namespace DeviceFileWriter
 
 // Studio-range R'G'B' (black 256, white 3760) to 12-bit X'Y'Z' code values (16..4079).
 void XYZColourSpaceConvert(const Sample* in, Sample* out, unsigned short count, bool standardDefinition);

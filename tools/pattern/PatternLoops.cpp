@@ -1,117 +1,146 @@
-// Rendering loops: the full frame (four samples a pixel, chroma subsampled, edges tapered) and
-// the line-repeat loop (three samples a pixel, only the lines the pattern lists).
+// Rendering loops as row producers: the full frame (four samples a pixel, chroma subsampled, edges
+// tapered) and the line-repeat loop (three samples a pixel, only the lines the pattern lists). The
+// whole-frame run_body forms fill a caller's buffer from the same producers.
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
+#include <vector>
 
 #include "colour/ConversionCache.h"
 #include "pattern/PatternWrapper.h"
+#include "pattern/RowSource.h"
 
 namespace {
 
 // Frames hold 12-bit code values scaled to the full 16-bit range.
 constexpr int frameShift = 4;
+constexpr int frameSamples = 4;  // per pixel: R G B A or Cr Y Cb A
+constexpr int lineSamples = 3;   // per pixel: R G B or Y Cb Cr
 // Edge taper: weight of black in the outermost column and in the one next to it.
 constexpr double taperOuter = 0.9;
 constexpr double taperInner = 0.33;
 
 uint16_t toFrame(uint16_t code) { return static_cast<uint16_t>(code << frameShift); }
 
+bool isEven(int v) { return v % 2 == 0; }
+
 struct CoordinateRange {
     int x0, x1, y0, y1;
 };
 
-bool isEven(int v) { return v % 2 == 0; }
-
-}  // namespace
-
-bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short* frame) {
-    const int halfWidth = frameWidth / 2;
-    CoordinateRange range{};
-    if (useFullCanvasSize()) {
-        if (quadrant != PatternGen::Quadrant_None) throw std::runtime_error("Quadrant mode is depracated");
-        range = {0, frameWidth, 0, frameHeight};
-    } else {
-        switch (quadrant) {
-            case PatternGen::Quadrant_TL:
-                range = {-frameWidth, 0, 0, frameHeight};
-                break;
-            case PatternGen::Quadrant_TR:
-                range = {0, frameWidth, 0, frameHeight};
-                break;
-            case PatternGen::Quadrant_BL:
-                range = {-frameWidth, 0, frameHeight, 2 * frameHeight};
-                break;
-            case PatternGen::Quadrant_BR:
-                range = {0, frameWidth, frameHeight, 2 * frameHeight};
-                break;
-            default:
-                range = {-halfWidth, halfWidth, 0, frameHeight};
-                break;
-        }
+// Canvas coordinates of the rendered part: centred without quadrants, one quarter of the doubled
+// canvas with them; a full-canvas pattern refuses quadrants.
+CoordinateRange frameRange(PatternSpec& pattern, int width, int height) {
+    const int halfWidth = width / 2;
+    if (pattern.useFullCanvasSize()) {
+        if (pattern.quadrant != PatternGen::Quadrant_None) throw std::runtime_error("Quadrant mode is depracated");
+        return {0, width, 0, height};
     }
-
-    Pixel black(0, 0, 0, PatternGen::Colour_RGB);
-    if (colourSpace.isColourDifference()) black = black.convertTo(PatternGen::Colour_YCbCr_709);
-
-    ConversionCache cache(colourSpace.axes(), true);
-    const bool taper = riseTimeEnabled && !edgeTaperOff;
-    const bool subsampled = sampling != PatternGen::Sampling_444;
-
-    // Chroma of the most recent even column, for 4:2:2 and 4:2:0; it starts as a default pixel's.
-    const Pixel initialHeld;
-    uint16_t heldCr = initialHeld.sample[Pixel::CR_R];
-    uint16_t heldCb = initialHeld.sample[Pixel::CB_B];
-    const unsigned short* evenRow = nullptr;
-    const size_t frameRowSamples = static_cast<size_t>(frameWidth) * 4;
-    Pixel tapered;
-    for (int y = range.y0; y < range.y1; ++y) {
-        unsigned short* out = frame + static_cast<size_t>(y - range.y0) * frameRowSamples;
-        if (isEven(y)) evenRow = out;
-        // A first row that is odd has no even row above it: it holds chroma like 4:2:2.
-        const bool repeatRowAbove = sampling == PatternGen::Sampling_420 && !isEven(y) && evenRow != nullptr;
-        const unsigned short* above = evenRow;
-        for (int x = range.x0; x < range.x1; ++x, out += 4) {
-            const Pixel* q = &cache.convert(body(x, y));
-            if (taper && (x <= -halfWidth + 1 || x >= halfWidth - 2)) {
-                tapered = *q;
-                if (x <= -halfWidth)
-                    tapered = black.blend(taperOuter, taperOuter, tapered);
-                else if (x <= -halfWidth + 1)
-                    tapered = black.blend(taperInner, taperInner, tapered);
-                if (x >= halfWidth - 1)
-                    tapered = black.blend(taperOuter, taperOuter, tapered);
-                else if (x >= halfWidth - 2)
-                    tapered = black.blend(taperInner, taperInner, tapered);
-                q = &tapered;
-            }
-            if (isEven(x)) {
-                heldCr = q->sample[Pixel::CR_R];
-                heldCb = q->sample[Pixel::CB_B];
-            }
-
-            out[1] = toFrame(q->sample[Pixel::Y_G]);
-            out[3] = toFrame(q->sample[Pixel::ALPHA]);
-            if (repeatRowAbove) {
-                out[0] = above[0];
-                out[2] = above[2];
-                above += 4;
-            } else {
-                out[0] = toFrame(subsampled ? heldCr : q->sample[Pixel::CR_R]);
-                out[2] = toFrame(subsampled ? heldCb : q->sample[Pixel::CB_B]);
-            }
-        }
-        // A centred picture of odd width renders one column fewer than the frame row holds:
-        // leave that column black and transparent rather than uninitialised.
-        std::fill(out, frame + static_cast<size_t>(y - range.y0 + 1) * frameRowSamples, static_cast<unsigned short>(0));
+    switch (pattern.quadrant) {
+        case PatternGen::Quadrant_TL:
+            return {-width, 0, 0, height};
+        case PatternGen::Quadrant_TR:
+            return {0, width, 0, height};
+        case PatternGen::Quadrant_BL:
+            return {-width, 0, height, 2 * height};
+        case PatternGen::Quadrant_BR:
+            return {0, width, height, 2 * height};
+        default:
+            return {-halfWidth, halfWidth, 0, height};
     }
-    return true;
 }
 
-namespace {
+// Rows of the full frame. Chroma held for 4:2:2 carries over from one row's last even column to the
+// next row; a 4:2:0 odd row repeats the chroma of the most recent even row, kept here.
+class FullFrameRows final : public RowSource {
+public:
+    FullFrameRows(PatternSpec& pattern, int width, int height)
+        : pattern_(pattern),
+          width_(width),
+          halfWidth_(width / 2),
+          range_(frameRange(pattern, width, height)),
+          y_(range_.y0),
+          cache_(pattern.colourSpace.axes(), true),
+          taper_(pattern.riseTimeEnabled && !pattern.edgeTaperOff),
+          subsampled_(pattern.sampling != PatternGen::Sampling_444),
+          rowPairs_(pattern.sampling == PatternGen::Sampling_420) {
+        black_ = Pixel(0, 0, 0, PatternGen::Colour_RGB);
+        if (pattern.colourSpace.isColourDifference()) black_ = black_.convertTo(PatternGen::Colour_YCbCr_709);
+        const Pixel initialHeld;
+        heldCr_ = initialHeld.sample[Pixel::CR_R];
+        heldCb_ = initialHeld.sample[Pixel::CB_B];
+        if (rowPairs_) evenChroma_.resize(static_cast<size_t>(width) * 2);
+    }
+
+    int rows() const override { return range_.y1 - range_.y0; }
+    size_t rowSamples() const override { return static_cast<size_t>(width_) * frameSamples; }
+
+    void nextRow(uint16_t* row) override {
+        const int y = y_++;
+        // A first row that is odd has no even row above it: it holds chroma like 4:2:2.
+        const bool repeatRowAbove = rowPairs_ && !isEven(y) && haveEvenRow_;
+        const bool keepChroma = rowPairs_ && isEven(y);
+        const uint16_t* above = evenChroma_.data();
+        uint16_t* kept = evenChroma_.data();
+        uint16_t* out = row;
+        for (int x = range_.x0; x < range_.x1; ++x, out += frameSamples) {
+            const Pixel& q = tapered(x, cache_.convert(pattern_.body(x, y)));
+            if (isEven(x)) {
+                heldCr_ = q.sample[Pixel::CR_R];
+                heldCb_ = q.sample[Pixel::CB_B];
+            }
+            out[1] = toFrame(q.sample[Pixel::Y_G]);
+            out[3] = toFrame(q.sample[Pixel::ALPHA]);
+            if (repeatRowAbove) {
+                out[0] = *above++;
+                out[2] = *above++;
+            } else {
+                out[0] = toFrame(subsampled_ ? heldCr_ : q.sample[Pixel::CR_R]);
+                out[2] = toFrame(subsampled_ ? heldCb_ : q.sample[Pixel::CB_B]);
+            }
+            if (keepChroma) {
+                *kept++ = out[0];
+                *kept++ = out[2];
+            }
+        }
+        haveEvenRow_ = haveEvenRow_ || keepChroma;
+        // A centred picture of odd width renders one column fewer than the row holds: leave that
+        // column black and transparent rather than uninitialised.
+        std::fill(out, row + rowSamples(), static_cast<uint16_t>(0));
+    }
+
+private:
+    // The pixel blended towards black in the two outermost columns on each side.
+    const Pixel& tapered(int x, const Pixel& q) {
+        if (!taper_ || (x > -halfWidth_ + 1 && x < halfWidth_ - 2)) return q;
+        taperedPixel_ = q;
+        if (x <= -halfWidth_)
+            taperedPixel_ = black_.blend(taperOuter, taperOuter, taperedPixel_);
+        else if (x <= -halfWidth_ + 1)
+            taperedPixel_ = black_.blend(taperInner, taperInner, taperedPixel_);
+        if (x >= halfWidth_ - 1)
+            taperedPixel_ = black_.blend(taperOuter, taperOuter, taperedPixel_);
+        else if (x >= halfWidth_ - 2)
+            taperedPixel_ = black_.blend(taperInner, taperInner, taperedPixel_);
+        return taperedPixel_;
+    }
+
+    PatternSpec& pattern_;
+    int width_, halfWidth_;
+    CoordinateRange range_;
+    int y_;
+    Pixel black_;
+    ConversionCache cache_;
+    bool taper_, subsampled_, rowPairs_;
+    uint16_t heldCr_, heldCb_;
+    std::vector<uint16_t> evenChroma_;  // Cr, Cb per column of the most recent even row (4:2:0)
+    bool haveEvenRow_ = false;
+    Pixel taperedPixel_;
+};
 
 // Stores one pixel as three samples: R, G, B for R'G'B' axes, Y, Cb, Cr otherwise.
-void storeThreeSamples(const Pixel& q, bool rgb, unsigned short* out) {
+void storeThreeSamples(const Pixel& q, bool rgb, uint16_t* out) {
     if (rgb) {
         out[0] = toFrame(q.sample[Pixel::CR_R]);
         out[1] = toFrame(q.sample[Pixel::Y_G]);
@@ -123,33 +152,76 @@ void storeThreeSamples(const Pixel& q, bool rgb, unsigned short* out) {
     }
 }
 
-}  // namespace
-
-bool PatternSpec::run_body(int, int lineWidth, int& lineCount, std::vector<std::pair<int, int>>& lineRepeats,
-                           unsigned char* buffer) {
-    getLineRepeats(lineRepeats);
-    unsigned short* samples = reinterpret_cast<unsigned short*>(buffer);
-    ConversionCache cache(colourSpace.axes(), true);
-    const bool rgb = colourSpace.colourIsRGB();
-    auto renderLine = [&](int storedLine, int sourceLine) {
-        unsigned short* out = samples + static_cast<size_t>(storedLine) * static_cast<size_t>(lineWidth) * 3;
-        for (int x = 0; x < lineWidth; ++x, out += 3) storeThreeSamples(cache.convert(body(x, sourceLine)), rgb, out);
-    };
-
+// The source lines to store, in order: all of them without a list; with one, line n shows the source
+// line of the first pair whose first member is n, and a gap (or `capacity` lines) ends the picture.
+std::vector<int> storedSourceLines(const std::vector<std::pair<int, int>>& lineRepeats, int capacity) {
+    std::vector<int> lines;
     if (lineRepeats.empty()) {
-        for (int y = 0; y < lineCount; ++y) renderLine(y, y);
-        return true;
+        for (int y = 0; y < capacity; ++y) lines.push_back(y);
+        return lines;
     }
-    // Never store more lines than the buffer has rows.
-    const int capacity = lineCount;
-    int n = 0;
-    for (; n < capacity; ++n) {
-        // The first pair listing stored line n gives its source line; a gap ends the picture.
+    for (int n = 0; n < capacity; ++n) {
         const auto entry = std::find_if(lineRepeats.begin(), lineRepeats.end(),
                                         [n](const std::pair<int, int>& p) { return p.first == n; });
         if (entry == lineRepeats.end()) break;
-        renderLine(n, entry->second);
+        lines.push_back(entry->second);
     }
-    lineCount = n;
+    return lines;
+}
+
+class LineRepeatRows final : public RowSource {
+public:
+    LineRepeatRows(PatternSpec& pattern, int width, std::vector<int> sourceLines)
+        : pattern_(pattern),
+          width_(width),
+          sourceLines_(std::move(sourceLines)),
+          cache_(pattern.colourSpace.axes(), true),
+          rgb_(pattern.colourSpace.colourIsRGB()) {}
+
+    int rows() const override { return static_cast<int>(sourceLines_.size()); }
+    size_t rowSamples() const override { return static_cast<size_t>(width_) * lineSamples; }
+
+    void nextRow(uint16_t* row) override {
+        const int y = sourceLines_.at(next_++);
+        for (int x = 0; x < width_; ++x, row += lineSamples)
+            storeThreeSamples(cache_.convert(pattern_.body(x, y)), rgb_, row);
+    }
+
+private:
+    PatternSpec& pattern_;
+    int width_;
+    std::vector<int> sourceLines_;
+    size_t next_ = 0;
+    ConversionCache cache_;
+    bool rgb_;
+};
+
+// Runs a producer into consecutive rows of a caller's buffer.
+void fillRows(RowSource& rows, uint16_t* buffer) {
+    for (int y = 0; y < rows.rows(); ++y) rows.nextRow(buffer + rows.rowSamples() * static_cast<size_t>(y));
+}
+
+}  // namespace
+
+std::unique_ptr<RowSource> PatternSpec::fullFrameRows(int frameWidth, int frameHeight) {
+    return std::make_unique<FullFrameRows>(*this, frameWidth, frameHeight);
+}
+
+std::unique_ptr<RowSource> PatternSpec::lineRepeatRows(int lineWidth, int lineCount,
+                                                       std::vector<std::pair<int, int>>& lineRepeats) {
+    getLineRepeats(lineRepeats);
+    return std::make_unique<LineRepeatRows>(*this, lineWidth, storedSourceLines(lineRepeats, lineCount));
+}
+
+bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short* frame) {
+    fillRows(*fullFrameRows(frameWidth, frameHeight), frame);
+    return true;
+}
+
+bool PatternSpec::run_body(int, int lineWidth, int& lineCount, std::vector<std::pair<int, int>>& lineRepeats,
+                           unsigned char* buffer) {
+    const std::unique_ptr<RowSource> rows = lineRepeatRows(lineWidth, lineCount, lineRepeats);
+    fillRows(*rows, reinterpret_cast<uint16_t*>(buffer));
+    lineCount = rows->rows();
     return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@ typedef struct _cairo cairo_t;
 typedef struct _PangoLayout PangoLayout;
 
 class TovaKelmPatternFile;
+class RowSource;
 
 namespace PatternGen {
 
@@ -82,6 +84,12 @@ public:
                   unsigned char* buffer);
     bool run_body(int optionValue, int width, int height, std::vector<std::pair<int, int>>& lineRepeats,
                   TovaKelmPatternFile& file);
+    // The same loops as row producers, for streaming; the line-repeat and device forms have the
+    // pattern fill lineRepeats, and the device form warns about widths the devices refuse. A
+    // full-canvas pattern refuses quadrant mode here, before any row.
+    std::unique_ptr<RowSource> fullFrameRows(int width, int height);
+    std::unique_ptr<RowSource> lineRepeatRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
+    std::unique_ptr<RowSource> deviceRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
 
     // Text.
     int textCursor(int x, int y);

@@ -1,0 +1,41 @@
+// The one interface every writer sits behind. A writer is told the geometry, then takes the rows
+// top to bottom as they are rendered, then finishes; it writes only through the OutputFile it is
+// given, which the caller has opened and commits afterwards. Which rows a writer takes (their
+// layout) is fixed by the rendering loop the format table pairs it with.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "colour/ColourSpace.h"
+#include "output/OutputFile.h"
+
+using LineRepeats = std::vector<std::pair<int, int>>;
+
+// What a writer knows before the first row.
+struct ImageHeader {
+    int width = 0;
+    int height = 0;  // rows that follow
+    int bits = 12;   // output depth the samples were rounded to
+    PatternGen::colorAxes_e axes = PatternGen::Colour_RGB;
+    int sampling = 444;
+    const LineRepeats* lineRepeats = nullptr;  // the pattern's list, where the loop has one
+
+    bool isYCbCr() const { return PatternGen::isYCbCrAxes(axes); }
+};
+
+class ImageWriter {
+public:
+    virtual ~ImageWriter() = default;
+    // Each returns false on failure; the OutputFile then holds the system's reason, if any.
+    virtual bool begin(OutputFile& out, const ImageHeader& header) = 0;
+    virtual bool writeRow(const uint16_t* row) = 0;
+    virtual bool finish() = 0;
+};
+
+// Opens fileName, writes `height` rows of `rowSamples` samples from `frame` and commits: 0, or -1
+// with no file left. For callers that hold a whole frame.
+int writeWholeFrame(ImageWriter& writer, const ImageHeader& header, const uint16_t* frame, size_t rowSamples,
+                    const char* fileName, bool needSeek = false);
