@@ -25,6 +25,7 @@
 #include "output/writeTovaKelm.h"
 #include "output/writeY4m.h"
 #include "pattern/RowSource.h"
+#include "preview/Preview.h"
 #include "selftest/UnitTests.h"
 
 using PatternGen::colorAxes_e;
@@ -35,13 +36,8 @@ namespace PatternRender {
 
 namespace {
 
-// Limits that keep the patterns' grids non-degenerate and a frame within reach of memory.
-constexpr int minimumSize = 64;
-constexpr int maximumSize = 16384;
-constexpr double minimumPixelAspect = 0.25;
-constexpr double maximumPixelAspect = 4.0;
-constexpr int minimumBits = 8;
-constexpr int maximumBits = 16;
+using namespace Limits;
+
 constexpr int deviceBits = 12;
 
 constexpr int samplesPerFramePixel = 4;
@@ -51,9 +47,9 @@ constexpr int samplesPerFramePixel = 4;
 bool checkRaster(const Settings& s) {
     const int scale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
     const int64_t canvasWidth = int64_t(s.width) * scale, canvasHeight = int64_t(s.height) * scale;
-    if (s.width < minimumSize || s.height < minimumSize || canvasWidth > maximumSize || canvasHeight > maximumSize) {
-        std::fprintf(stderr, "Error: Size %dx%d is outside %dx%d to %dx%d (-d)\n", s.width, s.height, minimumSize,
-                     minimumSize, maximumSize / scale, maximumSize / scale);
+    if (s.width < minimumSide || s.height < minimumSide || canvasWidth > maximumSide || canvasHeight > maximumSide) {
+        std::fprintf(stderr, "Error: Size %dx%d is outside %dx%d to %dx%d (-d)\n", s.width, s.height, minimumSide,
+                     minimumSide, maximumSide / scale, maximumSide / scale);
         return false;
     }
     if (s.aspectNum <= 0 || s.aspectDen <= 0) {
@@ -132,8 +128,9 @@ DPX::eFormat dpxDescriptor(const Settings& s) {
 std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
 std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(dpxDescriptor(s), DPX::Metadata()); }
 std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
-// One frame at 25 a second until the command line offers --frames and --rate.
-std::unique_ptr<ImageWriter> makeY4m(const Settings& s) { return Y4mWriter::make(1, 25, 1, s.aspectNum, s.aspectDen); }
+std::unique_ptr<ImageWriter> makeY4m(const Settings& s) {
+    return Y4mWriter::make(s.frames, s.rateNum, s.rateDen, s.aspectNum, s.aspectDen);
+}
 template <uint32_t format, bool toXYZ>
 std::unique_ptr<ImageWriter> makeDevice(const Settings&) {
     return DeviceFileWriter::make(format, toXYZ);
@@ -250,8 +247,8 @@ private:
 
 // Streams the rows into the writer through the file, and commits it. False after reporting.
 bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
-                 StageTimes* times) {
-    OutputFile out(s.fileName);
+                 FILE* standardOutput, StageTimes* times) {
+    OutputFile out(s.fileName, standardOutput);
     ImageHeader header;
     header.width = s.width;
     header.height = source.rows();
@@ -284,26 +281,6 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     }
 }
 
-// With "-" the picture goes to standard output, so the progress lines go to standard error until
-// the rows start.
-class ProgressAside {
-public:
-    explicit ProgressAside(bool active) : saved_(active ? dup(STDOUT_FILENO) : -1) {
-        if (saved_ >= 0) dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-    ~ProgressAside() { restore(); }
-    void restore() {
-        if (saved_ < 0) return;
-        std::fflush(stdout);
-        dup2(saved_, STDOUT_FILENO);
-        close(saved_);
-        saved_ = -1;
-    }
-
-private:
-    int saved_;
-};
-
 // Rows are mostly runs of equal pixels: each run is rounded once and copied along.
 template <typename RoundPixel>
 void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
@@ -320,7 +297,27 @@ void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
     }
 }
 
-int render(PatternSpec& pattern, const Settings& s, StageTimes* times) {
+// The preview is a pass of its own over the full frame, rounded as a PNG of the same settings is, so
+// that whatever the main format it shows the same picture and never touches the main output.
+bool writePreview(PatternSpec& pattern, const Settings& s) {
+    Preview preview(s.axes, s.bits, s.width, s.height, s.aspectNum, s.aspectDen);
+    OutputFile out(s.preview);
+    const std::unique_ptr<RowSource> rows = pattern.fullFrameRows(s.width, s.height);
+    const size_t pixels = static_cast<size_t>(s.width);
+    const bool written = out.open() && preview.begin(out) &&
+                         streamRows(
+                             *rows, [&](uint16_t* row) { roundFrame(row, pixels, s.axes, s.bits); },
+                             [&](const uint16_t* row) { return preview.addRow(row); }) &&
+                         preview.finish() && out.commit();
+    if (!written) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "Error: Failed to write the preview %s\n", s.preview.c_str());
+        if (!out.reason().empty()) std::fprintf(stderr, "%s\n", out.reason().c_str());
+    }
+    return written;
+}
+
+int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageTimes* times) {
     const Choice choice = chooseFormat(s);
     if (choice.format == nullptr) {
         std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, y4m, pat, rgb, yc4 or xyz\n",
@@ -330,7 +327,6 @@ int render(PatternSpec& pattern, const Settings& s, StageTimes* times) {
     const OutputFormat& format = *choice.format;
     if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
 
-    ProgressAside aside(s.fileName == "-");
     std::printf("size %dx%d\n", s.width, s.height);
     timed(times != nullptr ? &times->setup : nullptr, [&] {
         pattern.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
@@ -342,11 +338,10 @@ int render(PatternSpec& pattern, const Settings& s, StageTimes* times) {
     LineRepeats lineRepeats;
     const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
     announce(choice, s);
-    aside.restore();
-    return timed(times != nullptr ? &times->stream : nullptr,
-                 [&] { return writeOutput(format, s, *rows, lineRepeats, times); })
-               ? 0
-               : 1;
+    const bool written = timed(times != nullptr ? &times->stream : nullptr,
+                               [&] { return writeOutput(format, s, *rows, lineRepeats, standardOutput, times); });
+    if (!written) return 1;
+    return s.preview.empty() || writePreview(pattern, s) ? 0 : 1;
 }
 
 }  // namespace
@@ -374,17 +369,15 @@ void roundFrame(uint16_t* frame, size_t pixels, colorAxes_e axes, int bits) {
 }
 
 int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times) {
+    if (const int status = handleInformationalOptions(argc, argv); status >= 0) return status;
     Settings settings;
-    if (argc < 2) {
-        std::fprintf(stderr, "Error: Filename not given\n");
-        return 1;
-    }
     if (!parseCommandLine(argc, argv, settings)) return 1;
     if (settings.selfTest)
         return UnitTests::runUnitTests(settings.width, settings.height, settings.aspectNum, settings.aspectDen,
                                        settings.axes);
     if (!settings.haveFileName) {
         std::fprintf(stderr, "Error: Filename not given\n");
+        printHelpHint();
         return 1;
     }
     // The full canvas has no quarters: refused before anything is checked or set up, whatever the format.
@@ -393,8 +386,13 @@ int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times
         return 1;
     }
     if (!checkRaster(settings)) return 1;
+    warnAboutSettings(settings);
+    // With "-" the file goes to the real standard output and every progress line to standard error.
+    FILE* data = stdout;
+    if (settings.fileName == "-" && (data = divertProgressFromStandardOutput()) == nullptr) return 1;
+    const std::unique_ptr<FILE, int (*)(FILE*)> divertedData(data != stdout ? data : nullptr, std::fclose);
     try {
-        return render(pattern, settings, times);
+        return render(pattern, settings, data, times);
     } catch (const std::bad_alloc&) {
         std::fflush(stdout);
         std::fprintf(stderr, "Error: Not enough memory to render %dx%d\n", settings.width, settings.height);

@@ -3,7 +3,6 @@
 #include "philips-PM5544-new.h"
 
 int main(int argc, char** argv) {
-    if (const int status = PatternRender::handleInformationalOptions(argc, argv); status >= 0) return status;
     PhilipsPm5544Spec card;
     return PatternRender::renderPattern(argc, argv, card);
 }

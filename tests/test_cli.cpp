@@ -378,7 +378,7 @@ TEST_F(Program, InstallationPutsTheProgramManualAndCompletionInPlace) {
 }
 
 // Need the driver to send "-" through divertProgressFromStandardOutput and to call warnAboutSettings.
-TEST_F(Program, DISABLED_StandardOutputAsTheFile) {
+TEST_F(Program, StandardOutputAsTheFile) {
     const std::pair<const char*, const char*> cases[] = {
         {"-d 160x90 -", "png"}, {"-d 160x90 --format png -", "png"}, {"-d 160x90 -b 10 -c 709 --format dpx -", "dpx"}};
     for (const auto& [args, format] : cases) {

@@ -166,7 +166,8 @@ FILE* anonymousTemporary() {
 
 }  // namespace
 
-OutputFile::OutputFile(std::string name) : name_(std::move(name)), toStandardOutput_(name_ == "-") {}
+OutputFile::OutputFile(std::string name, FILE* standardOutput)
+    : name_(std::move(name)), toStandardOutput_(name_ == "-"), standardOutput_(standardOutput) {}
 
 OutputFile::~OutputFile() {
     if (stream_ != nullptr || temporarySlot_ >= 0) abandon();
@@ -175,8 +176,8 @@ OutputFile::~OutputFile() {
 bool OutputFile::open(bool needSeek) {
     installCleanupOnce();
     if (toStandardOutput_) {
-        if (needSeek) return openThroughCopy(stdout);
-        stream_ = stdout;
+        if (needSeek) return openThroughCopy(standardOutput_);
+        stream_ = standardOutput_;
         return true;
     }
     struct stat status {};
@@ -300,16 +301,16 @@ void OutputFile::copyToDestination() {
     if (std::fflush(destination_) != 0) fail(errno);
 }
 
-// Standard output is only flushed: it stays open for the rest of the program.
+// Standard output is only flushed: it belongs to whoever handed it over.
 void OutputFile::closeStream(FILE*& stream) {
     if (stream == nullptr) return;
-    if ((stream == stdout ? std::fflush(stream) : std::fclose(stream)) != 0) fail(errno);
+    if ((stream == standardOutput_ ? std::fflush(stream) : std::fclose(stream)) != 0) fail(errno);
     stream = nullptr;
 }
 
 void OutputFile::abandon() {
     for (FILE** stream : {&stream_, &destination_}) {
-        if (*stream != nullptr && *stream != stdout) std::fclose(*stream);
+        if (*stream != nullptr && *stream != standardOutput_) std::fclose(*stream);
         *stream = nullptr;
     }
     if (temporarySlot_ >= 0) retireTemporary(temporarySlot_, nullptr);

@@ -14,8 +14,8 @@
 
 class OutputFile {
 public:
-    // "-" names standard output.
-    explicit OutputFile(std::string name);
+    // "-" names standard output, written to standardOutput (the driver may have moved it aside).
+    explicit OutputFile(std::string name, FILE* standardOutput = stdout);
     ~OutputFile();  // abandons a file that was opened and not committed
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -54,6 +54,7 @@ private:
     std::string reason_;
     FILE* stream_ = nullptr;
     bool toStandardOutput_ = false;
+    FILE* standardOutput_ = stdout;
     std::string target_;           // the regular file the temporary replaces
     int temporarySlot_ = -1;       // the temporary's entry in the list removed on a stop signal
     FILE* destination_ = nullptr;  // a destination that cannot seek, filled from stream_ at commit
