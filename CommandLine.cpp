@@ -14,6 +14,7 @@
 #include <iterator>
 #include <string>
 
+#include "OutputFormats.h"
 #include "colour/ColourSpace.h"
 
 using PatternGen::colorAxes_e;
@@ -302,31 +303,13 @@ bool applyNothing(const char*, const char*, Settings&) { return true; }
 
 // ---- The long options ----
 
-const Format formatTable[] = {
-    {"png",
-     "16-bit RGBA PNG; Y'CbCr frames carry Cr, Y', Cb in R, G, B. Also written for a name without an "
-     "extension, or with one that names no format"},
-    {"tif", "16-bit three-sample TIFF, LZW, with the line-repeat list in tag 65456 \"LineRepeat\""},
-    {"dpx",
-     "10-bit DPX (SMPTE 268M) whatever -b says: descriptor 50 (RGB) for RGB and RGB-headroom, 102 "
-     "(CbYCr 4:4:4) for 709 with -s 444, 100 (CbYCrY 4:2:2) for every other encoding"},
-    {"pat", "signal-generator pattern file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422"},
-    {"yc4", "signal-generator pattern file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444"},
-    {"rgb", "signal-generator pattern file, R'G'B'; needs -b 12 and RGB-headroom or an HDR R'G'B' encoding"},
-    {"xyz", "as rgb, converted to DCI X'Y'Z'"},
-    {"y4m", "YUV4MPEG2 stream of --frames frames at --rate"},
-};
-
 Words formatNames() {
     Words names;
-    for (const Format& row : formatTable) names.push_back(row.name);
+    for (const OutputFormat& row : formats()) names.push_back(row.name);
     return names;
 }
 
-bool isFormat(const std::string& name) {
-    const Words names = formatNames();
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
+bool isFormat(const std::string& name) { return formatNamed(name) != nullptr; }
 
 bool applyFormat(const char* option, const char* value, Settings& s) {
     if (!isFormat(value))
@@ -553,7 +536,6 @@ void warnAboutDpx(const Settings& s) {
 Rows<Option> shortOptions() { return {std::begin(shortOptionTable), std::end(shortOptionTable)}; }
 Rows<Option> longOptions() { return {std::begin(longOptionTable), std::end(longOptionTable)}; }
 Rows<ColourWord> colourWords() { return {std::begin(colourWordTable), std::end(colourWordTable)}; }
-Rows<Format> formats() { return {std::begin(formatTable), std::end(formatTable)}; }
 
 std::string fileExtension(const std::string& fileName, bool& hasDot) {
     const size_t dot = fileName.rfind('.');
@@ -594,16 +576,9 @@ int handleInformationalOptions(int argc, char** argv) {
 
 void printHelpHint() { std::fprintf(stderr, "%s\n", helpHint); }
 
-std::string outputFormat(const Settings& s) {
-    if (!s.format.empty()) return s.format;
-    bool hasDot = false;
-    const std::string ext = fileExtension(s.fileName, hasDot);
-    return s.fileName != "-" && hasDot && isFormat(ext) ? ext : "png";
-}
-
 void warnAboutSettings(const Settings& s) {
     if (s.format.empty() && s.fileName != "-") warnAboutFallbackToPng(s);
-    if (outputFormat(s) == "dpx") warnAboutDpx(s);
+    if (std::string(formatFor(s).name) == "dpx") warnAboutDpx(s);
 }
 
 FILE* divertProgressFromStandardOutput() {

@@ -68,10 +68,6 @@ bool parseCommandLine(int argc, char** argv, Settings& settings);
 // the fixed 10 bits and the descriptors of DPX). Changes nothing.
 void warnAboutSettings(const Settings& settings);
 
-// The writer a render uses: --format if given, PNG for "-", else by the name's extension (PNG for none
-// and for any extension that names no format).
-std::string outputFormat(const Settings& settings);
-
 // For the output name "-": keeps the real standard output for the file's bytes and points descriptor 1
 // at standard error, so every progress line, printed from anywhere, goes there. Returns the stream for
 // the bytes, or nullptr after saying why not (standard output is a terminal, or no descriptor is left).
@@ -104,11 +100,6 @@ struct ColourWord {
     const char* meaning;
 };
 
-struct Format {
-    const char* name;  // the extension, and the word --format takes
-    const char* writes;
-};
-
 struct Example {
     const char* arguments;
     const char* meaning;
@@ -125,7 +116,6 @@ struct Rows {
 Rows<Option> shortOptions();
 Rows<Option> longOptions();
 Rows<ColourWord> colourWords();  // one row per colour axis
-Rows<Format> formats();
 Rows<Example> examples();
 
 // The usage that --help prints.

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "CommandLine.h"
+#include "OutputFormats.h"
 
 #ifndef PM5544_VERSION
 #define PM5544_VERSION "(unversioned build)"  // the build passes the project's version
@@ -119,7 +120,7 @@ std::string usageText() {
     out += "\nColour encodings (-c):\n";
     for (const ColourWord& row : colourWords()) appendEntry(out, row.word, row.meaning);
     out += "\nFormats (FILE's extension, or --format):\n";
-    for (const Format& row : formats()) appendEntry(out, row.name, row.writes);
+    for (const OutputFormat& row : formats()) appendEntry(out, row.name, row.writes);
     out += "\nLimits:\n";
     for (const std::string& line : limitLines()) {
         out += "  ";

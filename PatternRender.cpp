@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "OutputFormats.h"
 #include "colour/rounding.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
@@ -71,121 +72,6 @@ bool checkRaster(const Settings& s) {
     return true;
 }
 
-// ---- Device checks: the settings a device pattern file needs. Each prints the first failing check
-// (standard output, no trailing newline) and returns false.
-
-bool refuse(const char* message) {
-    std::printf("%s", message);
-    return false;
-}
-
-bool isStudioRGB(const Settings& s) { return s.axes == PatternGen::Colour_RGB_219 || isRGBHDRAxes(s.axes); }
-
-bool fitsDevice(const Settings& s) {
-    return s.bits == deviceBits || refuse("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
-}
-bool fitsPat(const Settings& s) {
-    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422) ||
-                             refuse("Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s "
-                                    "422).\n2020 will work but is not yet supported by Tova or Kelm."));
-}
-bool fitsRgb(const Settings& s) {
-    return fitsDevice(s) &&
-           (isStudioRGB(s) || refuse("Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444"));
-}
-bool fitsXyz(const Settings& s) {
-    return fitsDevice(s) &&
-           (isStudioRGB(s) || refuse("Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)"));
-}
-bool fitsYc4(const Settings& s) {
-    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444) ||
-                             refuse("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"));
-}
-
-// Checks of the formats beyond the device files; their messages go to standard error.
-bool fitsY4m(const Settings& s) {
-    if (!isYCbCrAxes(s.axes)) {
-        std::fprintf(stderr,
-                     "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 "
-                     "(or their -Mapped and -Live forms)\n");
-        return false;
-    }
-    if (!Y4mWriter::takesBits(s.bits)) {
-        std::fprintf(stderr, "Error: Y4M takes 8, 10, 12 or 16 bits, not %d (-b)\n", s.bits);
-        return false;
-    }
-    return true;
-}
-
-// ---- Writers, as the table makes them.
-
-DPX::eFormat dpxDescriptor(const Settings& s) {
-    if (s.axes == PatternGen::Colour_RGB || s.axes == PatternGen::Colour_RGB_219) return DPX::kRGB;
-    if (s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444) return DPX::kCbYCr;
-    return DPX::kCbYCrY;
-}
-
-std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
-std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(dpxDescriptor(s), DPX::Metadata()); }
-std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
-std::unique_ptr<ImageWriter> makeY4m(const Settings& s) {
-    return Y4mWriter::make(s.frames, s.rateNum, s.rateDen, s.aspectNum, s.aspectDen);
-}
-template <uint32_t format, bool toXYZ>
-std::unique_ptr<ImageWriter> makeDevice(const Settings&) {
-    return DeviceFileWriter::make(format, toXYZ);
-}
-
-// Which rows a loop produces: full frame (four samples a pixel, rounded to the output depth), the
-// stored lines of the line-repeat loop (three samples) or device-file samples.
-enum class Loop { FullFrame, LineRepeats, DeviceLines };
-
-struct OutputFormat {
-    const char* extension;
-    Loop loop;
-    bool (*settingsFit)(const Settings&);  // nullptr: any settings
-    std::unique_ptr<ImageWriter> (*makeWriter)(const Settings&);
-    bool needSeek;
-    const char* failure;  // printf format taking the file name
-};
-
-// Every output format, by extension. The first is the default for names without a known extension.
-const OutputFormat outputFormats[] = {
-    {"png", Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n"},
-    {"dpx", Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n"},
-    {"tif", Loop::LineRepeats, nullptr, makeTiff, true, "Failed to write TIFF file %s\n"},
-    {"y4m", Loop::FullFrame, fitsY4m, makeY4m, false, "Failed to write Y4M file %s\n"},
-    {"pat", Loop::DeviceLines, fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false,
-     "Error: Can't save file: %s\n"},
-    {"rgb", Loop::DeviceLines, fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>, false,
-     "Error: Can't save file: %s\n"},
-    {"yc4", Loop::DeviceLines, fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>, false,
-     "Error: Can't save file: %s\n"},
-    {"xyz", Loop::DeviceLines, fitsXyz, makeDevice<TovaKelmPatternFile::Format_RGB, true>, false,
-     "Error: Can't save file: %s\n"},
-};
-
-const OutputFormat* formatNamed(const std::string& name) {
-    for (const OutputFormat& format : outputFormats)
-        if (name == format.extension) return &format;
-    return nullptr;
-}
-
-// The format and the name its progress line uses: --format when given, else the extension (exactly,
-// case-sensitive), else PNG. A name without a dot says so on its own line.
-struct Choice {
-    const OutputFormat* format = nullptr;
-    std::string label;  // empty: written as PNG by default
-};
-
-Choice chooseFormat(const Settings& s) {
-    if (!s.format.empty()) return {formatNamed(s.format), s.format};
-    bool hasDot = false;
-    const std::string ext = fileExtension(s.fileName, hasDot);
-    const OutputFormat* byExtension = formatNamed(ext);
-    return {byExtension != nullptr ? byExtension : &outputFormats[0], hasDot ? ext : std::string()};
-}
-
 std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& pattern, const Settings& s, LineRepeats& lineRepeats) {
     switch (loop) {
         case Loop::LineRepeats:
@@ -198,13 +84,17 @@ std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& pattern, const Setti
     return pattern.fullFrameRows(s.width, s.height);
 }
 
-void announce(const Choice& choice, const Settings& s) {
-    if (choice.label.empty()) {
+// The progress lines name --format's word, else the extension as typed; a name without a dot says
+// that it is written as PNG by default.
+void announce(const OutputFormat& format, const Settings& s) {
+    bool hasDot = false;
+    const std::string ext = fileExtension(s.fileName, hasDot);
+    if (s.format.empty() && !hasDot) {
         std::puts("Writing PNG file by default");
         return;
     }
-    if (choice.format->loop != Loop::DeviceLines) std::printf("writing to: %s\n", s.fileName.c_str());
-    std::printf("Writing %s file\n", choice.label.c_str());
+    if (format.loop != Loop::DeviceLines) std::printf("writing to: %s\n", s.fileName.c_str());
+    std::printf("Writing %s file\n", s.format.empty() ? ext.c_str() : s.format.c_str());
 }
 
 // The format's own failure line, then the system's reason once.
@@ -318,13 +208,7 @@ bool writePreview(PatternSpec& pattern, const Settings& s) {
 }
 
 int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageTimes* times) {
-    const Choice choice = chooseFormat(s);
-    if (choice.format == nullptr) {
-        std::fprintf(stderr, "Error: Unknown format %s (--format): png, dpx, tif, y4m, pat, rgb, yc4 or xyz\n",
-                     s.format.c_str());
-        return 1;
-    }
-    const OutputFormat& format = *choice.format;
+    const OutputFormat& format = formatFor(s);
     if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
 
     std::printf("size %dx%d\n", s.width, s.height);
@@ -337,7 +221,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
 
     LineRepeats lineRepeats;
     const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
-    announce(choice, s);
+    announce(format, s);
     const bool written = timed(times != nullptr ? &times->stream : nullptr,
                                [&] { return writeOutput(format, s, *rows, lineRepeats, standardOutput, times); });
     if (!written) return 1;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "OutputFormats.h"
 
 using namespace PatternRender;
 
@@ -66,7 +67,7 @@ void writeManPage(std::ostream& out) {
     for (const ColourWord& row : colourWords())
         out << ".TP\n.B " << roff(row.word) << "\n" << roff(row.meaning) << ".\n";
     out << ".SH FORMATS\n" << roff("By the extension of the output file, or --format:") << "\n";
-    for (const Format& row : formats()) out << ".TP\n.B " << roff(row.name) << "\n" << roff(row.writes) << ".\n";
+    for (const OutputFormat& row : formats()) out << ".TP\n.B " << roff(row.name) << "\n" << roff(row.writes) << ".\n";
     out << ".SH LIMITS\n";
     for (const std::string& line : limitLines()) out << ".IP \\(bu 2\n" << roff(line) << ".\n";
     out << ".SH EXIT STATUS\n.TP\n.B 0\n"

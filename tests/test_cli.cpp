@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "OutputFormats.h"
 #include "TestFiles.h"
 
 namespace {
@@ -136,7 +137,7 @@ TEST_F(Program, HelpListsEveryOptionEncodingAndFormat) {
     EXPECT_EQ(std::set<std::string>(listed.begin(), listed.end()), expected);
     for (const PatternRender::ColourWord& row : PatternRender::colourWords())
         EXPECT_TRUE(contains(help, "\n  " + std::string(row.word) + " ")) << row.word;
-    for (const PatternRender::Format& row : PatternRender::formats())
+    for (const PatternRender::OutputFormat& row : PatternRender::formats())
         EXPECT_TRUE(contains(help, "\n  " + std::string(row.name) + " ")) << row.name;
     EXPECT_TRUE(contains(help, "64x64 to 16384x16384"));
     std::istringstream lines(help);
@@ -217,7 +218,7 @@ TEST(CommandLine, LongOptionsFillTheirSettings) {
     EXPECT_TRUE(parse({"--timecode", "00:00:00:29", "--rate", "30000/1001", "x"}).ok);
     EXPECT_FALSE(parse({"--timecode", "00:00:00:30", "--rate", "30000/1001", "x"}).ok);
     EXPECT_FALSE(parse({"--ident", "\xff\xfe", "x"}).ok);
-    for (const PatternRender::Format& row : PatternRender::formats())
+    for (const PatternRender::OutputFormat& row : PatternRender::formats())
         EXPECT_EQ(parse({"--format", row.name, "x"}).settings.format, row.name);
 }
 
@@ -273,7 +274,7 @@ TEST(CommandLine, FormatWarningsAndTheFormatChosen) {
     for (const auto& c : cases) {
         const Parsed p = parse(c.args);
         ASSERT_TRUE(p.ok) << c.args.back();
-        EXPECT_EQ(PatternRender::outputFormat(p.settings), c.format) << c.args.back();
+        EXPECT_STREQ(PatternRender::formatFor(p.settings).name, c.format) << c.args.back();
         const std::string warnings = TestFiles::stderrOf([&] { PatternRender::warnAboutSettings(p.settings); });
         EXPECT_EQ(warnings.substr(0, std::string(c.warning).size()), c.warning) << c.args.back();
         if (*c.warning == '\0') {
@@ -360,7 +361,7 @@ TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
         EXPECT_TRUE(contains(colourWords, "\n" + std::string(row.word) + "\n")) << row.word;
     }
     EXPECT_EQ(completions("-c", "RGB-P"), "\nRGB-PQ\nRGB-PQ-Mapped\n");
-    for (const PatternRender::Format& row : PatternRender::formats())
+    for (const PatternRender::OutputFormat& row : PatternRender::formats())
         EXPECT_TRUE(contains(page, "\n       " + std::string(row.name) + " ")) << row.name;
 }
 

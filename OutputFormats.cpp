@@ -1,0 +1,131 @@
+// The output formats: for each, the loop that renders it, the settings it needs, its writer and
+// how its failure reads.
+#include "OutputFormats.h"
+
+#include <cstdio>
+#include <iterator>
+
+#include "output/writeDPX.h"
+#include "output/writePng.h"
+#include "output/writeTiff.h"
+#include "output/writeTovaKelm.h"
+#include "output/writeY4m.h"
+
+using PatternGen::isRGBHDRAxes;
+using PatternGen::isYCbCrAxes;
+
+namespace PatternRender {
+
+namespace {
+
+constexpr int deviceBits = 12;
+
+// ---- Device checks: the settings a device pattern file needs. Each prints the first failing check
+// (standard output, no trailing newline) and returns false.
+
+bool refuse(const char* message) {
+    std::printf("%s", message);
+    return false;
+}
+
+bool isStudioRGB(const Settings& s) { return s.axes == PatternGen::Colour_RGB_219 || isRGBHDRAxes(s.axes); }
+
+bool fitsDevice(const Settings& s) {
+    return s.bits == deviceBits || refuse("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
+}
+bool fitsPat(const Settings& s) {
+    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422) ||
+                             refuse("Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s "
+                                    "422).\n2020 will work but is not yet supported by Tova or Kelm."));
+}
+bool fitsRgb(const Settings& s) {
+    return fitsDevice(s) &&
+           (isStudioRGB(s) || refuse("Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444"));
+}
+bool fitsXyz(const Settings& s) {
+    return fitsDevice(s) &&
+           (isStudioRGB(s) || refuse("Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)"));
+}
+bool fitsYc4(const Settings& s) {
+    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444) ||
+                             refuse("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"));
+}
+
+// Checks of the formats beyond the device files; their messages go to standard error.
+bool fitsY4m(const Settings& s) {
+    if (!isYCbCrAxes(s.axes)) {
+        std::fprintf(stderr,
+                     "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 "
+                     "(or their -Mapped and -Live forms)\n");
+        return false;
+    }
+    if (!Y4mWriter::takesBits(s.bits)) {
+        std::fprintf(stderr, "Error: Y4M takes 8, 10, 12 or 16 bits, not %d (-b)\n", s.bits);
+        return false;
+    }
+    return true;
+}
+
+// ---- Writers, as the table makes them.
+
+DPX::eFormat dpxDescriptor(const Settings& s) {
+    if (s.axes == PatternGen::Colour_RGB || s.axes == PatternGen::Colour_RGB_219) return DPX::kRGB;
+    if (s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444) return DPX::kCbYCr;
+    return DPX::kCbYCrY;
+}
+
+std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
+std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(dpxDescriptor(s), DPX::Metadata()); }
+std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
+std::unique_ptr<ImageWriter> makeY4m(const Settings& s) {
+    return Y4mWriter::make(s.frames, s.rateNum, s.rateDen, s.aspectNum, s.aspectDen);
+}
+template <uint32_t format, bool toXYZ>
+std::unique_ptr<ImageWriter> makeDevice(const Settings&) {
+    return DeviceFileWriter::make(format, toXYZ);
+}
+
+// Every output format, by extension. The first is the default for names without a known extension.
+const OutputFormat formatTable[] = {
+    {"png",
+     "16-bit RGBA PNG; Y'CbCr frames carry Cr, Y', Cb in R, G, B. Also written for a name without an "
+     "extension, or with one that names no format",
+     Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n"},
+    {"tif", "16-bit three-sample TIFF, LZW, with the line-repeat list in tag 65456 \"LineRepeat\"", Loop::LineRepeats,
+     nullptr, makeTiff, true, "Failed to write TIFF file %s\n"},
+    {"dpx",
+     "10-bit DPX (SMPTE 268M) whatever -b says: descriptor 50 (RGB) for RGB and RGB-headroom, 102 "
+     "(CbYCr 4:4:4) for 709 with -s 444, 100 (CbYCrY 4:2:2) for every other encoding",
+     Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n"},
+    {"pat", "signal-generator pattern file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422", Loop::DeviceLines,
+     fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false, "Error: Can't save file: %s\n"},
+    {"yc4", "signal-generator pattern file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444", Loop::DeviceLines,
+     fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>, false, "Error: Can't save file: %s\n"},
+    {"rgb", "signal-generator pattern file, R'G'B'; needs -b 12 and RGB-headroom or an HDR R'G'B' encoding",
+     Loop::DeviceLines, fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>, false,
+     "Error: Can't save file: %s\n"},
+    {"xyz", "as rgb, converted to DCI X'Y'Z'", Loop::DeviceLines, fitsXyz,
+     makeDevice<TovaKelmPatternFile::Format_RGB, true>, false, "Error: Can't save file: %s\n"},
+    {"y4m", "YUV4MPEG2 stream of --frames frames at --rate", Loop::FullFrame, fitsY4m, makeY4m, false,
+     "Failed to write Y4M file %s\n"},
+};
+
+}  // namespace
+
+Rows<OutputFormat> formats() { return {std::begin(formatTable), std::end(formatTable)}; }
+
+const OutputFormat* formatNamed(const std::string& name) {
+    for (const OutputFormat& format : formats())
+        if (name == format.name) return &format;
+    return nullptr;
+}
+
+const OutputFormat& formatFor(const Settings& s) {
+    if (!s.format.empty() && formatNamed(s.format) != nullptr) return *formatNamed(s.format);
+    bool hasDot = false;
+    const std::string ext = fileExtension(s.fileName, hasDot);
+    const OutputFormat* byExtension = s.fileName != "-" && hasDot ? formatNamed(ext) : nullptr;
+    return byExtension != nullptr ? *byExtension : formatTable[0];
+}
+
+}  // namespace PatternRender

@@ -1,0 +1,34 @@
+// The output formats, one table keyed by the extension (and by the word --format takes): which loop
+// renders the rows, which settings the format needs, which writer writes it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "CommandLine.h"
+#include "output/ImageWriter.h"
+
+namespace PatternRender {
+
+// Which rows a loop produces: full frame (four samples a pixel, rounded to the output depth), the
+// stored lines of the line-repeat loop (three samples) or device-file samples.
+enum class Loop { FullFrame, LineRepeats, DeviceLines };
+
+struct OutputFormat {
+    const char* name;    // the extension, and the word --format takes
+    const char* writes;  // one line for --help and the manual page
+    Loop loop;
+    bool (*settingsFit)(const Settings&);  // prints why not and returns false; nullptr: any settings
+    std::unique_ptr<ImageWriter> (*makeWriter)(const Settings&);
+    bool needSeek;
+    const char* failure;  // printf format taking the file name
+};
+
+Rows<OutputFormat> formats();
+// nullptr for a name that is no format.
+const OutputFormat* formatNamed(const std::string& name);
+// The format a render writes: --format if given, PNG for "-", else by the name's extension exactly
+// (case matters), PNG for none and for an extension that names no format.
+const OutputFormat& formatFor(const Settings& settings);
+
+}  // namespace PatternRender
