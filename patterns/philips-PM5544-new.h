@@ -1,5 +1,6 @@
 // The PM5544 test card: palette per encoding, layout in 576ths of the height, edges shaped by the
-// card itself, and a per-pixel look-up for the rendering loops that keeps only a few rows.
+// card itself, optional text in its two black boxes, and a per-pixel look-up for the rendering loops
+// that keeps only a few rows.
 #pragma once
 
 #include <memory>
