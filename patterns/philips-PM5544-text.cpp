@@ -25,7 +25,9 @@ void PhilipsPm5544Spec::setBoxTexts(const std::string& family, const std::string
     drawTextBoxes();
 }
 
+// A clock showing whole seconds keeps its text for many frames: only a new text is drawn.
 void PhilipsPm5544Spec::setLowerText(const std::string& lower) {
+    if (lower == boxTexts[LowerBox]) return;
     boxTexts[LowerBox] = lower;
     if (!rows) return;
     drawTextBox(LowerBox);

@@ -118,13 +118,46 @@ void useUnhintedOutlines(PangoLayout* layout) {
     pango_layout_context_changed(layout);
 }
 
-// The layout's logical extents (advance and line height) in user units, at `size` pixels.
+// The layout's logical extents (advance and line height) in Pango units, at `size` pixels.
 PangoRectangle logicalExtentsAt(PangoLayout* layout, PangoFontDescription* font, double size) {
     pango_font_description_set_absolute_size(font, size * PANGO_SCALE);
     pango_layout_set_font_description(layout, font);
     PangoRectangle logical;
     pango_layout_get_extents(layout, nullptr, &logical);
     return logical;
+}
+
+// The font's family in bold, upright and of normal width, whatever face of it was loaded.
+void makeBoldUpright(PangoFontDescription* font) {
+    pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
+    pango_font_description_set_style(font, PANGO_STYLE_NORMAL);
+    pango_font_description_set_stretch(font, PANGO_STRETCH_NORMAL);
+    // Without a loaded font, the generic sans-serif family rather than Pango's default (a serif).
+    if ((pango_font_description_get_set_fields(font) & PANGO_FONT_MASK_FAMILY) == 0)
+        pango_font_description_set_family(font, fallbackFamily);
+}
+
+// The size in pixels that makes the line fit.lineHeight high, or less if it is then wider than `room`
+// (user units). Extents grow in proportion to the size, so one measurement does.
+double fittedSize(PangoLayout* layout, PangoFontDescription* font, double room, const TextFit& fit) {
+    const double trialSize = fit.lineHeight;
+    const PangoRectangle logical = logicalExtentsAt(layout, font, trialSize);
+    if (logical.height <= 0 || logical.width <= 0) return 0.0;
+    const double height = double(logical.height) / PANGO_SCALE, width = double(logical.width) / PANGO_SCALE;
+    return std::min(trialSize * fit.lineHeight / height, trialSize * room / width);
+}
+
+// Fills the layout's outlines, taken in user units, drawn 1/pixelAspect as wide in pixels. (Scaling
+// the context before laying out would scale the glyphs but not the advances between them.)
+void fillNarrowed(cairo_t* cr, PangoLayout* layout, double pixelAspect) {
+    pango_cairo_layout_path(cr, layout);
+    cairo_path_t* outlines = cairo_copy_path(cr);
+    cairo_new_path(cr);
+    cairo_scale(cr, 1.0 / pixelAspect, 1.0);
+    cairo_append_path(cr, outlines);
+    cairo_path_destroy(outlines);
+    cairo_set_source_rgba(cr, 1, 1, 1, 1);
+    cairo_fill(cr);
 }
 
 }  // namespace
@@ -297,40 +330,19 @@ void PatternSpec::renderTextInto(TextCoverage& coverage, const std::string& text
     PangoLayout* layout = pango_cairo_create_layout(cr);
     useUnhintedOutlines(layout);
     pango_layout_set_text(layout, text.c_str(), -1);
-
     int pixelSize = 0;
     PangoFontDescription* font = getFont(0, height, 100, pixelSize);
-    pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
-    pango_font_description_set_style(font, PANGO_STYLE_NORMAL);
-    pango_font_description_set_stretch(font, PANGO_STRETCH_NORMAL);
-    // Without a loaded font, the generic sans-serif family rather than Pango's default (a serif).
-    if ((pango_font_description_get_set_fields(font) & PANGO_FONT_MASK_FAMILY) == 0)
-        pango_font_description_set_family(font, fallbackFamily);
+    makeBoldUpright(font);
 
-    // The line is laid out in units square on the display (pixel heights), where the raster is
-    // width * pixelAspect wide. Extents grow in proportion to the size: measure once, then scale to
-    // the line height and, if the line is too long, down to the room between the margins.
-    const double trialSize = fit.lineHeight;
-    PangoRectangle logical = logicalExtentsAt(layout, font, trialSize);
-    const double room = (width - 2.0 * fit.sideMargin) * fit.pixelAspect;
-    double size = logical.height > 0 ? trialSize * fit.lineHeight / logical.height * PANGO_SCALE : 0.0;
-    if (logical.width > 0) size = std::min(size, trialSize * room / logical.width * PANGO_SCALE);
+    // Laid out in units square on the display (pixel heights), in which the raster is width *
+    // pixelAspect wide, and centred by the line's logical extents.
+    const double rasterWidth = width * fit.pixelAspect;
+    const double size = fittedSize(layout, font, rasterWidth - 2.0 * fit.sideMargin * fit.pixelAspect, fit);
     if (size > 0.0) {
-        logical = logicalExtentsAt(layout, font, size);
-        const double x =
-            (width * fit.pixelAspect - double(logical.width) / PANGO_SCALE) / 2 - double(logical.x) / PANGO_SCALE;
-        const double y = (height - double(logical.height) / PANGO_SCALE) / 2 - double(logical.y) / PANGO_SCALE;
-        cairo_move_to(cr, x, y);
-        pango_cairo_layout_path(cr, layout);
-        // The outlines, taken in those units, are drawn 1/pixelAspect as wide in pixels. (Scaling the
-        // context before the layout would scale the glyphs but not the advances between them.)
-        cairo_path_t* outlines = cairo_copy_path(cr);
-        cairo_new_path(cr);
-        cairo_scale(cr, 1.0 / fit.pixelAspect, 1.0);
-        cairo_append_path(cr, outlines);
-        cairo_path_destroy(outlines);
-        cairo_set_source_rgba(cr, 1, 1, 1, 1);
-        cairo_fill(cr);
+        const PangoRectangle logical = logicalExtentsAt(layout, font, size);
+        cairo_move_to(cr, (rasterWidth - double(logical.width) / PANGO_SCALE) / 2 - double(logical.x) / PANGO_SCALE,
+                      (height - double(logical.height) / PANGO_SCALE) / 2 - double(logical.y) / PANGO_SCALE);
+        fillNarrowed(cr, layout, fit.pixelAspect);
     }
 
     pango_font_description_free(font);
