@@ -94,7 +94,8 @@ public:
     void calcSlug(int height, PangoLayout* layout, TextSlug* slug, bool isLast, bool rotated);
     int renderSlug(cairo_t* cr, PangoLayout* layout, int x, int y, TextSlug* slug, double lineWidth, bool rotated);
     PangoFontDescription* getFont(int fontIndex, int height, int sizePercent, int& pixelSize);
-    // One line of text in font 0, bold and upright, drawn into a coverage raster as `fit` says.
+    // One line of text in font 0, bold and upright, drawn as `fit` says into a coverage raster of the
+    // width and height the caller set (its levels are replaced).
     void renderTextInto(TextCoverage& coverage, const std::string& text, const TextFit& fit);
 
     // Text in the boxes a pattern keeps for it: an identification in the upper box, a caption or clock
