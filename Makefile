@@ -1,7 +1,7 @@
 # Two commands for a newcomer: `make run` renders the default card, `make test` runs every test.
 BUILD_PACKAGES := cmake g++ make pkg-config libpng-dev libtiff-dev nlohmann-json3-dev libcairo2-dev \
-                  libpango1.0-dev libfreetype-dev libfontconfig-dev
-TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg fonts-dejavu-core man-db groff-base bash-completion
+                  libpango1.0-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core
+TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg man-db groff-base bash-completion
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png
 

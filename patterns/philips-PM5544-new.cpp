@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "philips-PM5544-rows.h"
+#include "philips-PM5544-text.h"
 
 namespace {
 
@@ -37,6 +38,7 @@ void PhilipsPm5544Spec::setup() {
     choosePalette();
     deriveParameters();
     rows = std::make_unique<Rows>(*this);
+    drawTextBoxes();
 }
 
 void PhilipsPm5544Spec::deriveParameters() {
@@ -110,13 +112,13 @@ Pixel PhilipsPm5544Spec::bandPixel(Band band, bool crossRow, int X) {
         case Band::IdBox: {  // black identification box on white
             result = white;
             int widths[] = {idBoxWidth};
-            barsLayered(X + h(84) - 1, result, 1, widths, &black);
+            barsLayered(X - idBoxLeft(), result, 1, widths, &black);
             return result;
         }
         case Band::WhiteBar: {  // white bar on black, with a black line in it
             int widths[] = {pulseBarWidth};
-            barsLayered(X + h(126), result, 1, widths, &white);
-            if (h(21) - 1 <= X + h(126) && X + h(126) <= h(21) + 1) result = black;
+            barsLayered(X - pulseBarLeft(), result, 1, widths, &white);
+            if (std::abs(X - pulseLineCentre()) <= 1) result = black;
             return result;
         }
         case Band::SquareWave:
@@ -139,8 +141,8 @@ Pixel PhilipsPm5544Spec::bandPixel(Band band, bool crossRow, int X) {
         case Band::BlackBar: {  // black bar on white, with a white line in it
             result = white;
             int widths[] = {pulseBarWidth};
-            barsLayered(X + h(126), result, 1, widths, &black);
-            if (h(21) - 1 <= X + h(126) && X + h(126) <= h(21) + 1) result = white;
+            barsLayered(X - pulseBarLeft(), result, 1, widths, &black);
+            if (std::abs(X - pulseLineCentre()) <= 1) result = white;
             return result;
         }
         case Band::BottomCap: {  // red box on yellow

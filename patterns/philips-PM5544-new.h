@@ -1,9 +1,12 @@
 // The PM5544 test card: palette per encoding, layout in 576ths of the height, edges shaped by the
-// card itself, and a per-pixel look-up for the rendering loops that keeps only a few rows.
+// card itself, optional text in its two black boxes, and a per-pixel look-up for the rendering loops
+// that keeps only a few rows.
 #pragma once
 
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "colour/Pixel.h"
 #include "pattern/PatternWrapper.h"
@@ -19,6 +22,10 @@ public:
     // into the whole frame).
     Pixel body(int x, int y) override;
     bool useFullCanvasSize() override;
+    // The identification in the black box at the top of the circle, the caption or clock in the black
+    // bar below the grey scale. Before or after init; without text nothing is drawn or allocated.
+    void setBoxTexts(const std::string& family, const std::string& upper, const std::string& lower) override;
+    void setLowerText(const std::string& lower) override;
 
     // The card's pixel at canvas position (x, y), with hard edges.
     Pixel render(int x, int y);
@@ -85,10 +92,19 @@ private:
 
     // The shaped rows body() serves, built from row kinds.
     class Rows;
+    // Text blended into one of the black boxes.
+    class TextBox;
+    enum TextBoxPlace { UpperBox, LowerBox, textBoxCount };
 
     // Layout unit: k/576 of the picture height.
     int h(int k) const { return heightFraction(k, 576); }
     int gridPitch() const { return heightFraction(79, 1080); }
+    // The black identification box: columns X from idBoxLeft(), idBoxWidth wide.
+    int idBoxLeft() const { return 1 - h(84); }
+    // The bars with a pulse: columns X from pulseBarLeft(), pulseBarWidth wide, with a line of the
+    // other colour over the three columns about pulseLineCentre().
+    int pulseBarLeft() const { return -h(126); }
+    int pulseLineCentre() const { return h(21) - h(126); }
 
     void choosePalette();
     void deriveParameters();
@@ -116,4 +132,19 @@ private:
     std::optional<int> fieldGridClear;
     std::optional<int> borderClear;
     std::unique_ptr<Rows> rows;
+
+    // Canvas columns left .. left + width - 1 and rows top .. top + height - 1 of a box's black.
+    struct TextArea {
+        int left, top, width, height;
+    };
+    void drawTextBoxes();
+    void drawTextBox(TextBoxPlace place);
+    void loadFont();
+    TextArea textArea(TextBoxPlace place) const;
+    std::pair<int, int> bandRows(Band band) const;
+    double pixelAspect() const;
+
+    std::string fontFamily;
+    std::string boxTexts[textBoxCount];
+    std::unique_ptr<TextBox> textBoxes[textBoxCount];  // null while a box has no text
 };

@@ -7,6 +7,8 @@
 #include <deque>
 #include <stdexcept>
 
+#include "philips-PM5544-text.h"
+
 namespace {
 
 // Rise time of the card's narrow-edge ramp: 15 ns at the 74.25 MHz luma clock.
@@ -95,6 +97,19 @@ void PhilipsPm5544Spec::Rows::moveTo(int y) {
         current = next;
     }
     currentY = y;
+    serve();
+}
+
+void PhilipsPm5544Spec::Rows::serve() {
+    served = shapedRow.data();
+    for (const auto& box : card.textBoxes) {
+        if (!box || !box->crossesRow(currentY)) continue;
+        if (served != textRow.data()) {
+            textRow.assign(shapedRow.begin(), shapedRow.end());
+            served = textRow.data();
+        }
+        box->blendInto(currentY, textRow.data());
+    }
 }
 
 // The line changes only between the old and the new place of each bound: those columns are filled

@@ -1,7 +1,8 @@
 // The shaped rows of the card that body() serves. A row is assembled from the tables of its row
 // kinds (one table of pixels per kind, built when first needed) and the circle's column bounds,
-// padded with black, and shaped. Only the current row and one shaped before it are kept: memory
-// grows with the width alone.
+// padded with black, and shaped; a row crossing a text box is served from a copy with the text
+// blended in, so rows shaped once stay free of text. Only the current row and one shaped before it
+// are kept: memory grows with the width alone.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +20,11 @@ public:
     // look-up; a move to another row shapes that row, unless it is laid out as the current one.
     const Pixel& shaped(int x, int y) {
         if (y != currentY) moveTo(y);
-        return shapedRow[static_cast<size_t>(x)];
+        return served[static_cast<size_t>(x)];
+    }
+    // The text of a box changed: the current row takes the new text.
+    void textChanged() {
+        if (currentY >= 0) serve();
     }
 
     // Row y before shaping: canvas column x at line position x + shaper().front(), with black
@@ -55,6 +60,7 @@ private:
     void moveTo(int y);
     void moveBounds(const Layout& next);
     void shapeAfresh(const Layout& next, bool reuse);
+    void serve();
 
     PhilipsPm5544Spec& card;
     CardEdgeShaper edgeShaper;
@@ -77,4 +83,7 @@ private:
     std::vector<Pixel> shapedRow;
     std::vector<Pixel> earlierLine;
     std::vector<Pixel> earlierShaped;
+    // The current row as body() serves it: shapedRow, or textRow with the text of the boxes it crosses.
+    const Pixel* served = nullptr;
+    std::vector<Pixel> textRow;
 };

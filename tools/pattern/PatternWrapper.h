@@ -102,6 +102,17 @@ public:
     void calcSlug(int height, PangoLayout* layout, TextSlug* slug, bool isLast, bool rotated);
     int renderSlug(cairo_t* cr, PangoLayout* layout, int x, int y, TextSlug* slug, double lineWidth, bool rotated);
     PangoFontDescription* getFont(int fontIndex, int height, int sizePercent, int& pixelSize);
+    // One line of text in font 0, bold and upright, drawn as `fit` says into a coverage raster of the
+    // width and height the caller set (its levels are replaced).
+    void renderTextInto(TextCoverage& coverage, const std::string& text, const TextFit& fit);
+
+    // Text in the boxes a pattern keeps for it: an identification in the upper box, a caption or clock
+    // in the lower one. The family picks the font (empty: the pattern's own); an empty text leaves its
+    // box plain. Patterns without such boxes ignore both.
+    virtual void setBoxTexts(const std::string& /*family*/, const std::string& /*upper*/,
+                             const std::string& /*lower*/) {}
+    // Replaces the lower box's text, for a clock that moves on from frame to frame.
+    virtual void setLowerText(const std::string& /*lower*/) {}
 
     // Members, in declaration order.
     cairo_t* cairoContext = nullptr;

@@ -2,6 +2,7 @@
 #include <cairo.h>
 #include <pango/pangocairo.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -15,6 +16,9 @@ constexpr int32_t linesPerHundredPercent = 792;
 
 // A quarter turn in radians.
 constexpr double quarterTurn = 1.57079632679489661923;
+
+// The family of text fitted into a box when font 0 did not load.
+const char* const fallbackFamily = "Sans";
 
 // Weight of the bold attribute.
 constexpr int boldWeight = 700;
@@ -98,6 +102,62 @@ void rotateQuarterTurn(cairo_t* cr, int width, int height) {
     cairo_translate(cr, width / 2.0, height / 2.0);
     cairo_rotate(cr, quarterTurn);
     cairo_translate(cr, -height / 2.0, -width / 2.0);
+}
+
+// Outlines scaled smoothly: grey anti-aliasing, no hinting and unrounded metrics and glyph positions,
+// so that a line's extents grow in proportion to its size and letters keep their shape when scaled.
+void useUnhintedOutlines(PangoLayout* layout) {
+    cairo_font_options_t* options = cairo_font_options_create();
+    cairo_font_options_set_antialias(options, CAIRO_ANTIALIAS_GRAY);
+    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
+    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
+    PangoContext* context = pango_layout_get_context(layout);
+    pango_cairo_context_set_font_options(context, options);
+    pango_context_set_round_glyph_positions(context, FALSE);
+    cairo_font_options_destroy(options);
+    pango_layout_context_changed(layout);
+}
+
+// The layout's logical extents (advance and line height) in Pango units, at `size` pixels.
+PangoRectangle logicalExtentsAt(PangoLayout* layout, PangoFontDescription* font, double size) {
+    pango_font_description_set_absolute_size(font, size * PANGO_SCALE);
+    pango_layout_set_font_description(layout, font);
+    PangoRectangle logical;
+    pango_layout_get_extents(layout, nullptr, &logical);
+    return logical;
+}
+
+// The font's family in bold, upright and of normal width, whatever face of it was loaded.
+void makeBoldUpright(PangoFontDescription* font) {
+    pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
+    pango_font_description_set_style(font, PANGO_STYLE_NORMAL);
+    pango_font_description_set_stretch(font, PANGO_STRETCH_NORMAL);
+    // Without a loaded font, the generic sans-serif family rather than Pango's default (a serif).
+    if ((pango_font_description_get_set_fields(font) & PANGO_FONT_MASK_FAMILY) == 0)
+        pango_font_description_set_family(font, fallbackFamily);
+}
+
+// The size in pixels that makes the line fit.lineHeight high, or less if it is then wider than `room`
+// (user units). Extents grow in proportion to the size, so one measurement does.
+double fittedSize(PangoLayout* layout, PangoFontDescription* font, double room, const TextFit& fit) {
+    const double trialSize = fit.lineHeight;
+    const PangoRectangle logical = logicalExtentsAt(layout, font, trialSize);
+    if (logical.height <= 0 || logical.width <= 0) return 0.0;
+    const double height = double(logical.height) / PANGO_SCALE, width = double(logical.width) / PANGO_SCALE;
+    return std::min(trialSize * fit.lineHeight / height, trialSize * room / width);
+}
+
+// Fills the layout's outlines, taken in user units, drawn 1/pixelAspect as wide in pixels. (Scaling
+// the context before laying out would scale the glyphs but not the advances between them.)
+void fillNarrowed(cairo_t* cr, PangoLayout* layout, double pixelAspect) {
+    pango_cairo_layout_path(cr, layout);
+    cairo_path_t* outlines = cairo_copy_path(cr);
+    cairo_new_path(cr);
+    cairo_scale(cr, 1.0 / pixelAspect, 1.0);
+    cairo_append_path(cr, outlines);
+    cairo_path_destroy(outlines);
+    cairo_set_source_rgba(cr, 1, 1, 1, 1);
+    cairo_fill(cr);
 }
 
 }  // namespace
@@ -256,4 +316,38 @@ PangoFontDescription* PatternSpec::getFont(int fontIndex, int height, int sizePe
     pango_font_description_set_absolute_size(font, static_cast<double>(static_cast<int32_t>(absoluteSize)));
     pixelSize = pango_font_description_get_size(font) / PANGO_SCALE;
     return font;
+}
+
+void PatternSpec::renderTextInto(TextCoverage& coverage, const std::string& text, const TextFit& fit) {
+    const int width = std::max(coverage.width, 0), height = std::max(coverage.height, 0);
+    coverage.stride = cairo_format_stride_for_width(CAIRO_FORMAT_A8, width);
+    coverage.levels.assign(static_cast<size_t>(coverage.stride) * static_cast<size_t>(height), 0);
+    if (width == 0 || height == 0 || text.empty() || fit.lineHeight <= 0.0 || fit.pixelAspect <= 0.0) return;
+
+    cairo_surface_t* surface =
+        cairo_image_surface_create_for_data(coverage.levels.data(), CAIRO_FORMAT_A8, width, height, coverage.stride);
+    cairo_t* cr = cairo_create(surface);
+    PangoLayout* layout = pango_cairo_create_layout(cr);
+    useUnhintedOutlines(layout);
+    pango_layout_set_text(layout, text.c_str(), -1);
+    int pixelSize = 0;
+    PangoFontDescription* font = getFont(0, height, 100, pixelSize);
+    makeBoldUpright(font);
+
+    // Laid out in units square on the display (pixel heights), in which the raster is width *
+    // pixelAspect wide, and centred by the line's logical extents.
+    const double rasterWidth = width * fit.pixelAspect;
+    const double size = fittedSize(layout, font, rasterWidth - 2.0 * fit.sideMargin * fit.pixelAspect, fit);
+    if (size > 0.0) {
+        const PangoRectangle logical = logicalExtentsAt(layout, font, size);
+        cairo_move_to(cr, (rasterWidth - double(logical.width) / PANGO_SCALE) / 2 - double(logical.x) / PANGO_SCALE,
+                      (height - double(logical.height) / PANGO_SCALE) / 2 - double(logical.y) / PANGO_SCALE);
+        fillNarrowed(cr, layout, fit.pixelAspect);
+    }
+
+    pango_font_description_free(font);
+    g_object_unref(layout);
+    cairo_destroy(cr);
+    cairo_surface_flush(surface);
+    cairo_surface_destroy(surface);
 }

@@ -1,0 +1,140 @@
+// The card's text boxes: where the text may go, its font, and its blend into the rows.
+#include "philips-PM5544-text.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "philips-PM5544-rows.h"
+
+namespace {
+
+// The family drawn when none is asked for: a clean sans-serif that Debian installs with the program.
+const char* const defaultFontFamily = "DejaVu Sans";
+
+// Space above and below a line of text, and at its ends, as a fraction of the box's height.
+constexpr double textMargin = 0.1;
+
+constexpr int fullCoverage = 255;
+
+}  // namespace
+
+void PhilipsPm5544Spec::setBoxTexts(const std::string& family, const std::string& upper, const std::string& lower) {
+    fontFamily = family;
+    boxTexts[UpperBox] = upper;
+    boxTexts[LowerBox] = lower;
+    drawTextBoxes();
+}
+
+// A clock showing whole seconds keeps its text for many frames: only a new text is drawn.
+void PhilipsPm5544Spec::setLowerText(const std::string& lower) {
+    if (lower == boxTexts[LowerBox]) return;
+    boxTexts[LowerBox] = lower;
+    if (!rows) return;
+    drawTextBox(LowerBox);
+    rows->textChanged();
+}
+
+// Before setup() the geometry is unknown; setup() draws the boxes then.
+void PhilipsPm5544Spec::drawTextBoxes() {
+    if (!rows) return;
+    for (TextBoxPlace place : {UpperBox, LowerBox}) drawTextBox(place);
+    rows->textChanged();
+}
+
+void PhilipsPm5544Spec::drawTextBox(TextBoxPlace place) {
+    if (boxTexts[place].empty()) {
+        textBoxes[place].reset();
+        return;
+    }
+    loadFont();
+    if (!textBoxes[place]) textBoxes[place] = std::make_unique<TextBox>(textArea(place), black, white);
+    textBoxes[place]->draw(*this, boxTexts[place], pixelAspect());
+}
+
+// Font 0, loaded once, by the family of the first call with text. A family that matches nothing
+// leaves the text to the framework's fallback, the generic sans-serif.
+void PhilipsPm5544Spec::loadFont() {
+    if (!fonts.empty()) return;
+    const std::string family = fontFamily.empty() ? defaultFontFamily : fontFamily;
+    if (defineFont(family.c_str()) != TTFont::Loaded) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "Warning: Font \"%s\" could not be loaded; the text is drawn in the default sans-serif\n",
+                     family.c_str());
+    }
+}
+
+// The upper box is the black identification box; the lower one the black bar below the grey scale,
+// whose white line (left of the centre) the text keeps clear of. The area is centred on the box and
+// as wide as the part of it symmetric about its centre that is black in every row: clear of the
+// line and inside the circle, which is narrowest at the box's row farthest from the centre.
+PhilipsPm5544Spec::TextArea PhilipsPm5544Spec::textArea(TextBoxPlace place) const {
+    const bool upper = place == UpperBox;
+    const std::pair<int, int> boxRows = bandRows(upper ? Band::IdBox : Band::BlackBar);
+    const int boxLeft = upper ? idBoxLeft() : pulseBarLeft();
+    const int boxEnd = boxLeft + (upper ? idBoxWidth : pulseBarWidth);
+
+    int clearLeft = upper ? boxLeft : std::max(boxLeft, pulseLineCentre() + 2);
+    int clearEnd = boxEnd;
+    for (int Y : {boxRows.first, boxRows.second}) {
+        while (clearLeft < clearEnd && !withinRadius(clearLeft, Y, innerRadius())) ++clearLeft;
+        while (clearLeft < clearEnd && !withinRadius(clearEnd - 1, Y, innerRadius())) --clearEnd;
+    }
+    // Twice the box's centre, and the half-width (doubled) of the clear part about it, in whole pixels.
+    const int centre2 = boxLeft + boxEnd;
+    int half2 = std::min(centre2 - 2 * clearLeft, 2 * clearEnd - centre2);
+    if ((centre2 - half2) % 2 != 0) --half2;
+    // Edge shaping changes no pixel farther than the transition length from an edge.
+    const int reach = savedTransitionLength;
+
+    TextArea area;
+    area.left = widthFraction(1, 2) + (centre2 - half2) / 2 + reach;
+    area.width = std::max(0, half2 - 2 * reach);
+    area.top = heightFraction(1, 2) + boxRows.first;
+    area.height = boxRows.second - boxRows.first + 1;
+    return area;
+}
+
+// The first and last row (Y about the centre) of a band inside the circle; last < first if none.
+std::pair<int, int> PhilipsPm5544Spec::bandRows(Band band) const {
+    int first = 0, last = -1;
+    for (int Y = -innerRadius(); Y <= innerRadius(); ++Y) {
+        if (bandOfRow(Y) != band) continue;
+        if (last < first) first = Y;
+        last = Y;
+    }
+    return {first, last};
+}
+
+// Display width of a pixel over its height.
+double PhilipsPm5544Spec::pixelAspect() const {
+    return (static_cast<double>(aspectNum) * height) / (static_cast<double>(aspectDen) * width);
+}
+
+PhilipsPm5544Spec::TextBox::TextBox(const TextArea& area, const Pixel& black, const Pixel& white) : area(area) {
+    shades.reserve(fullCoverage + 1);
+    shades.push_back(black);
+    for (int level = 1; level < fullCoverage; ++level) {
+        const double mix = static_cast<double>(level) / fullCoverage;
+        shades.push_back(white.blend(mix, mix, black));
+    }
+    shades.push_back(white);
+}
+
+void PhilipsPm5544Spec::TextBox::draw(PatternSpec& pattern, const std::string& text, double pixelAspect) {
+    TextFit fit;
+    fit.lineHeight = area.height * (1.0 - 2.0 * textMargin);
+    fit.sideMargin = area.height * textMargin / pixelAspect;
+    fit.pixelAspect = pixelAspect;
+    coverage.width = area.width;
+    coverage.height = area.height;
+    pattern.renderTextInto(coverage, text, fit);
+}
+
+void PhilipsPm5544Spec::TextBox::blendInto(int y, Pixel* row) const {
+    const int coverageRow = y - area.top;
+    Pixel* out = row + area.left;
+    for (int x = 0; x < area.width; ++x) {
+        const uint8_t level = coverage.at(x, coverageRow);
+        if (level != 0) out[x] = shades[level];
+    }
+}
