@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <new>
@@ -28,6 +29,7 @@
 #include "pattern/RowSource.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
+#include "text/ClockText.h"
 
 using PatternGen::colorAxes_e;
 using PatternGen::isRGBHDRAxes;
@@ -136,8 +138,12 @@ private:
 };
 
 // Streams the rows into the writer through the file, and commits it. False after reporting.
+// The rows of a video frame after the first: a clock burnt into the card moves on, so the frame is
+// rendered again; nullptr when every further frame repeats the first.
+using NextFrame = std::function<std::unique_ptr<RowSource>(int frame)>;
+
 bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
-                 FILE* standardOutput, StageTimes* times) {
+                 const NextFrame& nextFrame, FILE* standardOutput, StageTimes* times) {
     OutputFile out(s.fileName, standardOutput);
     ImageHeader header;
     header.width = s.width;
@@ -149,17 +155,27 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     const std::unique_ptr<ImageWriter> writer = format.makeWriter(s);
     double* renderTime = times != nullptr ? &times->render : nullptr;
     double* writeTime = times != nullptr ? &times->write : nullptr;
-    TimedRows rows(source, renderTime);
     const size_t pixels = static_cast<size_t>(s.width);
     const std::function<void(uint16_t*)> roundRow = [&](uint16_t* row) {
         timed(renderTime, [&] { return roundFrame(row, pixels, s.axes, s.bits), true; });
     };
     const auto writeRow = [&](const uint16_t* row) { return timed(writeTime, [&] { return writer->writeRow(row); }); };
+    const auto stream = [&](RowSource& frameRows) {
+        TimedRows rows(frameRows, renderTime);
+        return streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr, writeRow);
+    };
+    const auto laterFrames = [&] {
+        for (int frame = 1; nextFrame && frame < s.frames; ++frame) {
+            if (!writer->startNextFrame()) return false;
+            const std::unique_ptr<RowSource> rows = nextFrame(frame);
+            if (!stream(*rows)) return false;
+        }
+        return true;
+    };
     const auto finish = [&] { return timed(writeTime, [&] { return writer->finish() && out.commit(); }); };
     try {
-        const bool written = out.open(format.needSeek) && writer->begin(out, header) &&
-                             streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr, writeRow) &&
-                             finish();
+        const bool written =
+            out.open(format.needSeek) && writer->begin(out, header) && stream(source) && laterFrames() && finish();
         if (!written) reportFailure(format, s, out, nullptr);
         return written;
     } catch (const std::runtime_error& error) {
@@ -169,6 +185,21 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
         reportFailure(format, s, out, message.c_str());
         return false;
     }
+}
+
+// ---- Text in the card's boxes: the ident above, a caption or a clock below.
+
+bool hasBoxText(const Settings& s) { return !s.ident.empty() || !s.caption.empty() || s.clock; }
+
+ClockStart clockStart(const Settings& s) {
+    if (!s.timecode) return ClockText::timeOfDay(std::time(nullptr));
+    const Timecode& t = *s.timecode;
+    return ClockStart{true, t.hours, t.minutes, t.seconds, t.frames};
+}
+
+// The lower box's text in a given frame: the clock moves on with the frames, a caption stays.
+std::string lowerText(const Settings& s, const ClockStart& start, int frame) {
+    return s.clock ? ClockText::clockText(start, frame, s.rateNum, s.rateDen) : s.caption;
 }
 
 // Rows are mostly runs of equal pixels: each run is rounded once and copied along.
@@ -219,11 +250,22 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
         return pattern.render_text(s.width * canvasScale, s.height * canvasScale);
     });
 
+    const ClockStart start = clockStart(s);
+    if (hasBoxText(s)) pattern.setBoxTexts(s.font, s.ident, lowerText(s, start, 0));
+    NextFrame nextFrame;
+    if (s.clock && s.frames > 1) {
+        nextFrame = [&](int frame) {
+            pattern.setLowerText(lowerText(s, start, frame));
+            return pattern.fullFrameRows(s.width, s.height);
+        };
+    }
+
     LineRepeats lineRepeats;
     const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
     announce(format, s);
-    const bool written = timed(times != nullptr ? &times->stream : nullptr,
-                               [&] { return writeOutput(format, s, *rows, lineRepeats, standardOutput, times); });
+    const bool written = timed(times != nullptr ? &times->stream : nullptr, [&] {
+        return writeOutput(format, s, *rows, lineRepeats, nextFrame, standardOutput, times);
+    });
     if (!written) return 1;
     return s.preview.empty() || writePreview(pattern, s) ? 0 : 1;
 }

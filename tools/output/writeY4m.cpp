@@ -51,14 +51,23 @@ public:
         return true;
     }
 
+    bool startNextFrame() override {
+        row_ = 0;
+        return --frames_ >= 1 && writeFrame();
+    }
+
+    // The frame as it stands, once for every frame still to come.
     bool finish() override {
-        for (int i = 0; i < frames_; ++i)
-            if (!out_->write(kFrameMarker, sizeof kFrameMarker - 1) || !out_->write(frame_.data(), frame_.size()))
-                return false;
+        for (; frames_ > 0; --frames_)
+            if (!writeFrame()) return false;
         return true;
     }
 
 private:
+    bool writeFrame() {
+        return out_->write(kFrameMarker, sizeof kFrameMarker - 1) && out_->write(frame_.data(), frame_.size());
+    }
+
     // "YUV4MPEG2 W1920 H1080 F25:1 Ip A1:1 C422p10 XCOLORRANGE=LIMITED"
     std::string streamHeader(const ImageHeader& header) const {
         // Pixel aspect = display aspect / picture aspect, in lowest terms.
@@ -81,7 +90,8 @@ private:
         if (bytesPerSample_ == 2) at[1] = static_cast<uint8_t>(value >> 8);
     }
 
-    int frames_, rateNum_, rateDen_, aspectNum_, aspectDen_;
+    int frames_;  // still to write
+    int rateNum_, rateDen_, aspectNum_, aspectDen_;
     OutputFile* out_ = nullptr;
     int width_ = 0, shift_ = 0, bytesPerSample_ = 1;
     int chromaColumnsStep_ = 1, chromaRowsStep_ = 1, chromaWidth_ = 0;
