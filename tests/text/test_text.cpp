@@ -17,11 +17,6 @@
 #include "pattern/PatternWrapper.h"
 #include "TestFiles.h"
 
-// Fontconfig and Pango's fontconfig caches leak; matching them needs whole (slow-unwound) allocation stacks.
-extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:FcInitLoadConfigAndFonts\nleak:libpangoft2-1.0.so\n";
-}
 
 namespace {
 

@@ -1,0 +1,91 @@
+// What the newer long options add to a run, seen from outside the program: the preview beside the
+// main output, text in the card's boxes, and a clock that moves on from frame to frame.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "TestFiles.h"
+
+namespace {
+
+using TestFiles::commandOutput;
+
+class ProgramExtras : public ::testing::Test {
+protected:
+    int run(const std::string& args) { return TestFiles::runProgram(dir.path(""), args); }
+    std::string path(const std::string& name) const { return dir.path(name); }
+    TestFiles::ScratchDir dir;
+};
+
+// The rows and columns of a 16-bit RGBA picture (ffmpeg's decode) where two renders differ.
+struct Extent {
+    int top = 1 << 30, bottom = -1, left = 1 << 30, right = -1;
+};
+Extent differences(const std::vector<uint16_t>& a, const std::vector<uint16_t>& b, int width, int fromRow, int toRow) {
+    Extent e;
+    for (int y = fromRow; y < toRow; ++y)
+        for (int x = 0; x < width; ++x)
+            for (int c = 0; c < 4; ++c) {
+                const size_t i = (size_t(y) * width + x) * 4 + c;
+                if (a.at(i) == b.at(i)) continue;
+                e.top = std::min(e.top, y), e.bottom = std::max(e.bottom, y);
+                e.left = std::min(e.left, x), e.right = std::max(e.right, x);
+            }
+    return e;
+}
+
+TEST_F(ProgramExtras, PreviewIsAnSrgbPngWithSquarePixelsAndLeavesTheMainOutputAlone) {
+    ASSERT_EQ(run("-d 720x576 -a 4x3 -c 601 -b 10 -s 422 plain.png"), 0);
+    ASSERT_EQ(run("-d 720x576 -a 4x3 -c 601 -b 10 -s 422 --preview view.png main.png"), 0);
+    EXPECT_EQ(TestFiles::readFile(path("plain.png")), TestFiles::readFile(path("main.png")));
+    const std::string check = commandOutput("pngcheck -v '" + path("view.png") + "' 2>&1");
+    EXPECT_NE(check.find("768 x 576 image, 24-bit RGB"), std::string::npos) << check;
+    EXPECT_NE(check.find("sRGB"), std::string::npos) << check;
+    EXPECT_NE(check.find("No errors"), std::string::npos) << check;
+    // A device file gets the same preview as the PNG of the same settings.
+    ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview a.png card.pat"), 0);
+    ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview b.png card.png"), 0);
+    EXPECT_EQ(TestFiles::readFile(path("a.png")), TestFiles::readFile(path("b.png")));
+}
+
+// 640x360: h(k) = 360k/576 lines; the card's centre row is 180. The upper box spans the rows
+// 180 - h(231) - 1 to 180 - h(189) - 2, the lower one 180 + h(147) - 1 to 180 + h(189); both lie
+// within h(126) of the centre column 320.
+TEST_F(ProgramExtras, IdentAndCaptionChangeOnlyTheirBoxes) {
+    ASSERT_EQ(run("-d 640x360 -c 709 -b 10 plain.png"), 0);
+    ASSERT_EQ(run("-d 640x360 -c 709 -b 10 --ident 'TEST CARD' --caption 'STUDIO 1' text.png"), 0);
+    const auto plain = TestFiles::ffmpegSamples(path("plain.png"), "rgba64be", true);
+    const auto text = TestFiles::ffmpegSamples(path("text.png"), "rgba64be", true);
+    ASSERT_EQ(plain.size(), 640u * 360 * 4);
+    ASSERT_EQ(text.size(), plain.size());
+    const Extent upper = differences(plain, text, 640, 0, 180), lower = differences(plain, text, 640, 180, 360);
+    EXPECT_GE(upper.top, 35);
+    EXPECT_LE(upper.bottom, 60);
+    EXPECT_GE(lower.top, 271);
+    EXPECT_LE(lower.bottom, 298);
+    for (const Extent& box : {upper, lower}) {
+        EXPECT_GE(box.left, 320 - 78);
+        EXPECT_LE(box.right, 320 + 78);
+        EXPECT_LE(std::abs((box.left + box.right) - 640), 6) << "text centred on the card";
+    }
+}
+
+TEST_F(ProgramExtras, ClockMovesOnPerFrameAndAStillFrameRepeats) {
+    const auto frameHashes = [&](const std::string& name) {
+        std::set<std::string> hashes;
+        const std::string md5 = commandOutput("ffmpeg -nostdin -v error -i '" + path(name) + "' -f framemd5 -");
+        size_t lines = 0;
+        for (size_t at = 0; (at = md5.find("\n0,", at)) != std::string::npos; ++at, ++lines)
+            hashes.insert(md5.substr(md5.find_last_of(' ', md5.find('\n', at + 1)) + 1, 32));
+        return std::make_pair(lines, hashes.size());
+    };
+    const std::string video = "-d 320x180 -c 709 -s 422 -b 10 --frames 3 --rate 25 ";
+    ASSERT_EQ(run(video + "--clock --timecode 10:00:00:00 clock.y4m"), 0);
+    ASSERT_EQ(run(video + "--caption STILL still.y4m"), 0);
+    EXPECT_EQ(frameHashes("clock.y4m"), std::make_pair(size_t(3), size_t(3)));
+    EXPECT_EQ(frameHashes("still.y4m"), std::make_pair(size_t(3), size_t(1)));
+}
+
+}  // namespace
