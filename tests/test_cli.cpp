@@ -37,27 +37,10 @@ Parsed parse(std::vector<std::string> words) {
     return p;
 }
 
-std::string text(const TestFiles::Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-struct Outcome {
-    int status = -1;
-    std::string out, err;
-};
-
-class Program : public ::testing::Test {
-protected:
-    // Runs the program in a scratch directory with both streams collected apart.
-    Outcome run(const std::string& args) {
-        const std::string out = dir.path("stdout"), err = dir.path("stderr");
-        const int raw = std::system(
-            ("cd '" + dir.path("") + "' && '" PM5544_EXE "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null")
-                .c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(TestFiles::readFile(out)), text(TestFiles::readFile(err))};
-    }
-    std::string file(const std::string& name) const { return text(TestFiles::readFile(dir.path(name))); }
-    TestFiles::ScratchDir dir;
-};
+using TestFiles::Outcome;
+class Program : public TestFiles::ProgramTest {};
 
 const std::string pngSignature = "\x89PNG\r\n\x1a\n";
 

@@ -26,26 +26,8 @@ Settings parse(std::vector<std::string> words, bool expectOk = true) {
     return s;
 }
 
-std::string text(const TestFiles::Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-struct Outcome {
-    int status = -1;
-    std::string out, err;
-};
-
-// Runs the program in a scratch directory, collecting both streams separately.
-class Program : public ::testing::Test {
-protected:
-    Outcome run(const std::string& args) {
-        const std::string out = dir.path("stdout"), err = dir.path("stderr");
-        const int raw = std::system(
-            ("cd '" + dir.path("") + "' && '" PM5544_EXE "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null")
-                .c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(TestFiles::readFile(out)), text(TestFiles::readFile(err))};
-    }
-    std::string file(const std::string& name) const { return text(TestFiles::readFile(dir.path(name))); }
-    TestFiles::ScratchDir dir;
-};
+using TestFiles::Outcome;
+class Program : public TestFiles::ProgramTest {};
 
 TEST(CommandLine, DefaultsValuesAndQuirks) {
     Settings s = parse({"card.png"});

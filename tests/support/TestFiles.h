@@ -84,6 +84,26 @@ inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::s
     return samples;
 }
 #ifdef PM5544_EXE
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+};
+
+// Runs the built program in a scratch directory, both streams collected apart.
+class ProgramTest : public ::testing::Test {
+protected:
+    Outcome run(const std::string& args) {
+        const std::string out = dir.path("stdout"), err = dir.path("stderr");
+        const int raw = std::system(
+            ("cd '" + dir.path("") + "' && '" PM5544_EXE "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null")
+                .c_str());
+        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(readFile(out)), text(readFile(err))};
+    }
+    std::string file(const std::string& name) const { return text(readFile(dir.path(name))); }
+    static std::string text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
+    ScratchDir dir;
+};
+
 // Runs the built program in `dir` (its streams go to files there); its exit status.
 inline int runProgram(const std::string& dir, const std::string& args) {
     const int raw =
