@@ -44,6 +44,7 @@ inline Bytes readFile(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 inline bool exists(const std::string& path) { return std::filesystem::exists(path); }
+inline std::string text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
 
 // Bytes written as hex digits; anything else (spaces, '|') only groups them for the reader.
 inline Bytes hex(const std::string& text) {
@@ -100,7 +101,6 @@ protected:
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(readFile(out)), text(readFile(err))};
     }
     std::string file(const std::string& name) const { return text(readFile(dir.path(name))); }
-    static std::string text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
     ScratchDir dir;
 };
 
