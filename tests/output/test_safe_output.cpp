@@ -19,7 +19,6 @@
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -146,23 +145,6 @@ std::string runProgram(const ChildSetup& setup, const std::string& program, cons
 
 // ---- The faults ----
 
-// A tmpfs of `bytes` mounted on `directory` while the object lives, where mounting is allowed.
-class SmallFileSystem {
-public:
-    SmallFileSystem(const std::string& directory, size_t bytes) : directory_(directory) {
-        mounted_ = mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV,
-                         ("size=" + std::to_string(bytes)).c_str()) == 0;
-    }
-    ~SmallFileSystem() {
-        if (mounted_) umount2(directory_.c_str(), MNT_DETACH);
-    }
-    bool mounted() const { return mounted_; }
-
-private:
-    std::string directory_;
-    bool mounted_ = false;
-};
-
 // Room for the earlier file and 24 KiB: less than any format's output.
 constexpr size_t kSmallFileSystemBytes = 32 * 1024;
 constexpr rlim_t kFileSizeLimit = 24 * 1024;
@@ -180,7 +162,6 @@ struct PreparedFault {
     std::string name;
     int error = 0;
     std::string why;
-    std::unique_ptr<SmallFileSystem> fileSystem;
 };
 
 PreparedFault prepare(Fault fault, const ScratchDir& dir, const std::string& base, ChildSetup& setup) {
@@ -189,15 +170,18 @@ PreparedFault prepare(Fault fault, const ScratchDir& dir, const std::string& bas
     setup.directory = dir.path("");
     if ((fault == Fault::ReadOnlyDirectory || fault == Fault::ReadOnlyFile) && geteuid() == 0) {
         // Root writes anywhere: the run is made as nobody.
-        if (getpwnam("nobody") == nullptr) return {"", 0, "no user 'nobody' to run as", nullptr};
+        if (getpwnam("nobody") == nullptr) return {"", 0, "no user 'nobody' to run as"};
         setup.asNobody = true;
     }
     switch (fault) {
         case Fault::FullFileSystem:
+            // A small tmpfs where mounting is allowed (unmounted by the caller), else a file-size limit.
             fs::create_directories(dir.path("full"));
-            p.fileSystem = std::make_unique<SmallFileSystem>(dir.path("full"), kSmallFileSystemBytes);
-            if (!p.fileSystem->mounted()) setup.fileSizeLimit = kFileSizeLimit;
-            p.error = p.fileSystem->mounted() ? ENOSPC : EFBIG;
+            p.error = mount("tmpfs", dir.path("full").c_str(), "tmpfs", MS_NOSUID | MS_NODEV,
+                            ("size=" + std::to_string(kSmallFileSystemBytes)).c_str()) == 0
+                          ? ENOSPC
+                          : EFBIG;
+            if (p.error == EFBIG) setup.fileSizeLimit = kFileSizeLimit;
             p.name = "full/" + base;
             writeFile(dir.path(p.name), kEarlier);
             break;
@@ -222,7 +206,7 @@ PreparedFault prepare(Fault fault, const ScratchDir& dir, const std::string& bas
             p.error = EISDIR;
             break;
         case Fault::DeviceFull:
-            if (!fs::is_character_file("/dev/full")) return {"", 0, "no /dev/full", nullptr};
+            if (!fs::is_character_file("/dev/full")) return {"", 0, "no /dev/full"};
             // Through a link, so that the name keeps the format's extension.
             p.name = base;
             fs::create_symlink("/dev/full", dir.path(base));
@@ -256,7 +240,7 @@ TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
             ScratchDir dir, logs;
             ChildSetup setup;
             setup.standardError = logs.path("stderr");
-            PreparedFault p = prepare(fault, dir, std::string("card.") + format.extension, setup);
+            const PreparedFault p = prepare(fault, dir, std::string("card.") + format.extension, setup);
             const std::string what = std::string(format.extension) + ", " + kFaultNames[int(fault)];
             if (p.error == 0) {
                 std::cout << "[ SKIPPED  ] " << what << ": " << p.why << "\n";
@@ -272,6 +256,7 @@ TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
             EXPECT_EQ(occurrences(err, strerror(p.error)), 1u) << what << "\n" << err;
             EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << what;
             chmod(dir.path("ro").c_str(), 0755);
+            umount2(dir.path("full").c_str(), MNT_DETACH);
         }
     }
 }

@@ -12,7 +12,6 @@
 #include "TestFiles.h"
 #include "philips-PM5544-new.h"
 
-
 using namespace PatternGen;
 
 namespace {
@@ -189,19 +188,4 @@ TEST(CardText, LowerTextReplacedBetweenFramesEqualsAFreshCard) {
     moving->setLowerText("23:59:59");
     expectRowsOf("23:59:59", row);
     expectRowsOf("23:59:59", 0);
-    moving->setLowerText("");
-    expectRowsOf("", 0);
-}
-
-// Rows with text are not kept as plain rows: read bottom to top, the frame is the one read top to bottom.
-TEST(CardText, AnyOrderOfAccessGivesTheSameText) {
-    const Raster r{720, 576, 4, 3};
-    auto down = makeCard(r, Colour_YCbCr_709, "PM5544", "12:34:56"),
-         up = makeCard(r, Colour_YCbCr_709, "PM5544", "12:34:56");
-    std::vector<Pixel> frame;
-    for (int y = 0; y < r.height; ++y)
-        for (int x = 0; x < r.width; ++x) frame.push_back(down->body(x, y));
-    for (int y = r.height - 1; y >= 0; --y)
-        for (int x = 0; x < r.width; ++x)
-            ASSERT_TRUE(up->body(x, y).sameCodes(frame[size_t(y) * r.width + x])) << "x=" << x << " y=" << y;
 }
