@@ -1,4 +1,5 @@
-// An independent reader of device pattern files for tests.
+// An independent reader of device pattern files: parses every byte of the layout (refusing truncated or
+// over-long input) and expands blocks back into samples.
 #pragma once
 
 #include <array>
@@ -9,8 +10,6 @@
 
 #include "TestFiles.h"
 
-// An independent reader of device pattern files: parses every byte of the layout (refusing truncated or
-// over-long input) and expands blocks back into samples.
 namespace DeviceFileReader {
 
 // Components in model order 0 to 3; a three-word sample reads component 3 as 0.
@@ -78,10 +77,6 @@ inline File parseFile(const std::string& path) {
     if (at != bytes.size()) throw std::runtime_error("trailing bytes after the last block");
     return file;
 }
-
-}  // namespace DeviceFileReader
-
-namespace DeviceFileReader {
 
 // The picture a whole-frame file stands for: each block's samples repeated for its percentage of
 // lines; a pair sample (format 0) gives two pixels sharing its chroma. Pixels as components 0 to 2.

@@ -1,14 +1,12 @@
 // Helpers for tests that write files and read them back: scratch directories, whole-file reads, golden
-// bytes as hex text, captured output, test frames and a file-size limit.
+// bytes as hex text, ffmpeg's decode, runs of the built program, captured output and test frames.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <cctype>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -44,6 +42,7 @@ inline Bytes readFile(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 inline bool exists(const std::string& path) { return std::filesystem::exists(path); }
+inline std::string text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
 
 // Bytes written as hex digits; anything else (spaces, '|') only groups them for the reader.
 inline Bytes hex(const std::string& text) {
@@ -84,6 +83,14 @@ inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::s
     return samples;
 }
 #ifdef PM5544_EXE
+// Runs the built program in `dir`, its standard output and error to the files "stdout" and "stderr"
+// there; its exit status.
+inline int runProgram(const std::string& dir, const std::string& args) {
+    const int raw =
+        std::system(("cd '" + dir + "' && '" PM5544_EXE "' " + args + " >stdout 2>stderr </dev/null").c_str());
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+}
+
 struct Outcome {
     int status = -1;
     std::string out, err;
@@ -93,23 +100,12 @@ struct Outcome {
 class ProgramTest : public ::testing::Test {
 protected:
     Outcome run(const std::string& args) {
-        const std::string out = dir.path("stdout"), err = dir.path("stderr");
-        const int raw = std::system(
-            ("cd '" + dir.path("") + "' && '" PM5544_EXE "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null")
-                .c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(readFile(out)), text(readFile(err))};
+        const int status = runProgram(dir.path(""), args);
+        return {status, file("stdout"), file("stderr")};
     }
     std::string file(const std::string& name) const { return text(readFile(dir.path(name))); }
-    static std::string text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
     ScratchDir dir;
 };
-
-// Runs the built program in `dir` (its streams go to files there); its exit status.
-inline int runProgram(const std::string& dir, const std::string& args) {
-    const int raw =
-        std::system(("cd '" + dir + "' && '" PM5544_EXE "' " + args + " >stdout.txt 2>stderr.txt </dev/null").c_str());
-    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-}
 #endif
 // What `action` prints to standard output, or to standard error.
 template <typename Action>
@@ -124,35 +120,10 @@ std::string stderrOf(Action&& action) {
     action();
     return testing::internal::GetCapturedStderr();
 }
-// Test frames: samples all different and spread over the 16-bit range, or pseudo-random (incompressible).
+// A test frame: samples all different and spread over the 16-bit range.
 inline std::vector<uint16_t> distinctSamples(size_t count, uint16_t offset = 0x0102) {
     std::vector<uint16_t> samples(count);
     for (size_t i = 0; i < count; ++i) samples[i] = static_cast<uint16_t>(i * 40503u + offset);
     return samples;
 }
-inline std::vector<uint16_t> noiseSamples(size_t count) {
-    std::vector<uint16_t> samples(count);
-    uint32_t state = 12345;
-    for (uint16_t& sample : samples) sample = static_cast<uint16_t>((state = state * 1664525u + 1013904223u) >> 16);
-    return samples;
-}
-// While alive, writes past `bytes` fail with EFBIG instead of raising SIGXFSZ.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : previousHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &saved_);
-        rlimit limited = saved_;
-        limited.rlim_cur = bytes;
-        setrlimit(RLIMIT_FSIZE, &limited);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &saved_);
-        std::signal(SIGXFSZ, previousHandler_);
-    }
-
-private:
-    rlimit saved_{};
-    void (*previousHandler_)(int);
-};
-
 }  // namespace TestFiles

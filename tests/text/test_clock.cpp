@@ -16,8 +16,9 @@ ClockStart timecode(int h, int m, int s, int f) { return ClockStart{true, h, m, 
 }  // namespace
 
 // A time of day moves on by frame / rate seconds, whole seconds shown: at 30000/1001 frame 30 is 1.001 s
-// on and frame 30000 exactly 1001 s; 29 frames are not yet a second.
-TEST(ClockText, TimeOfDayAdvancesByFramesOverRate) {
+// on and frame 30000 exactly 1001 s; 29 frames are not yet a second. A timecode counts frames at the
+// nominal integer rate (30 for 30000/1001). Both wrap at 24 hours.
+TEST(ClockText, FrameNIsFrameZeroPlusNOverTheRate) {
     const struct {
         ClockStart start;
         int64_t frame;
@@ -27,8 +28,6 @@ TEST(ClockText, TimeOfDayAdvancesByFramesOverRate) {
         {timeOfDay(12, 0, 0), 0, 25, 1, "12:00:00"},
         {timeOfDay(12, 0, 0), 24, 25, 1, "12:00:00"},
         {timeOfDay(12, 0, 0), 25, 25, 1, "12:00:01"},
-        {timeOfDay(12, 0, 0), 49, 50, 1, "12:00:00"},
-        {timeOfDay(12, 0, 0), 50, 50, 1, "12:00:01"},
         {timeOfDay(12, 0, 0), 180000, 50, 1, "13:00:00"},
         {timeOfDay(12, 0, 0), 29, 30000, 1001, "12:00:00"},
         {timeOfDay(12, 0, 0), 30, 30000, 1001, "12:00:01"},
@@ -36,20 +35,6 @@ TEST(ClockText, TimeOfDayAdvancesByFramesOverRate) {
         {timeOfDay(12, 0, 0), 30000, 30000, 1001, "12:16:41"},
         {timeOfDay(23, 59, 59), 25, 25, 1, "00:00:00"},
         {timeOfDay(0, 0, 0), 1000000, 1, 1, "13:46:40"},  // more than a day: 11 days and 13:46:40
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.text, ClockText::clockText(c.start, c.frame, c.rateNum, c.rateDen))
-            << c.frame << " at " << c.rateNum << "/" << c.rateDen;
-}
-
-// A timecode counts frames at the nominal integer rate (30 for 30000/1001) and wraps at 24 hours.
-TEST(ClockText, TimecodeCountsFramesAtTheNominalRate) {
-    const struct {
-        ClockStart start;
-        int64_t frame;
-        int rateNum, rateDen;
-        const char* text;
-    } cases[] = {
         {timecode(10, 0, 0, 0), 29, 30000, 1001, "10:00:00:29"},
         {timecode(10, 0, 0, 0), 30, 30000, 1001, "10:00:01:00"},
         {timecode(10, 0, 0, 0), 108000, 30000, 1001, "11:00:00:00"},
@@ -60,22 +45,14 @@ TEST(ClockText, TimecodeCountsFramesAtTheNominalRate) {
     for (const auto& c : cases)
         EXPECT_EQ(c.text, ClockText::clockText(c.start, c.frame, c.rateNum, c.rateDen))
             << c.frame << " at " << c.rateNum << "/" << c.rateDen;
-    const int rates[][3] = {{30000, 1001, 30}, {24000, 1001, 24}, {60000, 1001, 60}, {50, 1, 50}, {25, 1, 25}};
-    for (const auto& r : rates) EXPECT_EQ(r[2], ClockText::nominalFrameRate(r[0], r[1]));
 }
 
-// The start of a time-of-day clock is the local time: in UTC, seconds since the epoch modulo a day.
+// The start of a time-of-day clock is the local time, here two hours east of UTC (a zone given in the
+// POSIX form, which needs no zone files).
 TEST(ClockText, TimeOfDayStartIsTheLocalTime) {
-    const char* saved = std::getenv("TZ");
-    const std::string previous = saved ? saved : "";
-    setenv("TZ", "UTC", 1);
+    setenv("TZ", "XXX-2", 1);
     tzset();
     const ClockStart start = ClockText::timeOfDay(std::time_t{86400 * 3 + 3661});
-    EXPECT_EQ("01:01:01", ClockText::clockText(start, 0, 25, 1));
     EXPECT_FALSE(start.timecode);
-    if (saved)
-        setenv("TZ", previous.c_str(), 1);
-    else
-        unsetenv("TZ");
-    tzset();
+    EXPECT_EQ("03:01:01", ClockText::clockText(start, 0, 25, 1));
 }

@@ -1,9 +1,8 @@
-// Fonts and the text overlay: font lines printed, getFont sizes, and text read back from layer 0;
+// Fonts and the text overlay: font lines printed, and text read back from layer 0;
 // LeakSanitizer checks the Pango and Cairo objects.
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include <gtest/gtest.h>
-#include <pango/pango.h>
 
 #include <algorithm>
 #include <climits>
@@ -14,9 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "pattern/PatternWrapper.h"
 #include "TestFiles.h"
-
+#include "pattern/PatternWrapper.h"
 
 namespace {
 
@@ -107,28 +105,13 @@ TEST(FontLoading, ReportsEveryMatchAndLoadsTheFirst) {
     EXPECT_EQ("DejaVu Sans Mono, " + style + " 100", font.fontDescForSize(100));
 }
 
-// height * percent * 1024 / 792, truncated, in Pango units; pixels are that / 1024, truncated. A font that
-// failed keeps its place, and its family is left to Pango's default.
-TEST(FontSize, FollowsFrameHeightAndPercentageWithOrWithoutAFont) {
+// A family that matches nothing is reported as such and keeps its place among the pattern's fonts.
+TEST(FontLoading, AFamilyThatMatchesNothingKeepsItsPlace) {
     CaptionPattern pattern({});  // no font until setup runs
-    int failed = -1, loaded = -1;
+    int status = -1;
     EXPECT_EQ("Available fonts: 0\nFont: (none)\nFreetypeFont: Failed to load '(none)' \n",
-              stdoutOf([&] { failed = pattern.defineFont("Nonexistent Family 7f3e"); }));
-    stdoutOf([&] { loaded = pattern.defineFont("DejaVu Sans"); });
-    ASSERT_TRUE(TTFont::OpenFailed == failed && pattern.fonts.size() == 2 && pattern.fonts[0].face == nullptr);
-    EXPECT_EQ("", pattern.fonts[0].fontDescForSize(100));
-    if (loaded != TTFont::Loaded) GTEST_SKIP() << "DejaVu Sans is missing";
-    const int cases[][4] = {{1080, 100, 139636, 136}, {576, 50, 37236, 36}, {4320, 400, 2234181, 2181}};
-    for (int font : {0, 1})
-        for (const auto& c : cases) {
-            int pixelSize = -1;
-            PangoFontDescription* description = pattern.getFont(font, c[0], c[1], pixelSize);
-            EXPECT_EQ(c[2], pango_font_description_get_size(description)) << c[0] << " " << c[1];
-            EXPECT_TRUE(pango_font_description_get_size_is_absolute(description));
-            EXPECT_EQ(c[3], pixelSize) << c[0] << " " << c[1];
-            EXPECT_EQ(font == 1, pango_font_description_get_family(description) != nullptr);
-            pango_font_description_free(description);
-        }
+              stdoutOf([&] { status = pattern.defineFont("Nonexistent Family 7f3e"); }));
+    EXPECT_TRUE(TTFont::OpenFailed == status && pattern.fonts.size() == 1 && pattern.fonts[0].face == nullptr);
 }
 
 // White text on a cleared layer inside its box (size 100 is 22 pixels on 180 lines). Left starts at the
@@ -164,18 +147,5 @@ TEST(TextOverlay, PlacementAlignmentAndRotation) {
     EXPECT_EQ(1023u, brightest);
 }
 
-// Only the last slug of a line loses its trailing blanks; a gap advances the pen by gap x font size.
-TEST(TextOverlay, OnlyTheLastSlugLosesTrailingBlanksAndGapsAdvanceThePen) {
-    auto plain = draw({}), padded = draw({"HH  \t\r\n"});
-    EXPECT_EQ("HH", slug(*padded).text);
-    auto twoSlugs = draw({"HH  ", 0, 10, TextSlug::left, TextSlug::top, [](TextLine& l) {
-                              l.slugs[0]->gap = 1.5;
-                              l.slugs.push_back(new TextSlug(*l.slugs[0]));
-                          }});
-    const TextSlug& first = slug(*twoSlugs, 0);
-    EXPECT_EQ("HH  ", first.text);
-    EXPECT_EQ("HH", slug(*twoSlugs, 1).text);
-    EXPECT_GT(first.measuredWidth, slug(*plain).measuredWidth);
-    EXPECT_EQ(inkOf(*plain).maxX + first.measuredWidth + static_cast<int>(first.fontPixelSize * 1.5),
-              inkOf(*twoSlugs).maxX);
-}
+// The line's trailing blanks are dropped before it is measured.
+TEST(TextOverlay, TrailingBlanksAreDropped) { EXPECT_EQ("HH", slug(*draw({"HH  \t\r\n"})).text); }
