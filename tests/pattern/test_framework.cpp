@@ -221,6 +221,34 @@ TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
     EXPECT_EQ(whiteFrame(8, true, true)[0] + whiteFrame(8, false, false)[0], 2 * 4095);
 }
 
+// A run of identical pixels is converted once and stored along: a picture of runs 1 to 5 long, from odd
+// and even columns, stores the same colour samples as that picture made of distinct pixels (alpha alone
+// differs), in every sampling, with the edge taper and without, from even and odd first columns.
+TEST(FullFrameLoop, RunsStoreWhatSinglePixelsStore) {
+    const auto runColour = [](int x, int y) {
+        const int offset = (x + 40) % 15, cycle = (x + 40) / 15;  // run lengths 1, 2, 3, 4, 5
+        const int run = 5 * cycle + (offset < 1 ? 0 : offset < 3 ? 1 : offset < 6 ? 2 : offset < 10 ? 3 : 4);
+        return rgb(100 * (run % 7) + 3 * y, 300 + 50 * (run % 3) + 10 * (y / 2), 900 - 40 * (run % 5) + y);
+    };
+    const auto colourSamples = [&](int width, sampling_e sampling, bool taperOff, bool distinct) {
+        TestPattern p([&](int x, int y) {
+            Pixel q = runColour(x, y);
+            if (distinct) q.sample[Pixel::ALPHA] = uint16_t(2000 + x + 40 * y);
+            return q;
+        });
+        p.initQuietly(width, 5, 16, 9, Colour_RGB, sampling, 12, Quadrant_None, taperOff);
+        Samples f = frameOf(p, width, 5);
+        for (size_t i = 3; i < f.size(); i += 4) f[i] = 0;
+        return f;
+    };
+    for (const int width : {16, 22, 17})
+        for (const sampling_e sampling : {Sampling_444, Sampling_422, Sampling_420})
+            for (const bool taperOff : {false, true})
+                EXPECT_EQ(colourSamples(width, sampling, taperOff, false),
+                          colourSamples(width, sampling, taperOff, true))
+                    << width << " wide, sampling " << sampling << (taperOff ? ", no taper" : "");
+}
+
 // Stored line n shows the source line of the first pair for n; the first missing n ends the list. Without
 // a list every line is stored, R'G'B' as R, G, B and Y'CbCr as Y, Cb, Cr widened to 12 bits.
 TEST(LineRepeatLoop, StoredLinesFollowTheList) {
