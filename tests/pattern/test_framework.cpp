@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "TestPattern.h"
+#include "colour/ConversionCache.h"
 
 using namespace PatternGen;
 
@@ -247,6 +248,23 @@ TEST(FullFrameLoop, RunsStoreWhatSinglePixelsStore) {
                 EXPECT_EQ(colourSamples(width, sampling, taperOff, false),
                           colourSamples(width, sampling, taperOff, true))
                     << width << " wide, sampling " << sampling << (taperOff ? ", no taper" : "");
+}
+
+// The loops' conversion cache remembers a few hundred pixels: whatever the order, and however the pixels
+// share its slots, it gives what converting each afresh gives (10-bit results widened to 12 bits).
+TEST(ConversionCacheTest, GivesWhatConvertingAfreshGives) {
+    ConversionCache cache(Colour_YCbCr_709, true);
+    std::vector<Pixel> pixels;
+    for (int i = 0; i < 1500; ++i) pixels.push_back(Pixel((i * 37) % 1024, (i * 11) % 1024, i % 1024, Colour_RGB, 10));
+    for (int pass = 0; pass < 2; ++pass)
+        for (size_t i = 0; i < pixels.size(); i += (i % 3 == 0 ? 1 : 2)) {
+            const Pixel& in = pixels[(i * 7 + pass) % pixels.size()];
+            Pixel expected = in.convertTo(Colour_YCbCr_709);
+            ASSERT_EQ(expected.colourSpace.bitDepth, 10);
+            for (uint16_t& v : expected.sample) v = uint16_t(v * 4);
+            expected.colourSpace.bitDepth = 12;
+            for (int again = 0; again < 2; ++again) ASSERT_TRUE(cache.convert(in).sameCodes(expected)) << i;
+        }
 }
 
 // Stored line n shows the source line of the first pair for n; the first missing n ends the list. Without

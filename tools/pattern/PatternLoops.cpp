@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 #include "colour/ConversionCache.h"
@@ -111,10 +112,13 @@ private:
     };
 
     // The end of the run of input pixels identical to in[0] at column x; tapered columns stand alone.
+    // Pixels without padding are identical exactly when their bytes are.
     int runEnd(int x, const Pixel* in) const {
+        static_assert(std::has_unique_object_representations_v<Pixel>, "Pixel bytes hold nothing but its fields");
         if (x < plainBegin_ || x >= plainEnd_) return x + 1;
+        const Pixel* const end = in + (plainEnd_ - x);
         const Pixel* p = in + 1;
-        while (x + (p - in) < plainEnd_ && p->identicalTo(*in)) ++p;
+        while (p != end && std::memcmp(p, in, sizeof(Pixel)) == 0) ++p;
         return x + static_cast<int>(p - in);
     }
 
