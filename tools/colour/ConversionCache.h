@@ -36,7 +36,7 @@ private:
 
     // Pixels without padding are identical, and so convert identically, exactly when their bytes are.
     static_assert(std::has_unique_object_representations_v<Pixel>, "Pixel bytes hold nothing but its fields");
-    static_assert(sizeof(Pixel) % sizeof(uint32_t) == 0, "a pixel is hashed word by word");
+    static_assert(sizeof(Pixel::sample) == sizeof(uint64_t), "the samples are hashed as one word");
 
     struct Entry {
         Pixel in;
@@ -44,13 +44,12 @@ private:
         bool valid = false;
     };
 
-    // A multiplicative hash of the pixel's words.
+    // A multiplicative hash of the four samples: pixels in different colour spaces but with equal
+    // samples merely share a slot.
     static uint32_t slotOf(const Pixel& p) {
-        uint32_t words[sizeof(Pixel) / sizeof(uint32_t)];
-        std::memcpy(words, &p, sizeof words);
-        uint32_t hash = 0;
-        for (const uint32_t word : words) hash = (hash ^ word) * 0x9E3779B1u;
-        return hash >> (32 - slotBits);
+        uint64_t samples;
+        std::memcpy(&samples, p.sample, sizeof samples);
+        return static_cast<uint32_t>((samples * 0x9E3779B97F4A7C15u) >> (64 - slotBits));
     }
 
     static void widen(Pixel& p) {
