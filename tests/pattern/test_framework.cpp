@@ -222,13 +222,17 @@ TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
     EXPECT_EQ(whiteFrame(8, true, true)[0] + whiteFrame(8, false, false)[0], 2 * 4095);
 }
 
-// A run of identical pixels is converted once and stored along: a picture of runs 1 to 5 long, from odd
+// A run of identical pixels is converted once and stored along: a picture of runs 1 to 33 long, from odd
 // and even columns, stores the same colour samples as that picture made of distinct pixels (alpha alone
 // differs), in every sampling, with the edge taper and without, from even and odd first columns.
 TEST(FullFrameLoop, RunsStoreWhatSinglePixelsStore) {
     const auto runColour = [](int x, int y) {
-        const int offset = (x + 40) % 15, cycle = (x + 40) / 15;  // run lengths 1, 2, 3, 4, 5
-        const int run = 5 * cycle + (offset < 1 ? 0 : offset < 3 ? 1 : offset < 6 ? 2 : offset < 10 ? 3 : 4);
+        const int lengths[] = {1, 33, 2, 3, 4, 5, 15, 16, 17};  // 96 columns, repeated
+        int offset = (x + 960) % 96, run = (x + 960) / 96 * 9;
+        for (const int length : lengths) {
+            if (offset < length) break;
+            offset -= length, ++run;
+        }
         return rgb(100 * (run % 7) + 3 * y, 300 + 50 * (run % 3) + 10 * (y / 2), 900 - 40 * (run % 5) + y);
     };
     const auto colourSamples = [&](int width, sampling_e sampling, bool taperOff, bool distinct) {
@@ -242,7 +246,7 @@ TEST(FullFrameLoop, RunsStoreWhatSinglePixelsStore) {
         for (size_t i = 3; i < f.size(); i += 4) f[i] = 0;
         return f;
     };
-    for (const int width : {16, 22, 17})
+    for (const int width : {16, 22, 17, 250})
         for (const sampling_e sampling : {Sampling_444, Sampling_422, Sampling_420})
             for (const bool taperOff : {false, true})
                 EXPECT_EQ(colourSamples(width, sampling, taperOff, false),

@@ -22,6 +22,8 @@ constexpr int lineSamples = 3;   // per pixel: R G B or Y Cb Cr
 // Edge taper: weight of black in the outermost column and in the one next to it.
 constexpr double taperOuter = 0.9;
 constexpr double taperInner = 0.33;
+// Pixels compared at once while finding the end of a run.
+constexpr int runBlock = 16;
 
 uint16_t toFrame(uint16_t code) { return static_cast<uint16_t>(code << frameShift); }
 
@@ -118,6 +120,9 @@ private:
         if (x < plainBegin_ || x >= plainEnd_) return x + 1;
         const Pixel* const end = in + (plainEnd_ - x);
         const Pixel* p = in + 1;
+        // Long runs go a block at a time: a block equal to itself shifted by one pixel repeats the pixel
+        // before it throughout.
+        while (end - p >= runBlock && std::memcmp(p - 1, p, runBlock * sizeof(Pixel)) == 0) p += runBlock;
         while (p != end && std::memcmp(p, in, sizeof(Pixel)) == 0) ++p;
         return x + static_cast<int>(p - in);
     }
