@@ -14,6 +14,9 @@ class ConversionCache {
 public:
     explicit ConversionCache(PatternGen::colorAxes_e axes, bool widenTenBit = false)
         : axes_(axes), widenTenBit_(widenTenBit) {}
+    // A copy's last entry would point into the original.
+    ConversionCache(const ConversionCache&) = delete;
+    ConversionCache& operator=(const ConversionCache&) = delete;
 
     // The converted pixel, valid until the next call.
     const Pixel& convert(const Pixel& in) {
@@ -32,7 +35,7 @@ public:
 private:
     static constexpr int tenBits = 10;
     static constexpr int twelveBits = 12;
-    static constexpr int slotBits = 8;  // 256 remembered conversions, 14 KB
+    static constexpr int slotBits = 8;  // 256 remembered conversions, 15 KB
 
     // Pixels without padding are identical, and so convert identically, exactly when their bytes are.
     static_assert(std::has_unique_object_representations_v<Pixel>, "Pixel bytes hold nothing but its fields");

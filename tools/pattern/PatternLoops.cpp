@@ -6,7 +6,6 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
-#include <type_traits>
 #include <vector>
 
 #include "colour/ConversionCache.h"
@@ -114,9 +113,8 @@ private:
     };
 
     // The end of the run of input pixels identical to in[0] at column x; tapered columns stand alone.
-    // Pixels without padding are identical exactly when their bytes are.
+    // Pixels have no padding (ConversionCache asserts it): they are identical exactly when their bytes are.
     int runEnd(int x, const Pixel* in) const {
-        static_assert(std::has_unique_object_representations_v<Pixel>, "Pixel bytes hold nothing but its fields");
         if (x < plainBegin_ || x >= plainEnd_) return x + 1;
         const Pixel* const end = in + (plainEnd_ - x);
         const Pixel* p = in + 1;
