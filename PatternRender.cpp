@@ -202,19 +202,37 @@ std::string lowerText(const Settings& s, const ClockStart& start, int frame) {
     return s.clock ? ClockText::clockText(start, frame, s.rateNum, s.rateDen) : s.caption;
 }
 
-// Rows are mostly runs of equal pixels: each run is rounded once and copied along.
+// Rows are mostly runs of equal pixels: each run is rounded once and copied along. A long run is
+// found a block at a time: a block that starts with the run's pixel and equals itself shifted by one
+// pixel holds nothing else. A pixel moves as one 64-bit word.
 template <typename RoundPixel>
 void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
-    uint16_t lastIn[samplesPerFramePixel] = {}, lastOut[samplesPerFramePixel] = {};
-    constexpr size_t pixelBytes = sizeof lastIn;
-    for (uint16_t *p = frame, *end = frame + pixels * samplesPerFramePixel; p != end; p += samplesPerFramePixel) {
-        if (p != frame && std::memcmp(p, lastIn, pixelBytes) == 0) {
-            std::memcpy(p, lastOut, pixelBytes);
-            continue;
+    using PixelWord = uint64_t;
+    static_assert(sizeof(PixelWord) == samplesPerFramePixel * sizeof(uint16_t), "a pixel is one word");
+    constexpr size_t blockPixels = 16;
+    const auto load = [](const uint16_t* p) {
+        PixelWord word;
+        std::memcpy(&word, p, sizeof word);
+        return word;
+    };
+    uint16_t* p = frame;
+    uint16_t* const end = frame + pixels * samplesPerFramePixel;
+    while (p != end) {
+        const PixelWord in = load(p);
+        uint16_t rounded[samplesPerFramePixel];
+        std::memcpy(rounded, p, sizeof rounded);
+        roundPixel(rounded);
+        const PixelWord out = load(rounded);
+        const auto store = [&] {
+            std::memcpy(p, &out, sizeof out);
+            p += samplesPerFramePixel;
+        };
+        store();
+        while (static_cast<size_t>(end - p) >= blockPixels * samplesPerFramePixel && load(p) == in &&
+               std::memcmp(p, p + samplesPerFramePixel, (blockPixels - 1) * sizeof in) == 0) {
+            for (size_t i = 0; i < blockPixels; ++i) store();
         }
-        std::memcpy(lastIn, p, pixelBytes);
-        roundPixel(p);
-        std::memcpy(lastOut, p, pixelBytes);
+        while (p != end && load(p) == in) store();
     }
 }
 

@@ -1,10 +1,11 @@
 // Times each stage of a render and its peak memory, per format and raster, each render in its own
 // process (so the peak belongs to it alone); then the two speed ratios the project tracks, as
-// medians of several runs side by side: the 4K 12-bit 709 PNG against libpng's own encode of the
+// medians of several runs taken in turn: the 4K 12-bit 709 PNG against libpng's own encode of the
 // same frame, and the 4K 10-bit 709 DPX against ffmpeg writing a DPX of its SMPTE bars.
 //
-// Usage: pm5544_bench [--light] [WIDTHxHEIGHT ...]
-//   default rasters 1920x1080 3840x2160 7680x4320 15360x8640; --light renders a cheap test pattern
+// Usage: pm5544_bench [--light | --ratios] [WIDTHxHEIGHT ...]
+//   default rasters 1920x1080 3840x2160 7680x4320 15360x8640; --ratios prints the ratios alone; --light
+//   renders a cheap test pattern
 //   instead of the card, which shows what the streaming pipeline itself needs.
 #include <fcntl.h>
 #include <png.h>
@@ -16,7 +17,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "PatternRender.h"
@@ -29,7 +32,7 @@ using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-constexpr int ratioRuns = 5;
+constexpr int ratioRuns = 7;
 const char* const scratch = "/tmp/pm5544_bench";
 
 // Vertical bars and a ramp, with none of the card's set-up: the pipeline's own cost.
@@ -111,68 +114,87 @@ double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-// Wall-clock seconds of a shell command, median of ratioRuns runs.
-double commandSeconds(const std::string& command) {
-    std::vector<double> seconds;
-    for (int i = 0; i < ratioRuns; ++i) {
-        const Clock::time_point start = Clock::now();
-        if (std::system((command + " >/dev/null 2>&1").c_str()) != 0) return -1;
-        seconds.push_back(secondsSince(start));
-    }
-    return median(seconds);
-}
+// One run of a shell command; false if it failed.
+bool runCommand(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
-// libpng's own encode of a rendered frame, default settings, to a file: median seconds.
-double libpngSeconds(int width, int height) {
-    PhilipsPm5544Spec card;
-    std::vector<uint16_t> frame(size_t(width) * height * 4);
-    std::fflush(stdout);
-    const int savedStdout = dup(STDOUT_FILENO);  // init's progress lines go nowhere
-    const int devNull = open("/dev/null", O_WRONLY);
-    dup2(devNull, STDOUT_FILENO);
-    card.init(width, height, 16, 9, PatternGen::Colour_YCbCr_709, PatternGen::Sampling_444, 12,
-              PatternGen::Quadrant_None, 0, false);
-    card.run_body(0, width, height, frame.data());
-    std::fflush(stdout);
-    dup2(savedStdout, STDOUT_FILENO);
-    close(savedStdout);
-    close(devNull);
-    PatternRender::roundFrame(frame.data(), frame.size() / 4, PatternGen::Colour_YCbCr_709, 12);
-    std::vector<png_byte> bytes(frame.size() * 2);
-    for (size_t i = 0; i < frame.size(); ++i)
-        bytes[2 * i] = png_byte(frame[i] >> 8), bytes[2 * i + 1] = png_byte(frame[i]);
-    std::vector<png_bytep> rows(static_cast<size_t>(height));
-    for (int y = 0; y < height; ++y) rows[size_t(y)] = &bytes[size_t(y) * width * 8];
-    std::vector<double> seconds;
-    const std::string file = std::string(scratch) + "_ref.png";
-    for (int i = 0; i < ratioRuns; ++i) {
-        const Clock::time_point start = Clock::now();
-        std::FILE* out = std::fopen(file.c_str(), "wb");
+// libpng's own encode of a rendered frame, default settings, to a file: the frame is rendered and rounded
+// once, each call encodes it.
+class LibpngReference {
+public:
+    LibpngReference(int width, int height) : width_(width), height_(height) {
+        PhilipsPm5544Spec card;
+        std::vector<uint16_t> frame(size_t(width) * height * 4);
+        std::fflush(stdout);
+        const int savedStdout = dup(STDOUT_FILENO);  // init's progress lines go nowhere
+        const int devNull = open("/dev/null", O_WRONLY);
+        dup2(devNull, STDOUT_FILENO);
+        card.init(width, height, 16, 9, PatternGen::Colour_YCbCr_709, PatternGen::Sampling_444, 12,
+                  PatternGen::Quadrant_None, 0, false);
+        card.run_body(0, width, height, frame.data());
+        std::fflush(stdout);
+        dup2(savedStdout, STDOUT_FILENO);
+        close(savedStdout);
+        close(devNull);
+        PatternRender::roundFrame(frame.data(), frame.size() / 4, PatternGen::Colour_YCbCr_709, 12);
+        bytes_.resize(frame.size() * 2);
+        for (size_t i = 0; i < frame.size(); ++i)
+            bytes_[2 * i] = png_byte(frame[i] >> 8), bytes_[2 * i + 1] = png_byte(frame[i]);
+        for (int y = 0; y < height; ++y) rows_.push_back(&bytes_[size_t(y) * width * 8]);
+    }
+    ~LibpngReference() { std::remove(file_.c_str()); }
+
+    bool encode() {
+        std::FILE* out = std::fopen(file_.c_str(), "wb");
+        if (out == nullptr) return false;
         png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
         png_infop info = png_create_info_struct(png);
         png_init_io(png, out);
-        png_set_IHDR(png, info, png_uint_32(width), png_uint_32(height), 16, PNG_COLOR_TYPE_RGB_ALPHA,
+        png_set_IHDR(png, info, png_uint_32(width_), png_uint_32(height_), 16, PNG_COLOR_TYPE_RGB_ALPHA,
                      PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-        png_set_rows(png, info, rows.data());
+        png_set_rows(png, info, rows_.data());
         png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
         png_destroy_write_struct(&png, &info);
-        std::fclose(out);
-        seconds.push_back(secondsSince(start));
+        return std::fclose(out) == 0;
     }
-    std::remove(file.c_str());
-    return median(seconds);
+
+private:
+    int width_, height_;
+    std::vector<png_byte> bytes_;
+    std::vector<png_bytep> rows_;
+    const std::string file_ = std::string(scratch) + "_ref.png";
+};
+
+// Median wall-clock seconds of ratioRuns runs of each, taken in turn so that a change in the machine's
+// load weighs on both alike; -1 for one that failed.
+std::pair<double, double> sideBySide(const std::function<bool()>& ours, const std::function<bool()>& reference) {
+    std::vector<double> oursSeconds, referenceSeconds;
+    bool oursOk = true, referenceOk = true;
+    for (int i = 0; i < ratioRuns; ++i) {
+        Clock::time_point start = Clock::now();
+        oursOk = ours() && oursOk;
+        oursSeconds.push_back(secondsSince(start));
+        start = Clock::now();
+        referenceOk = reference() && referenceOk;
+        referenceSeconds.push_back(secondsSince(start));
+    }
+    return {oursOk ? median(oursSeconds) : -1, referenceOk ? median(referenceSeconds) : -1};
 }
 
 void printRatios() {
     const std::string program = programPath();
-    std::printf("\nRatios (medians of %d runs, end to end against the reference)\n", ratioRuns);
-    const double png = commandSeconds(program + " -d 3840x2160 -c 709 -b 12 " + scratch + ".png");
-    const double libpng = libpngSeconds(3840, 2160);
-    std::printf("3840x2160 12-bit 709 PNG  %7.3f s / libpng encode %7.3f s = %.2f (target <= 1.05)\n", png, libpng,
-                png / libpng);
-    const double dpx = commandSeconds(program + " -d 3840x2160 -c 709 -b 10 " + scratch + ".dpx");
-    const double ffmpeg = commandSeconds(std::string("ffmpeg -y -v error -f lavfi -i smptehdbars=size=3840x2160 ") +
+    std::printf("\nRatios (medians of %d runs, end to end, taken in turn with the reference)\n", ratioRuns);
+    LibpngReference libpng(3840, 2160);
+    const auto [png, libpngSeconds] =
+        sideBySide([&] { return runCommand(program + " -d 3840x2160 -c 709 -b 12 " + scratch + ".png"); },
+                   [&] { return libpng.encode(); });
+    std::printf("3840x2160 12-bit 709 PNG  %7.3f s / libpng encode %7.3f s = %.2f (target <= 1.05)\n", png,
+                libpngSeconds, png / libpngSeconds);
+    const auto [dpx, ffmpeg] =
+        sideBySide([&] { return runCommand(program + " -d 3840x2160 -c 709 -b 10 " + scratch + ".dpx"); },
+                   [&] {
+                       return runCommand(std::string("ffmpeg -y -v error -f lavfi -i smptehdbars=size=3840x2160 ") +
                                          "-frames:v 1 -pix_fmt gbrp10le " + scratch + "_ref.dpx");
+                   });
     if (ffmpeg > 0)
         std::printf("3840x2160 10-bit 709 DPX  %7.3f s / ffmpeg        %7.3f s = %.2f (target <= 0.6)\n", dpx, ffmpeg,
                     dpx / ffmpeg);
@@ -184,15 +206,18 @@ void printRatios() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    bool light = false;
+    bool light = false, ratiosOnly = false;
     std::vector<std::pair<int, int>> sizes;
     for (int i = 1; i < argc; ++i) {
         int w = 0, h = 0;
         if (std::string(argv[i]) == "--light")
             light = true;
+        else if (std::string(argv[i]) == "--ratios")
+            ratiosOnly = true;
         else if (std::sscanf(argv[i], "%dx%d", &w, &h) == 2 && w > 0 && h > 0)
             sizes.emplace_back(w, h);
     }
+    if (ratiosOnly) return printRatios(), 0;
     if (sizes.empty()) sizes = {{1920, 1080}, {3840, 2160}, {7680, 4320}, {15360, 8640}};
 
     std::printf("Seconds per stage and peak memory (%s). render and write overlap within stream;\n",

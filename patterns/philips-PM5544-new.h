@@ -21,6 +21,7 @@ public:
     // The finished pixel: the row is shaped when asked for first (bounds-checked like an index
     // into the whole frame).
     Pixel body(int x, int y) override;
+    const Pixel* bodyRow(int y, int x0, int x1, std::vector<Pixel>& scratch) override;
     bool useFullCanvasSize() override;
     // The identification in the black box at the top of the circle, the caption or clock in the black
     // bar below the grey scale. Before or after init; without text nothing is drawn or allocated.

@@ -63,6 +63,13 @@ Pixel PhilipsPm5544Spec::body(int x, int y) {
     return rows->shaped(position.first, position.second);
 }
 
+// A row within the canvas is served in place.
+const Pixel* PhilipsPm5544Spec::bodyRow(int y, int x0, int x1, std::vector<Pixel>& scratch) {
+    if (rows && 0 <= x0 && x0 <= x1 && x1 <= width && static_cast<uint32_t>(y) < static_cast<uint32_t>(height))
+        return rows->row(y) + x0;
+    return PatternSpec::bodyRow(y, x0, x1, scratch);
+}
+
 PhilipsPm5544Spec::Rows::Rows(PhilipsPm5544Spec& card)
     : card(card),
       edgeShaper(card.savedTransitionLength, card.lumaTransition,

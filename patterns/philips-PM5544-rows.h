@@ -18,9 +18,11 @@ public:
 
     // The shaped pixel at canvas column x of row y, both inside the canvas. Along a row this is a
     // look-up; a move to another row shapes that row, unless it is laid out as the current one.
-    const Pixel& shaped(int x, int y) {
+    const Pixel& shaped(int x, int y) { return row(y)[x]; }
+    // Row y, inside the canvas, for canvas columns 0 .. width - 1; valid until another row is asked for.
+    const Pixel* row(int y) {
         if (y != currentY) moveTo(y);
-        return served[static_cast<size_t>(x)];
+        return served;
     }
     // The text of a box changed: the current row takes the new text.
     void textChanged() {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "TestPattern.h"
+#include "colour/ConversionCache.h"
 
 using namespace PatternGen;
 
@@ -219,6 +220,55 @@ TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
     const Samples wide = whiteFrame(8, false, true);
     for (int col = 0; col < 8; ++col) EXPECT_EQ(Samples(&wide[col * 4], &wide[col * 4 + 3]), Samples(3, taper[col]));
     EXPECT_EQ(whiteFrame(8, true, true)[0] + whiteFrame(8, false, false)[0], 2 * 4095);
+}
+
+// A run of identical pixels is converted once and stored along: a picture of runs 1 to 33 long, from odd
+// and even columns, stores the same colour samples as that picture made of distinct pixels (alpha alone
+// differs), in every sampling, with the edge taper and without, from even and odd first columns.
+TEST(FullFrameLoop, RunsStoreWhatSinglePixelsStore) {
+    const auto runColour = [](int x, int y) {
+        const int lengths[] = {1, 33, 2, 3, 4, 5, 15, 16, 17};  // 96 columns, repeated
+        int offset = (x + 960) % 96, run = (x + 960) / 96 * 9;
+        for (const int length : lengths) {
+            if (offset < length) break;
+            offset -= length, ++run;
+        }
+        return rgb(100 * (run % 7) + 3 * y, 300 + 50 * (run % 3) + 10 * (y / 2), 900 - 40 * (run % 5) + y);
+    };
+    const auto colourSamples = [&](int width, sampling_e sampling, bool taperOff, bool distinct) {
+        TestPattern p([&](int x, int y) {
+            Pixel q = runColour(x, y);
+            if (distinct) q.sample[Pixel::ALPHA] = uint16_t(2000 + x + 40 * y);
+            return q;
+        });
+        p.initQuietly(width, 5, 16, 9, Colour_RGB, sampling, 12, Quadrant_None, taperOff);
+        Samples f = frameOf(p, width, 5);
+        for (size_t i = 3; i < f.size(); i += 4) f[i] = 0;
+        return f;
+    };
+    for (const int width : {16, 22, 17, 250})
+        for (const sampling_e sampling : {Sampling_444, Sampling_422, Sampling_420})
+            for (const bool taperOff : {false, true})
+                EXPECT_EQ(colourSamples(width, sampling, taperOff, false),
+                          colourSamples(width, sampling, taperOff, true))
+                    << width << " wide, sampling " << sampling << (taperOff ? ", no taper" : "");
+}
+
+// The loops' conversion cache remembers a few hundred pixels: whatever the order, and however the pixels
+// share its slots, it gives what converting each afresh gives (10-bit results widened to 12 bits).
+TEST(ConversionCacheTest, GivesWhatConvertingAfreshGives) {
+    ConversionCache cache(Colour_YCbCr_709, true);
+    std::vector<Pixel> pixels;
+    for (int i = 0; i < 1500; ++i) pixels.push_back(Pixel((i * 37) % 1024, (i * 11) % 1024, i % 1024, Colour_RGB, 10));
+    for (int pass = 0; pass < 2; ++pass)
+        for (size_t i = 0; i < pixels.size(); i += (i % 3 == 0 ? 1 : 2)) {
+            const Pixel& in = pixels[(i * 7 + pass) % pixels.size()];
+            Pixel expected = in.convertTo(Colour_YCbCr_709);
+            ASSERT_EQ(expected.colourSpace.bitDepth, 10);
+            for (uint16_t& v : expected.sample) v = uint16_t(v * 4);
+            expected.colourSpace.bitDepth = 12;
+            for (int again = 0; again < 2; ++again) ASSERT_TRUE(cache.convert(in).sameCodes(expected)) << i;
+        }
 }
 
 // Stored line n shows the source line of the first pair for n; the first missing n ends the list. Without

@@ -1,11 +1,14 @@
 // The render-ahead pipeline: rows arrive in order with the worker's preparation applied, a consumer's
-// refusal stops the worker, and an exception while rendering reaches the caller.
+// refusal stops the worker, and an exception while rendering reaches the caller; the preparation that
+// rounds rows.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <stdexcept>
 #include <vector>
 
+#include "PatternRender.h"
+#include "colour/rounding.h"
 #include "pattern/RowSource.h"
 
 namespace {
@@ -26,6 +29,10 @@ public:
 private:
     int rows_, failAt_;
 };
+
+uint16_t roundFull(unsigned value, int s) { return Rounding::roundTo(s, value); }
+uint16_t roundLuma(unsigned value, int s) { return Rounding::roundLumaTo(16, s, value); }
+uint16_t roundChroma(unsigned value, int s) { return Rounding::roundChromaTo(16, s, value); }
 
 }  // namespace
 
@@ -54,4 +61,31 @@ TEST(RowPipeline, RowsInOrderRefusalStopsErrorsReachTheCaller) {
     EXPECT_LE(consumed, 50);
     CountingRows none(0);
     EXPECT_TRUE(streamRows(none, nullptr, [](const uint16_t*) { return false; }));
+}
+
+// The worker's rounding takes each run of equal pixels at once: rows of runs 1 to 40 long, ending at
+// every distance from the end of the row, round as each sample rounds alone (R'G'B' by the full-range
+// rule, Y'CbCr with chroma in samples 0 and 2 and luma in 1 and 3).
+TEST(RowRounding, RunsRoundAsSamplesRoundAlone) {
+    const struct {
+        PatternGen::colorAxes_e axes;
+        int bits;
+        uint16_t (*rule[4])(unsigned value, int s);
+    } cases[] = {
+        {PatternGen::Colour_RGB, 10, {roundFull, roundFull, roundFull, roundFull}},
+        {PatternGen::Colour_YCbCr_709, 10, {roundChroma, roundLuma, roundChroma, roundLuma}},
+        {PatternGen::Colour_YCbCr_709, 8, {roundChroma, roundLuma, roundChroma, roundLuma}},
+    };
+    for (const auto& c : cases)
+        for (size_t pixels = 150; pixels < 190; ++pixels) {
+            std::vector<uint16_t> row;
+            for (size_t x = 0, run = 0; x < pixels; ++run)
+                for (size_t n = 0; n < run % 41 + 1 && x < pixels; ++n, ++x)
+                    for (int i = 0; i < 4; ++i)
+                        row.push_back(uint16_t(0x7FE0 + 37 * run * (i + 1) + (run % 3) * 0x7F00));
+            std::vector<uint16_t> expected(row);
+            for (size_t i = 0; i < expected.size(); ++i) expected[i] = c.rule[i % 4](expected[i], 16 - c.bits);
+            PatternRender::roundFrame(row.data(), pixels, c.axes, c.bits);
+            ASSERT_EQ(row, expected) << "axes " << c.axes << ", " << pixels << " pixels";
+        }
 }

@@ -1,10 +1,12 @@
-// Converts a stream of pixels into one colour axis, converting each run of identical input
-// pixels only once: patterns are made of flat areas, and a conversion costs far more than a
-// comparison. Optionally the result is brought from 10 to 12 bits (all four samples times 4), as
-// the frame loops store 12-bit codes.
+// Converts a stream of pixels into one colour axis, converting each distinct input pixel about once:
+// patterns are made of flat areas in a few hundred colours, and a conversion costs far more than a
+// look-up. Optionally the result is brought from 10 to 12 bits (all four samples times 4), as the
+// frame loops store 12-bit codes.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "colour/Pixel.h"
 
@@ -12,20 +14,46 @@ class ConversionCache {
 public:
     explicit ConversionCache(PatternGen::colorAxes_e axes, bool widenTenBit = false)
         : axes_(axes), widenTenBit_(widenTenBit) {}
+    // A copy's last entry would point into the original.
+    ConversionCache(const ConversionCache&) = delete;
+    ConversionCache& operator=(const ConversionCache&) = delete;
 
+    // The converted pixel, valid until the next call.
     const Pixel& convert(const Pixel& in) {
-        if (!valid_ || !in.identicalTo(lastIn_)) {
-            lastIn_ = in;
-            lastOut_ = in.convertTo(axes_);
-            if (widenTenBit_ && lastOut_.colourSpace.bitDepth == tenBits) widen(lastOut_);
-            valid_ = true;
+        if (last_ != nullptr && std::memcmp(&last_->in, &in, sizeof in) == 0) return last_->out;
+        Entry& entry = entries_[slotOf(in)];
+        if (!entry.valid || std::memcmp(&entry.in, &in, sizeof in) != 0) {
+            entry.in = in;
+            entry.out = in.convertTo(axes_);
+            if (widenTenBit_ && entry.out.colourSpace.bitDepth == tenBits) widen(entry.out);
+            entry.valid = true;
         }
-        return lastOut_;
+        last_ = &entry;
+        return entry.out;
     }
 
 private:
     static constexpr int tenBits = 10;
     static constexpr int twelveBits = 12;
+    static constexpr int slotBits = 8;  // 256 remembered conversions, 15 KB
+
+    // Pixels without padding are identical, and so convert identically, exactly when their bytes are.
+    static_assert(std::has_unique_object_representations_v<Pixel>, "Pixel bytes hold nothing but its fields");
+    static_assert(sizeof(Pixel::sample) == sizeof(uint64_t), "the samples are hashed as one word");
+
+    struct Entry {
+        Pixel in;
+        Pixel out;
+        bool valid = false;
+    };
+
+    // A multiplicative hash of the four samples: pixels in different colour spaces but with equal
+    // samples merely share a slot.
+    static uint32_t slotOf(const Pixel& p) {
+        uint64_t samples;
+        std::memcpy(&samples, p.sample, sizeof samples);
+        return static_cast<uint32_t>((samples * 0x9E3779B97F4A7C15u) >> (64 - slotBits));
+    }
 
     static void widen(Pixel& p) {
         for (uint16_t& v : p.sample) v = static_cast<uint16_t>(v * 4);
@@ -34,7 +62,6 @@ private:
 
     PatternGen::colorAxes_e axes_;
     bool widenTenBit_;
-    bool valid_ = false;
-    Pixel lastIn_;
-    Pixel lastOut_;
+    Entry entries_[1 << slotBits];
+    const Entry* last_ = nullptr;  // a run of equal pixels asks for the same entry again and again
 };

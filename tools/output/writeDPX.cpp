@@ -2,6 +2,7 @@
 // and every number is stored little-endian, whatever the host's byte order, so the magic reads "XPDS".
 #include "output/writeDPX.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -192,6 +193,10 @@ void packLine(const unsigned short* line, DPX::eFormat format, int width, std::v
         packLine422(line, width, static_cast<uint32_t>(out.size() / 4), out.data());
 }
 
+// Packed lines are gathered into batches of about this many bytes, so that the file is written in
+// a few hundred large pieces rather than several pieces per line.
+constexpr size_t kBatchBytes = 256 * 1024;
+
 class Writer final : public ImageWriter {
 public:
     Writer(DPX::eFormat format, DPX::Metadata metadata, int headerBits)
@@ -201,6 +206,8 @@ public:
         out_ = &out;
         width_ = header.width;
         line_.assign(lineSizeInBytes(format_, header.width), 0);
+        batch_.clear();
+        batch_.reserve(std::max(kBatchBytes, line_.size()));
         const uint32_t fileSize =
             Layout::kImageDataOffset + static_cast<uint32_t>(line_.size()) * static_cast<uint32_t>(header.height);
         std::vector<uint8_t> headers(Layout::kImageDataOffset, 0);
@@ -211,18 +218,26 @@ public:
 
     bool writeRow(const uint16_t* row) override {
         packLine(row, format_, width_, line_);
-        return out_->write(line_.data(), line_.size());
+        batch_.insert(batch_.end(), line_.begin(), line_.end());
+        return batch_.size() + line_.size() <= batch_.capacity() || writeBatch();
     }
 
-    bool finish() override { return !out_->failed(); }
+    bool finish() override { return writeBatch() && !out_->failed(); }
 
 private:
+    bool writeBatch() {
+        const bool written = out_->write(batch_.data(), batch_.size());
+        batch_.clear();
+        return written;
+    }
+
     DPX::eFormat format_;
     DPX::Metadata metadata_;
     int headerBits_;
     OutputFile* out_ = nullptr;
     int width_ = 0;
     std::vector<uint8_t> line_;
+    std::vector<uint8_t> batch_;  // packed lines not yet written
 };
 
 }  // namespace

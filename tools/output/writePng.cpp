@@ -7,20 +7,39 @@
 
 #include <csetjmp>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
 constexpr int kSamplesPerPixel = 4;
 constexpr int kBytesPerPixel = kSamplesPerPixel * 2;
 constexpr int kBitDepth = 16;
+static_assert(kBytesPerPixel == sizeof(uint64_t), "a pixel is swapped as one 64-bit word");
 
-// Stores each 16-bit sample most significant byte first, independent of the host's byte order.
+bool hostIsLittleEndian() {
+    const uint16_t one = 1;
+    uint8_t first = 0;
+    std::memcpy(&first, &one, 1);
+    return first == 1;
+}
+
+// Stores each 16-bit sample most significant byte first, whatever the host's byte order: a little-endian
+// host swaps the bytes of the four samples of a pixel at once.
 void copyRowBigEndian(const uint16_t* samples, int width, png_bytep row) {
-    const size_t count = static_cast<size_t>(width) * kSamplesPerPixel;
-    for (size_t i = 0; i < count; ++i) {
-        row[2 * i] = static_cast<png_byte>(samples[i] >> 8);
-        row[2 * i + 1] = static_cast<png_byte>(samples[i] & 0xFF);
+    const size_t bytes = static_cast<size_t>(width) * kBytesPerPixel;
+    if (!hostIsLittleEndian()) {
+        std::memcpy(row, samples, bytes);
+        return;
+    }
+    constexpr uint64_t lowBytes = 0x00FF00FF00FF00FFu;
+    const unsigned char* in = reinterpret_cast<const unsigned char*>(samples);
+    for (size_t at = 0; at < bytes; at += kBytesPerPixel) {
+        uint64_t pixel;
+        std::memcpy(&pixel, in + at, sizeof pixel);
+        pixel = ((pixel >> 8) & lowBytes) | ((pixel & lowBytes) << 8);
+        std::memcpy(row + at, &pixel, sizeof pixel);
     }
 }
 

@@ -3,6 +3,7 @@
 // whole-frame run_body forms fill a caller's buffer from the same producers.
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -20,6 +21,8 @@ constexpr int lineSamples = 3;   // per pixel: R G B or Y Cb Cr
 // Edge taper: weight of black in the outermost column and in the one next to it.
 constexpr double taperOuter = 0.9;
 constexpr double taperInner = 0.33;
+// Pixels compared at once while finding the end of a run.
+constexpr int runBlock = 16;
 
 uint16_t toFrame(uint16_t code) { return static_cast<uint16_t>(code << frameShift); }
 
@@ -52,7 +55,8 @@ CoordinateRange frameRange(PatternSpec& pattern, int width, int height) {
 }
 
 // Rows of the full frame. Chroma held for 4:2:2 carries over from one row's last even column to the
-// next row; a 4:2:0 odd row repeats the chroma of the most recent even row, kept here.
+// next row; a 4:2:0 odd row repeats the chroma of the most recent even row, kept here. Patterns are
+// mostly runs of identical pixels: each run is converted once and its value stored along it.
 class FullFrameRows final : public RowSource {
 public:
     FullFrameRows(PatternSpec& pattern, int width, int height)
@@ -71,6 +75,8 @@ public:
         heldCr_ = initialHeld.sample[Pixel::CR_R];
         heldCb_ = initialHeld.sample[Pixel::CB_B];
         if (rowPairs_) evenChroma_.resize(static_cast<size_t>(width) * 2);
+        plainBegin_ = taper_ ? std::max(range_.x0, -halfWidth_ + 2) : range_.x0;
+        plainEnd_ = taper_ ? std::min(range_.x1, halfWidth_ - 2) : range_.x1;
     }
 
     int rows() const override { return range_.y1 - range_.y0; }
@@ -79,38 +85,96 @@ public:
     void nextRow(uint16_t* row) override {
         const int y = y_++;
         // A first row that is odd has no even row above it: it holds chroma like 4:2:2.
-        const bool repeatRowAbove = rowPairs_ && !isEven(y) && haveEvenRow_;
-        const bool keepChroma = rowPairs_ && isEven(y);
-        const uint16_t* above = evenChroma_.data();
-        uint16_t* kept = evenChroma_.data();
-        uint16_t* out = row;
-        for (int x = range_.x0; x < range_.x1; ++x, out += frameSamples) {
-            const Pixel& q = tapered(x, cache_.convert(pattern_.body(x, y)));
-            if (isEven(x)) {
-                heldCr_ = q.sample[Pixel::CR_R];
-                heldCb_ = q.sample[Pixel::CB_B];
-            }
-            out[1] = toFrame(q.sample[Pixel::Y_G]);
-            out[3] = toFrame(q.sample[Pixel::ALPHA]);
-            if (repeatRowAbove) {
-                out[0] = *above++;
-                out[2] = *above++;
-            } else {
-                out[0] = toFrame(subsampled_ ? heldCr_ : q.sample[Pixel::CR_R]);
-                out[2] = toFrame(subsampled_ ? heldCb_ : q.sample[Pixel::CB_B]);
-            }
-            if (keepChroma) {
-                *kept++ = out[0];
-                *kept++ = out[2];
-            }
+        RowCursor at{row, evenChroma_.data(), evenChroma_.data(), rowPairs_ && !isEven(y) && haveEvenRow_,
+                     rowPairs_ && isEven(y)};
+        const Pixel* in = pattern_.bodyRow(y, range_.x0, range_.x1, scratch_);
+        for (int x = range_.x0; x < range_.x1;) {
+            const int end = runEnd(x, in);
+            const Pixel& q = tapered(x, cache_.convert(*in));
+            storePixel(x, q, at);
+            storeRun(end - x - 1, q, at);
+            in += end - x;
+            x = end;
         }
-        haveEvenRow_ = haveEvenRow_ || keepChroma;
+        haveEvenRow_ = haveEvenRow_ || at.keepChroma;
         // A centred picture of odd width renders one column fewer than the row holds: leave that
         // column black and transparent rather than uninitialised.
-        std::fill(out, row + rowSamples(), static_cast<uint16_t>(0));
+        std::fill(at.out, row + rowSamples(), static_cast<uint16_t>(0));
     }
 
 private:
+    // Where the next samples go, and the 4:2:0 chroma read from the row above or kept for the next.
+    struct RowCursor {
+        uint16_t* out;
+        const uint16_t* above;
+        uint16_t* kept;
+        bool repeatRowAbove;
+        bool keepChroma;
+    };
+
+    // The end of the run of input pixels identical to in[0] at column x; tapered columns stand alone.
+    // Pixels have no padding (ConversionCache asserts it): they are identical exactly when their bytes are.
+    int runEnd(int x, const Pixel* in) const {
+        if (x < plainBegin_ || x >= plainEnd_) return x + 1;
+        const Pixel* const end = in + (plainEnd_ - x);
+        const Pixel* p = in + 1;
+        // Long runs go a block at a time: a block equal to itself shifted by one pixel repeats the pixel
+        // before it throughout.
+        while (end - p >= runBlock && std::memcmp(p - 1, p, runBlock * sizeof(Pixel)) == 0) p += runBlock;
+        while (p != end && std::memcmp(p, in, sizeof(Pixel)) == 0) ++p;
+        return x + static_cast<int>(p - in);
+    }
+
+    void storePixel(int x, const Pixel& q, RowCursor& at) {
+        if (isEven(x)) {
+            heldCr_ = q.sample[Pixel::CR_R];
+            heldCb_ = q.sample[Pixel::CB_B];
+        }
+        uint16_t* out = at.out;
+        out[1] = toFrame(q.sample[Pixel::Y_G]);
+        out[3] = toFrame(q.sample[Pixel::ALPHA]);
+        if (at.repeatRowAbove) {
+            out[0] = *at.above++;
+            out[2] = *at.above++;
+        } else {
+            out[0] = toFrame(subsampled_ ? heldCr_ : q.sample[Pixel::CR_R]);
+            out[2] = toFrame(subsampled_ ? heldCb_ : q.sample[Pixel::CB_B]);
+        }
+        if (at.keepChroma) {
+            *at.kept++ = out[0];
+            *at.kept++ = out[2];
+        }
+        at.out += frameSamples;
+    }
+
+    // The `count` pixels of a run after its first: a run of two or more holds an even column by its
+    // second pixel, so from there on they all carry the run's own chroma.
+    void storeRun(int count, const Pixel& q, RowCursor& at) {
+        if (count <= 0) return;
+        heldCr_ = q.sample[Pixel::CR_R];
+        heldCb_ = q.sample[Pixel::CB_B];
+        const uint16_t value[frameSamples] = {toFrame(heldCr_), toFrame(q.sample[Pixel::Y_G]), toFrame(heldCb_),
+                                              toFrame(q.sample[Pixel::ALPHA])};
+        uint16_t* const end = at.out + static_cast<size_t>(count) * frameSamples;
+        if (at.repeatRowAbove) {
+            for (uint16_t* out = at.out; out != end; out += frameSamples, at.above += 2) {
+                out[0] = at.above[0];
+                out[1] = value[1];
+                out[2] = at.above[1];
+                out[3] = value[3];
+            }
+        } else {
+            for (uint16_t* out = at.out; out != end; out += frameSamples) std::memcpy(out, value, sizeof value);
+        }
+        if (at.keepChroma) {
+            for (uint16_t* kept = at.kept + 2 * static_cast<size_t>(count); at.kept != kept; at.kept += 2) {
+                at.kept[0] = value[0];
+                at.kept[1] = value[2];
+            }
+        }
+        at.out = end;
+    }
+
     // The pixel blended towards black in the two outermost columns on each side.
     const Pixel& tapered(int x, const Pixel& q) {
         if (!taper_ || (x > -halfWidth_ + 1 && x < halfWidth_ - 2)) return q;
@@ -133,9 +197,11 @@ private:
     Pixel black_;
     ConversionCache cache_;
     bool taper_, subsampled_, rowPairs_;
+    int plainBegin_, plainEnd_;  // the columns the taper leaves alone
     uint16_t heldCr_, heldCb_;
     std::vector<uint16_t> evenChroma_;  // Cr, Cb per column of the most recent even row (4:2:0)
     bool haveEvenRow_ = false;
+    std::vector<Pixel> scratch_;  // the pattern's row, for patterns that do not keep their own
     Pixel taperedPixel_;
 };
 
@@ -182,9 +248,8 @@ public:
     size_t rowSamples() const override { return static_cast<size_t>(width_) * lineSamples; }
 
     void nextRow(uint16_t* row) override {
-        const int y = sourceLines_.at(next_++);
-        for (int x = 0; x < width_; ++x, row += lineSamples)
-            storeThreeSamples(cache_.convert(pattern_.body(x, y)), rgb_, row);
+        const Pixel* in = pattern_.bodyRow(sourceLines_.at(next_++), 0, width_, scratch_);
+        for (int x = 0; x < width_; ++x, row += lineSamples) storeThreeSamples(cache_.convert(in[x]), rgb_, row);
     }
 
 private:
@@ -194,6 +259,7 @@ private:
     size_t next_ = 0;
     ConversionCache cache_;
     bool rgb_;
+    std::vector<Pixel> scratch_;
 };
 
 // Runs a producer into consecutive rows of a caller's buffer.
@@ -202,6 +268,12 @@ void fillRows(RowSource& rows, uint16_t* buffer) {
 }
 
 }  // namespace
+
+const Pixel* PatternSpec::bodyRow(int y, int x0, int x1, std::vector<Pixel>& scratch) {
+    scratch.resize(static_cast<size_t>(std::max(0, x1 - x0)));
+    for (int x = x0; x < x1; ++x) scratch[static_cast<size_t>(x - x0)] = body(x, y);
+    return scratch.data();
+}
 
 std::unique_ptr<RowSource> PatternSpec::fullFrameRows(int frameWidth, int frameHeight) {
     return std::make_unique<FullFrameRows>(*this, frameWidth, frameHeight);

@@ -37,6 +37,10 @@ public:
     virtual Pixel body(int x, int y) = 0;
     virtual void getLineRepeats(std::vector<std::pair<int, int>>& list);
     virtual bool useFullCanvasSize();
+    // body() along row y, columns x0 .. x1 - 1, in order. The default asks body() for each pixel into
+    // `scratch`; a pattern that keeps its rows may return them in place. Valid until the next call
+    // into the pattern.
+    virtual const Pixel* bodyRow(int y, int x0, int x1, std::vector<Pixel>& scratch);
 
     bool init(int width, int height, int aspectNum, int aspectDen, PatternGen::colorAxes_e axes,
               PatternGen::sampling_e sampling, int bits, PatternGen::quadrant_e quadrant, int optionValue,
