@@ -138,9 +138,13 @@ private:
 };
 
 // Streams the rows into the writer through the file, and commits it. False after reporting.
-// The rows of a video frame after the first: a clock burnt into the card moves on, so the frame is
-// rendered again; nullptr when every further frame repeats the first.
-using NextFrame = std::function<std::unique_ptr<RowSource>(int frame)>;
+// The rows of a video frame after the first that differ from the frame before: a clock burnt into
+// the card moves on, so the rows it crosses are rendered again. Empty when every frame repeats.
+struct FrameRows {
+    int firstRow;
+    std::unique_ptr<RowSource> rows;
+};
+using NextFrame = std::function<FrameRows(int frame)>;
 
 bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
                  const NextFrame& nextFrame, FILE* standardOutput, StageTimes* times) {
@@ -166,9 +170,8 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     };
     const auto laterFrames = [&] {
         for (int frame = 1; nextFrame && frame < s.frames; ++frame) {
-            if (!writer->startNextFrame()) return false;
-            const std::unique_ptr<RowSource> rows = nextFrame(frame);
-            if (!stream(*rows)) return false;
+            const FrameRows next = nextFrame(frame);
+            if (!writer->startNextFrame(next.firstRow) || !stream(*next.rows)) return false;
         }
         return true;
     };
@@ -274,7 +277,8 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     if (s.clock && s.frames > 1) {
         nextFrame = [&](int frame) {
             pattern.setLowerText(lowerText(s, start, frame));
-            return pattern.fullFrameRows(s.width, s.height);
+            const auto [first, end] = pattern.lowerTextRows();
+            return FrameRows{first, pattern.fullFrameRows(s.width, s.height, first, end)};
         };
     }
 

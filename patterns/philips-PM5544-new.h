@@ -27,6 +27,7 @@ public:
     // bar below the grey scale. Before or after init; without text nothing is drawn or allocated.
     void setBoxTexts(const std::string& family, const std::string& upper, const std::string& lower) override;
     void setLowerText(const std::string& lower) override;
+    std::pair<int, int> lowerTextRows() override;
 
     // The card's pixel at canvas position (x, y), with hard edges.
     Pixel render(int x, int y);

@@ -34,6 +34,12 @@ void PhilipsPm5544Spec::setLowerText(const std::string& lower) {
     rows->textChanged();
 }
 
+// The rows of the lower box's text area, from an even row so that 4:2:0 row pairs stay whole.
+std::pair<int, int> PhilipsPm5544Spec::lowerTextRows() {
+    const TextArea area = textArea(LowerBox);
+    return {area.top - area.top % 2, area.top + area.height};
+}
+
 // Before setup() the geometry is unknown; setup() draws the boxes then.
 void PhilipsPm5544Spec::drawTextBoxes() {
     if (!rows) return;

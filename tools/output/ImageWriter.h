@@ -33,9 +33,9 @@ public:
     virtual bool begin(OutputFile& out, const ImageHeader& header) = 0;
     virtual bool writeRow(const uint16_t* row) = 0;
     virtual bool finish() = 0;
-    // Video: the frame so far is complete and written; the rows that follow are the next frame's.
-    // A still has no next frame and returns false.
-    virtual bool startNextFrame() { return false; }
+    // Video: the frame so far is complete and written; the rows that follow are the next frame's
+    // from firstRow on (rows above it stay as they were). A still has no next frame: false.
+    virtual bool startNextFrame(int /*firstRow*/) { return false; }
 };
 
 // Opens fileName, writes `height` rows of `rowSamples` samples from `frame` and commits: 0, or -1

@@ -51,8 +51,8 @@ public:
         return true;
     }
 
-    bool startNextFrame() override {
-        row_ = 0;
+    bool startNextFrame(int firstRow) override {
+        row_ = firstRow;
         return --frames_ >= 1 && writeFrame();
     }
 

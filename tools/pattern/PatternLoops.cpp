@@ -54,16 +54,24 @@ CoordinateRange frameRange(PatternSpec& pattern, int width, int height) {
     }
 }
 
+// Frame rows first .. end - 1 of a canvas range.
+CoordinateRange rowsOf(CoordinateRange range, int first, int end) {
+    const int top = range.y0;
+    range.y0 = top + std::max(0, first);
+    range.y1 = std::max(range.y0, top + end);
+    return range;
+}
+
 // Rows of the full frame. Chroma held for 4:2:2 carries over from one row's last even column to the
 // next row; a 4:2:0 odd row repeats the chroma of the most recent even row, kept here. Patterns are
 // mostly runs of identical pixels: each run is converted once and its value stored along it.
 class FullFrameRows final : public RowSource {
 public:
-    FullFrameRows(PatternSpec& pattern, int width, int height)
+    FullFrameRows(PatternSpec& pattern, int width, int height, int firstRow, int endRow)
         : pattern_(pattern),
           width_(width),
           halfWidth_(width / 2),
-          range_(frameRange(pattern, width, height)),
+          range_(rowsOf(frameRange(pattern, width, height), firstRow, endRow)),
           y_(range_.y0),
           cache_(pattern.colourSpace.axes(), true),
           taper_(pattern.riseTimeEnabled && !pattern.edgeTaperOff),
@@ -275,8 +283,9 @@ const Pixel* PatternSpec::bodyRow(int y, int x0, int x1, std::vector<Pixel>& scr
     return scratch.data();
 }
 
-std::unique_ptr<RowSource> PatternSpec::fullFrameRows(int frameWidth, int frameHeight) {
-    return std::make_unique<FullFrameRows>(*this, frameWidth, frameHeight);
+std::unique_ptr<RowSource> PatternSpec::fullFrameRows(int frameWidth, int frameHeight, int firstRow, int endRow) {
+    return std::make_unique<FullFrameRows>(*this, frameWidth, frameHeight, firstRow,
+                                           endRow < 0 ? frameHeight : std::min(endRow, frameHeight));
 }
 
 std::unique_ptr<RowSource> PatternSpec::lineRepeatRows(int lineWidth, int lineCount,

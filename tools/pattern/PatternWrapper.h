@@ -91,7 +91,9 @@ public:
     // The same loops as row producers, for streaming; the line-repeat and device forms have the
     // pattern fill lineRepeats, and the device form warns about widths the devices refuse. A
     // full-canvas pattern refuses quadrant mode here, before any row.
-    std::unique_ptr<RowSource> fullFrameRows(int width, int height);
+    // Rows firstRow .. endRow - 1 of the full frame (endRow -1: to the bottom). A range that starts
+    // below the top starts afresh: exact for an even first row of a pattern drawn from column 0.
+    std::unique_ptr<RowSource> fullFrameRows(int width, int height, int firstRow = 0, int endRow = -1);
     std::unique_ptr<RowSource> lineRepeatRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
     std::unique_ptr<RowSource> deviceRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
 
@@ -117,6 +119,8 @@ public:
                              const std::string& /*lower*/) {}
     // Replaces the lower box's text, for a clock that moves on from frame to frame.
     virtual void setLowerText(const std::string& /*lower*/) {}
+    // The frame rows first .. end - 1 that a new lower text can change (all of them by default).
+    virtual std::pair<int, int> lowerTextRows() { return {0, height}; }
 
     // Members, in declaration order.
     cairo_t* cairoContext = nullptr;
