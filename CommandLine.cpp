@@ -390,6 +390,15 @@ void warnAboutDpx(const Settings& s) {
             colourWordOf(s.axes));
 }
 
+// Options that only take effect together with another one.
+void warnAboutIdleOptions(const Settings& s, bool video) {
+    if (s.timecode && !s.clock) warn("--timecode shows only with --clock: no clock is drawn");
+    if (s.clock && !s.caption.empty())
+        warn("--clock takes the lower box: --caption %s is not drawn", s.caption.c_str());
+    if (!video && (s.frames != 1 || s.rateNum != 25 || s.rateDen != 1))
+        warn("--frames and --rate apply to Y4M video only: one still frame is written");
+}
+
 }  // namespace
 
 Rows<Option> shortOptions() { return {std::begin(shortOptionTable), std::end(shortOptionTable)}; }
@@ -437,7 +446,9 @@ void printHelpHint() { std::fprintf(stderr, "%s\n", helpHint); }
 
 void warnAboutSettings(const Settings& s) {
     if (s.format.empty() && s.fileName != "-") warnAboutFallbackToPng(s);
-    if (std::string(formatFor(s).name) == "dpx") warnAboutDpx(s);
+    const std::string format = formatFor(s).name;
+    if (format == "dpx") warnAboutDpx(s);
+    warnAboutIdleOptions(s, format == "y4m");
 }
 
 FILE* divertProgressFromStandardOutput() {

@@ -2,7 +2,6 @@
 // names streamed into the format's writer.
 #include "PatternRender.h"
 
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
@@ -21,27 +20,18 @@
 #include "colour/rounding.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
-#include "output/writeDPX.h"
-#include "output/writePng.h"
-#include "output/writeTiff.h"
-#include "output/writeTovaKelm.h"
-#include "output/writeY4m.h"
 #include "pattern/RowSource.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
 #include "text/ClockText.h"
 
 using PatternGen::colorAxes_e;
-using PatternGen::isRGBHDRAxes;
-using PatternGen::isYCbCrAxes;
 
 namespace PatternRender {
 
 namespace {
 
 using namespace Limits;
-
-constexpr int deviceBits = 12;
 
 constexpr int samplesPerFramePixel = 4;
 
@@ -109,7 +99,6 @@ void reportFailure(const OutputFormat& format, const Settings& s, const OutputFi
     if (!out.reason().empty()) std::fprintf(stderr, "%s\n", out.reason().c_str());
 }
 
-// Streams the rows into the writer through the file, and commits it. False after reporting.
 using Clock = std::chrono::steady_clock;
 
 // Adds the time `action` takes to *seconds, when the stages are timed.

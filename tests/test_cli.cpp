@@ -70,6 +70,10 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         {"-d 160x90 -h", 0, "Writing PNG file by default\n", "Warning: -h has no extension: writing PNG", "-h"},
         {"-d 160x90 -- --help", 0, "Writing PNG file by default\n", "Warning: --help has no extension", "--help"},
         {"-d 160x90 -i anything -e -v first.png second.png", 0, "writing to: second.png\n", "", "second.png"},
+        // Options that act only with another one say so.
+        {"-d 160x90 --timecode 10:00:00:00 card.png", 0, "Writing png file\n", "Warning: --timecode shows only with --clock", "card.png"},
+        {"-d 160x90 --clock --caption hi card.png", 0, "Writing png file\n", "Warning: --clock takes the lower box", "card.png"},
+        {"-d 160x90 --frames 5 card.png", 0, "Writing png file\n", "Warning: --frames and --rate apply to Y4M video only", "card.png"},
         // Progress lines, the format by extension, and standard output as the file.
         {"-d 160x90 card.png", 0, "size 160x90\nWidth x Height: 160x90\nAspect: 16:9\nPixel aspect: 1:1.000\n"
                                   "writing to: card.png\nWriting png file\n", "", "card.png"},
@@ -129,7 +133,8 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
          "Error: Timecode 24:00:00:00 is not HH:MM:SS:FF within 23:59:59 (--timecode)\n", ""},
         {"--timecode 00:00:00:30 --rate 30000/1001 card.png", 1, "",
          "Error: Timecode frame 30 is past the last frame of a second at the rate 30000/1001", ""},
-        {"-d 160x90 --timecode 00:00:00:29 --rate 30000/1001 card.png", 0, "Writing png file\n", "", "card.png"},
+        {"-d 160x90 -c 709 --clock --timecode 00:00:00:29 --rate 30000/1001 card.y4m", 0, "Writing y4m file\n", "",
+         "card.y4m"},
         {"--ident '\xff\xfe' card.png", 1, "", "Error: --ident \xff\xfe is not UTF-8 text\n", ""},
         {"--format tiff card.png", 1, "", "Error: Unknown format tiff (--format); did you mean tif?\n", ""},
         {"--preview card.png card.png", 1, "", "Error: --preview card.png is the output file as well\n", ""},
