@@ -38,26 +38,25 @@ public:
     // last pair has no odd pixel inside the picture: its second luma repeats the last column's (body
     // is never asked for x = width).
     void nextRow(uint16_t* row) override {
-        const int y = sourceLines_.at(next_++);
+        const Pixel* source = pattern_.bodyRow(sourceLines_.at(next_++), 0, width_, scratch_);
         for (int x = 0; x < width_; ++x, row += DeviceFile::samplesComponents) {
-            const Pixel& q = converted(x, y);
+            const Pixel& q = cache_.convert(source[x]);
             row[0] = q.sample[Pixel::CR_R];
             row[1] = q.sample[Pixel::Y_G];
             row[2] = q.sample[Pixel::CB_B];
             row[3] = pairs_ ? q.sample[Pixel::Y_G] : 0;
-            if (pairs_ && x + 1 < width_) row[3] = converted(++x, y).sample[Pixel::Y_G];
+            if (pairs_ && x + 1 < width_) row[3] = cache_.convert(source[++x]).sample[Pixel::Y_G];
         }
     }
 
 private:
-    const Pixel& converted(int x, int y) { return cache_.convert(pattern_.body(x, y)); }
-
     PatternSpec& pattern_;
     int width_;
     std::vector<int> sourceLines_;
     size_t next_ = 0;
     ConversionCache cache_;
     bool pairs_;
+    std::vector<Pixel> scratch_;  // the pattern's row, where it has none of its own to lend
 };
 
 }  // namespace
