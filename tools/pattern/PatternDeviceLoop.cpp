@@ -7,6 +7,7 @@
 
 #include "colour/ConversionCache.h"
 #include "output/writeTovaKelm.h"
+#include "pattern/ListedLineRows.h"
 #include "pattern/PatternWrapper.h"
 #include "pattern/RowSource.h"
 
@@ -20,16 +21,12 @@ bool isDeviceWidth(int width) {
     return false;
 }
 
-class DeviceRows final : public RowSource {
+class DeviceRows final : public ListedLineRows {
 public:
     DeviceRows(PatternSpec& pattern, int width, std::vector<int> sourceLines)
-        : pattern_(pattern),
-          width_(width),
-          sourceLines_(std::move(sourceLines)),
-          cache_(pattern.colourSpace.axes()),
+        : ListedLineRows(pattern, width, std::move(sourceLines), false),
           pairs_(DeviceFile::usesSamplePairs(pattern.colourSpace.axes(), pattern.sampling)) {}
 
-    int rows() const override { return static_cast<int>(sourceLines_.size()); }
     size_t rowSamples() const override {
         return static_cast<size_t>(DeviceFile::samplesPerLine(width_, pairs_)) * DeviceFile::samplesComponents;
     }
@@ -38,7 +35,7 @@ public:
     // last pair has no odd pixel inside the picture: its second luma repeats the last column's (body
     // is never asked for x = width).
     void nextRow(uint16_t* row) override {
-        const Pixel* source = pattern_.bodyRow(sourceLines_.at(next_++), 0, width_, scratch_);
+        const Pixel* source = nextSourceLine();
         for (int x = 0; x < width_; ++x, row += DeviceFile::samplesComponents) {
             const Pixel& q = cache_.convert(source[x]);
             row[0] = q.sample[Pixel::CR_R];
@@ -50,13 +47,7 @@ public:
     }
 
 private:
-    PatternSpec& pattern_;
-    int width_;
-    std::vector<int> sourceLines_;
-    size_t next_ = 0;
-    ConversionCache cache_;
     bool pairs_;
-    std::vector<Pixel> scratch_;  // the pattern's row, where it has none of its own to lend
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "colour/ConversionCache.h"
+#include "pattern/ListedLineRows.h"
 #include "pattern/PatternWrapper.h"
 #include "pattern/RowSource.h"
 
@@ -243,31 +244,20 @@ std::vector<int> storedSourceLines(const std::vector<std::pair<int, int>>& lineR
     return lines;
 }
 
-class LineRepeatRows final : public RowSource {
+class LineRepeatRows final : public ListedLineRows {
 public:
     LineRepeatRows(PatternSpec& pattern, int width, std::vector<int> sourceLines)
-        : pattern_(pattern),
-          width_(width),
-          sourceLines_(std::move(sourceLines)),
-          cache_(pattern.colourSpace.axes(), true),
-          rgb_(pattern.colourSpace.colourIsRGB()) {}
+        : ListedLineRows(pattern, width, std::move(sourceLines), true), rgb_(pattern.colourSpace.colourIsRGB()) {}
 
-    int rows() const override { return static_cast<int>(sourceLines_.size()); }
     size_t rowSamples() const override { return static_cast<size_t>(width_) * lineSamples; }
 
     void nextRow(uint16_t* row) override {
-        const Pixel* in = pattern_.bodyRow(sourceLines_.at(next_++), 0, width_, scratch_);
+        const Pixel* in = nextSourceLine();
         for (int x = 0; x < width_; ++x, row += lineSamples) storeThreeSamples(cache_.convert(in[x]), rgb_, row);
     }
 
 private:
-    PatternSpec& pattern_;
-    int width_;
-    std::vector<int> sourceLines_;
-    size_t next_ = 0;
-    ConversionCache cache_;
     bool rgb_;
-    std::vector<Pixel> scratch_;
 };
 
 // Runs a producer into consecutive rows of a caller's buffer.
