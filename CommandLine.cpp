@@ -446,9 +446,9 @@ void printHelpHint() { std::fprintf(stderr, "%s\n", helpHint); }
 
 void warnAboutSettings(const Settings& s) {
     if (s.format.empty() && s.fileName != "-") warnAboutFallbackToPng(s);
-    const std::string format = formatFor(s).name;
-    if (format == "dpx") warnAboutDpx(s);
-    warnAboutIdleOptions(s, format == "y4m");
+    const OutputFormat& format = formatFor(s);
+    if (std::string(format.name) == "dpx") warnAboutDpx(s);
+    warnAboutIdleOptions(s, format.takesFrames);
 }
 
 FILE* divertProgressFromStandardOutput() {

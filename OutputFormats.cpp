@@ -90,29 +90,31 @@ const OutputFormat formatTable[] = {
     {"png",
      "16-bit RGBA PNG; Y'CbCr frames carry Cr, Y', Cb in R, G, B. Also written for a name without an "
      "extension, or with one that names no format",
-     Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n"},
+     Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n", nullptr, false},
     {"tif", "16-bit three-sample TIFF, LZW, with the line-repeat list in tag 65456 \"LineRepeat\"", Loop::LineRepeats,
-     nullptr, makeTiff, true, "Failed to write TIFF file %s\n"},
+     nullptr, makeTiff, true, "Failed to write TIFF file %s\n", "Could not create tiff file\n", false},
     {"dpx",
      "10-bit DPX (SMPTE 268M) whatever -b says: descriptor 50 (RGB) for RGB and RGB-headroom, 102 "
      "(CbYCr 4:4:4) for 709 with -s 444, 100 (CbYCrY 4:2:2) for every other encoding",
-     Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n"},
+     Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n", nullptr, false},
     {"pat", "signal-generator pattern file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422", Loop::DeviceLines,
-     fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false, "Error: Can't save file: %s\n"},
+     fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false, "Error: Can't save file: %s\n", nullptr, false},
     {"yc4", "signal-generator pattern file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444", Loop::DeviceLines,
-     fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>, false, "Error: Can't save file: %s\n"},
+     fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>, false, "Error: Can't save file: %s\n", nullptr, false},
     {"rgb", "signal-generator pattern file, R'G'B'; needs -b 12 and RGB-headroom or an HDR R'G'B' encoding",
      Loop::DeviceLines, fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>, false,
-     "Error: Can't save file: %s\n"},
+     "Error: Can't save file: %s\n", nullptr, false},
     {"xyz", "as rgb, converted to DCI X'Y'Z'", Loop::DeviceLines, fitsXyz,
-     makeDevice<TovaKelmPatternFile::Format_RGB, true>, false, "Error: Can't save file: %s\n"},
+     makeDevice<TovaKelmPatternFile::Format_RGB, true>, false, "Error: Can't save file: %s\n", nullptr, false},
     {"y4m", "YUV4MPEG2 stream of --frames frames at --rate", Loop::FullFrame, fitsY4m, makeY4m, false,
-     "Failed to write Y4M file %s\n"},
+     "Failed to write Y4M file %s\n", nullptr, true},
 };
 
 }  // namespace
 
 Rows<OutputFormat> formats() { return {std::begin(formatTable), std::end(formatTable)}; }
+
+const OutputFormat& previewFormat() { return formatTable[0]; }
 
 const OutputFormat* formatNamed(const std::string& name) {
     for (const OutputFormat& format : formats())

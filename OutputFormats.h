@@ -21,10 +21,14 @@ struct OutputFormat {
     bool (*settingsFit)(const Settings&);  // prints why not and returns false; nullptr: any settings
     std::unique_ptr<ImageWriter> (*makeWriter)(const Settings&);
     bool needSeek;
-    const char* failure;  // printf format taking the file name
+    const char* failure;       // printf format taking the file name
+    const char* cannotCreate;  // said first when the file cannot be created; nullptr: the failure line only
+    bool takesFrames;          // video: writes --frames frames; a still format writes one
 };
 
 Rows<OutputFormat> formats();
+// The preview's format: PNG, whose failure line a failing preview takes.
+const OutputFormat& previewFormat();
 // nullptr for a name that is no format.
 const OutputFormat* formatNamed(const std::string& name);
 // The format a render writes: --format if given, PNG for "-", else by the name's extension exactly

@@ -20,6 +20,7 @@
 #include "colour/rounding.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
+#include "output/StopSignals.h"
 #include "pattern/RowSource.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
@@ -89,13 +90,17 @@ void announce(const OutputFormat& format, const Settings& s) {
     std::printf("Writing %s file\n", s.format.empty() ? ext.c_str() : s.format.c_str());
 }
 
-// The format's own failure line, then the system's reason once.
-void reportFailure(const OutputFormat& format, const Settings& s, const OutputFile& out, const char* detail) {
+// The format's own failure line, then the system's reason once. A file that could not be created is
+// said so first, where the format has its own words for that.
+void reportFailure(const OutputFormat& format, const std::string& fileName, const OutputFile& out,
+                   const char* detail) {
     std::fflush(stdout);
-    if (detail != nullptr)
+    if (detail != nullptr) {
         std::fprintf(stderr, "Error: %s\n", detail);
-    else
-        std::fprintf(stderr, format.failure, s.fileName.c_str());
+    } else {
+        if (!out.opened() && format.cannotCreate != nullptr) std::fputs(format.cannotCreate, stderr);
+        std::fprintf(stderr, format.failure, fileName.c_str());
+    }
     if (!out.reason().empty()) std::fprintf(stderr, "%s\n", out.reason().c_str());
 }
 
@@ -126,7 +131,6 @@ private:
     double* seconds_;
 };
 
-// Streams the rows into the writer through the file, and commits it. False after reporting.
 // The rows of a video frame after the first that differ from the frame before: a clock burnt into
 // the card moves on, so the rows it crosses are rendered again. Empty when every frame repeats.
 struct FrameRows {
@@ -135,9 +139,10 @@ struct FrameRows {
 };
 using NextFrame = std::function<FrameRows(int frame)>;
 
+// Streams the rows into the writer through the file, and finishes it; the caller commits it. False
+// after reporting.
 bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
-                 const NextFrame& nextFrame, FILE* standardOutput, StageTimes* times) {
-    OutputFile out(s.fileName, standardOutput);
+                 const NextFrame& nextFrame, OutputFile& out, StageTimes* times) {
     ImageHeader header;
     header.width = s.width;
     header.height = source.rows();
@@ -164,17 +169,17 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
         }
         return true;
     };
-    const auto finish = [&] { return timed(writeTime, [&] { return writer->finish() && out.commit(); }); };
+    const auto finish = [&] { return timed(writeTime, [&] { return writer->finish() && out.finish(); }); };
     try {
         const bool written =
             out.open(format.needSeek) && writer->begin(out, header) && stream(source) && laterFrames() && finish();
-        if (!written) reportFailure(format, s, out, nullptr);
+        if (!written) reportFailure(format, s.fileName, out, nullptr);
         return written;
     } catch (const std::runtime_error& error) {
         // The device file's writer names what it could not write.
         std::string message = error.what();
         while (!message.empty() && message.back() == '\n') message.pop_back();
-        reportFailure(format, s, out, message.c_str());
+        reportFailure(format, s.fileName, out, message.c_str());
         return false;
     }
 }
@@ -229,23 +234,43 @@ void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
 }
 
 // The preview is a pass of its own over the full frame, rounded as a PNG of the same settings is, so
-// that whatever the main format it shows the same picture and never touches the main output.
-bool writePreview(PatternSpec& pattern, const Settings& s) {
+// that whatever the main format it shows the same picture. It is finished, not committed: the caller
+// commits it with the main output. False after reporting, as the PNG format reports a failure.
+bool writePreview(PatternSpec& pattern, const Settings& s, OutputFile& out) {
     Preview preview(s.axes, s.bits, s.width, s.height, s.aspectNum, s.aspectDen);
-    OutputFile out(s.preview);
     const std::unique_ptr<RowSource> rows = pattern.fullFrameRows(s.width, s.height);
     const size_t pixels = static_cast<size_t>(s.width);
     const bool written = out.open() && preview.begin(out) &&
                          streamRows(
                              *rows, [&](uint16_t* row) { roundFrame(row, pixels, s.axes, s.bits); },
                              [&](const uint16_t* row) { return preview.addRow(row); }) &&
-                         preview.finish() && out.commit();
-    if (!written) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "Error: Failed to write the preview %s\n", s.preview.c_str());
-        if (!out.reason().empty()) std::fprintf(stderr, "%s\n", out.reason().c_str());
-    }
+                         preview.finish() && out.finish();
+    if (!written) reportFailure(previewFormat(), s.preview, out, nullptr);
     return written;
+}
+
+// Both outputs complete in their temporaries before either replaces its name, so that a run that fails
+// changes no file. Only a failing rename of the second (the temporaries sit beside their names, so
+// hardly possible) leaves the first replaced. Bytes sent to standard output cannot be taken back.
+bool commitOutputs(const OutputFormat& format, const Settings& s, OutputFile& output, OutputFile* preview) {
+    if (!output.commit()) {
+        reportFailure(format, s.fileName, output, nullptr);
+        return false;
+    }
+    if (preview != nullptr && !preview->commit()) {
+        reportFailure(previewFormat(), s.preview, *preview, nullptr);
+        return false;
+    }
+    return true;
+}
+
+// Pango and Fontconfig may start threads of their own when text is first laid out: they are started with
+// the stop signals blocked, so that the handler that removes temporaries runs on the main thread. No
+// output is open yet, so a signal held back meanwhile loses nothing: it is handled once the text is set.
+template <typename Action>
+auto withStopSignalsBlocked(Action&& action) {
+    const StopSignals::Blocked blocked;
+    return action();
 }
 
 int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageTimes* times) {
@@ -257,13 +282,14 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
         pattern.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
                      s.edgeTaperOff);
         const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
-        return pattern.render_text(s.width * canvasScale, s.height * canvasScale);
+        return withStopSignalsBlocked([&] { return pattern.render_text(s.width * canvasScale, s.height * canvasScale); });
     });
 
     const ClockStart start = clockStart(s);
-    if (hasBoxText(s)) pattern.setBoxTexts(s.font, s.ident, lowerText(s, start, 0));
+    if (hasBoxText(s))
+        withStopSignalsBlocked([&] { return pattern.setBoxTexts(s.font, s.ident, lowerText(s, start, 0)), true; });
     NextFrame nextFrame;
-    if (s.clock && s.frames > 1) {
+    if (s.clock && s.frames > 1 && format.takesFrames) {
         nextFrame = [&](int frame) {
             pattern.setLowerText(lowerText(s, start, frame));
             const auto [first, end] = pattern.lowerTextRows();
@@ -274,11 +300,26 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     LineRepeats lineRepeats;
     const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
     announce(format, s);
+    OutputFile output(s.fileName, standardOutput);
     const bool written = timed(times != nullptr ? &times->stream : nullptr, [&] {
-        return writeOutput(format, s, *rows, lineRepeats, nextFrame, standardOutput, times);
+        return writeOutput(format, s, *rows, lineRepeats, nextFrame, output, times);
     });
     if (!written) return 1;
-    return s.preview.empty() || writePreview(pattern, s) ? 0 : 1;
+    std::unique_ptr<OutputFile> preview;
+    if (!s.preview.empty()) {
+        preview = std::make_unique<OutputFile>(s.preview, standardOutput);
+        if (!writePreview(pattern, s, *preview)) return 1;
+    }
+    return commitOutputs(format, s, output, preview.get()) ? 0 : 1;
+}
+
+// Two names for one file would have the preview replace the main output, or interleave both on
+// standard output. Checked before anything is written; "-" is still the real standard output here.
+bool outputsApart(const Settings& s) {
+    if (s.preview.empty() || !OutputFile::sameDestination(s.fileName, s.preview)) return true;
+    std::fprintf(stderr, "Error: --preview %s and the output file %s are the same file\n", s.preview.c_str(),
+                 s.fileName.c_str());
+    return false;
 }
 
 }  // namespace
@@ -312,7 +353,7 @@ int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times
     if (settings.selfTest)
         return UnitTests::runUnitTests(settings.width, settings.height, settings.aspectNum, settings.aspectDen,
                                        settings.axes);
-    if (!settings.haveFileName) {
+    if (!settings.haveFileName || settings.fileName.empty()) {
         std::fprintf(stderr, "Error: Filename not given\n");
         printHelpHint();
         return 1;
@@ -322,11 +363,13 @@ int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times
         std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
         return 1;
     }
-    if (!checkRaster(settings)) return 1;
+    if (!checkRaster(settings) || !outputsApart(settings)) return 1;
     warnAboutSettings(settings);
-    // With "-" the file goes to the real standard output and every progress line to standard error.
+    // With "-" (the file or the preview) that output goes to the real standard output and every progress
+    // line to standard error.
     FILE* data = stdout;
-    if (settings.fileName == "-" && (data = divertProgressFromStandardOutput()) == nullptr) return 1;
+    const bool toStandardOutput = settings.fileName == "-" || settings.preview == "-";
+    if (toStandardOutput && (data = divertProgressFromStandardOutput()) == nullptr) return 1;
     const std::unique_ptr<FILE, int (*)(FILE*)> divertedData(data != stdout ? data : nullptr, std::fclose);
     try {
         return render(pattern, settings, data, times);

@@ -16,6 +16,8 @@
 #include <system_error>
 #include <utility>
 
+#include "output/StopSignals.h"
+
 namespace {
 
 // ---- Temporaries removed when the run is stopped, or exits without committing ----
@@ -24,7 +26,6 @@ namespace {
 constexpr int kTemporarySlots = 8;
 char temporaryName[kTemporarySlots][PATH_MAX];
 volatile sig_atomic_t temporaryListed[kTemporarySlots];
-constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 void removeListedTemporaries() {
     for (int slot = 0; slot < kTemporarySlots; ++slot)
@@ -40,13 +41,6 @@ extern "C" void removeTemporariesAndStop(int signal) {
 
 extern "C" void removeTemporariesAtExit() { removeListedTemporaries(); }
 
-sigset_t stopSignalSet() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (int signal : kStopSignals) sigaddset(&set, signal);
-    return set;
-}
-
 // A stop signal the caller ignores (as nohup does) stays ignored. SIGXFSZ is ignored so that a write
 // past the file-size limit fails with EFBIG and is reported like a full disk, instead of killing the
 // process with its temporary left behind.
@@ -56,30 +50,20 @@ void installCleanupOnce() {
     installed = true;
     struct sigaction action {};
     action.sa_handler = removeTemporariesAndStop;
-    action.sa_mask = stopSignalSet();
+    action.sa_mask = StopSignals::set();
     action.sa_flags = SA_RESETHAND;
-    for (int signal : kStopSignals) {
+    for (int signal = 1; signal < NSIG; ++signal) {
         struct sigaction previous {};
-        if (sigaction(signal, nullptr, &previous) == 0 && previous.sa_handler != SIG_IGN)
+        if (sigismember(&action.sa_mask, signal) == 1 && sigaction(signal, nullptr, &previous) == 0 &&
+            previous.sa_handler != SIG_IGN)
             sigaction(signal, &action, nullptr);
     }
     signal(SIGXFSZ, SIG_IGN);
     std::atexit(removeTemporariesAtExit);
 }
 
-// Holds the stop signals back while the table and the directory disagree (a temporary created but not
-// yet listed, or renamed but still listed).
-class StopSignalsHeld {
-public:
-    StopSignalsHeld() {
-        const sigset_t set = stopSignalSet();
-        sigprocmask(SIG_BLOCK, &set, &previous_);
-    }
-    ~StopSignalsHeld() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
-
-private:
-    sigset_t previous_;
-};
+// The stop signals are held back while the table and the directory disagree (a temporary created but
+// not yet listed, or renamed but still listed): StopSignals::Blocked.
 
 // Creates a temporary from `pattern` (ending in XXXXXX) and lists it: its slot, or -1 with errno set.
 int createListedTemporary(const std::string& pattern, int& descriptor) {
@@ -87,7 +71,7 @@ int createListedTemporary(const std::string& pattern, int& descriptor) {
         errno = ENAMETOOLONG;
         return -1;
     }
-    StopSignalsHeld held;
+    const StopSignals::Blocked held;
     for (int slot = 0; slot < kTemporarySlots; ++slot) {
         if (temporaryListed[slot]) continue;
         std::memcpy(temporaryName[slot], pattern.c_str(), pattern.size() + 1);
@@ -103,7 +87,7 @@ int createListedTemporary(const std::string& pattern, int& descriptor) {
 // Renames the listed temporary to `target`, or removes it when target is null, and unlists it.
 // 0 or the rename's errno (the temporary is then removed).
 int retireTemporary(int slot, const char* target) {
-    StopSignalsHeld held;
+    const StopSignals::Blocked held;
     int error = 0;
     if (target == nullptr || std::rename(temporaryName[slot], target) != 0) {
         error = target == nullptr ? 0 : errno;
@@ -175,6 +159,11 @@ OutputFile::~OutputFile() {
 
 bool OutputFile::open(bool needSeek) {
     installCleanupOnce();
+    opened_ = openStream(needSeek);
+    return opened_;
+}
+
+bool OutputFile::openStream(bool needSeek) {
     if (toStandardOutput_) {
         if (needSeek) return openThroughCopy(standardOutput_);
         stream_ = standardOutput_;
@@ -263,16 +252,20 @@ void OutputFile::fail(int error) {
     reason_ = error != 0 ? std::strerror(error) : "write error";
 }
 
-bool OutputFile::commit() {
-    if (stream_ == nullptr) {
-        fail(EBADF);
-        return false;
-    }
+bool OutputFile::finish() {
+    if (finished_) return !failed();
+    if (stream_ == nullptr) fail(EBADF);
     if (!failed()) finishWriting();
     if (failed()) {
         abandon();
         return false;
     }
+    finished_ = true;
+    return true;
+}
+
+bool OutputFile::commit() {
+    if (!finish()) return false;
     if (temporarySlot_ >= 0) {
         if (const int error = retireTemporary(temporarySlot_, target_.c_str())) fail(error);
         temporarySlot_ = -1;
@@ -315,6 +308,45 @@ void OutputFile::abandon() {
     }
     if (temporarySlot_ >= 0) retireTemporary(temporarySlot_, nullptr);
     temporarySlot_ = -1;
+}
+
+namespace {
+
+// The file a name leads to, for comparing two names: its device and inode when it exists (standard
+// output's for "-"), else the resolved directory and name it would be created as.
+struct Destination {
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    std::string path;
+
+    bool operator==(const Destination& other) const {
+        return exists == other.exists && (exists ? device == other.device && inode == other.inode : path == other.path);
+    }
+};
+
+Destination destinationOf(const std::string& name) {
+    Destination destination;
+    struct stat status {};
+    if (name == "-" ? fstat(STDOUT_FILENO, &status) == 0 : stat(name.c_str(), &status) == 0) {
+        destination.exists = true;
+        destination.device = status.st_dev;
+        destination.inode = status.st_ino;
+        return destination;
+    }
+    std::string target = name;
+    bool exists = false;
+    followLinks(target, exists, status);
+    std::error_code error;
+    destination.path = std::filesystem::weakly_canonical(std::filesystem::absolute(target, error), error).string();
+    if (error) destination.path = target;
+    return destination;
+}
+
+}  // namespace
+
+bool OutputFile::sameDestination(const std::string& first, const std::string& second) {
+    return destinationOf(first) == destinationOf(second);
 }
 
 void OutputFile::removeIncomplete(const std::string& fileName) {

@@ -23,14 +23,20 @@ public:
     // needSeek: the writer seeks back (TIFF); a destination that cannot seek is then written
     // through a temporary file first. False on failure, with reason() set.
     bool open(bool needSeek = false);
-    // Valid between open() and commit() or abandon().
+    // Whether open() succeeded: false when the file could not be created.
+    bool opened() const { return opened_; }
+    // Valid between open() and finish(), commit() or abandon().
     FILE* stream() const { return stream_; }
     // Writes bytes; after the first failure it writes nothing more and keeps returning false.
     bool write(const void* data, size_t bytes);
     // Records a failure found by a library that writes to stream() itself (errno, or 0 for none).
     void fail(int error);
     bool failed() const { return !reason_.empty(); }
-    // Flushes, closes and puts the file in place; false with reason() set.
+    // Writes every byte out, syncs and closes the file, leaving a temporary where commit() will find it,
+    // so that several outputs can be completed before any replaces its name. False with reason() set
+    // (the file is then abandoned).
+    bool finish();
+    // Finishes the file if that was not done, then puts it in place; false with reason() set.
     bool commit();
     // Closes and removes what was written.
     void abandon();
@@ -39,10 +45,15 @@ public:
     // Why the first failure happened (the system's text), empty if nothing failed.
     const std::string& reason() const { return reason_; }
 
+    // Whether two names lead to the same file: the same device and inode when it exists (symbolic links
+    // followed, "-" being standard output), else the same resolved directory and name.
+    static bool sameDestination(const std::string& first, const std::string& second);
+
     // Removes a regular file left incomplete by an earlier failure; devices stay.
     static void removeIncomplete(const std::string& fileName);
 
 private:
+    bool openStream(bool needSeek);
     bool openReplacement(const std::string& target, const struct stat* existing);
     bool openInPlace(bool needSeek);
     bool openThroughCopy(FILE* destination);
@@ -53,6 +64,8 @@ private:
     std::string name_;
     std::string reason_;
     FILE* stream_ = nullptr;
+    bool opened_ = false;
+    bool finished_ = false;
     bool toStandardOutput_ = false;
     FILE* standardOutput_ = stdout;
     std::string target_;           // the regular file the temporary replaces

@@ -4,8 +4,10 @@
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "output/StopSignals.h"
 #include "pattern/RowSource.h"
 
 namespace {
@@ -16,6 +18,15 @@ constexpr int ringRows = 32;
 // A side that has caught up with the other sleeps until this many rows are ready for it (or the
 // last ones), so that the threads wake each other a few times per batch rather than every row.
 constexpr int wakeBatch = 8;
+
+// Starts a thread with the stop signals blocked for good, so that they reach the main thread, whose
+// handler removes the output's temporaries. The caller's own mask is blocked only while the thread is
+// created: a signal arriving meanwhile stays pending and is handled as soon as the mask is restored.
+template <typename Body>
+std::thread startWithStopSignalsBlocked(Body&& body) {
+    const StopSignals::Blocked blocked;
+    return std::thread(std::forward<Body>(body));
+}
 
 }  // namespace
 
@@ -38,7 +49,7 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
     bool stop = false;
     std::exception_ptr error;
 
-    std::thread worker([&] {
+    std::thread worker = startWithStopSignalsBlocked([&] {
         try {
             for (int y = 0; y < rows; ++y) {
                 {

@@ -20,24 +20,27 @@ public:
     // axes and bits as the frame was rounded; width x height the frame's size; the display aspect ratio.
     Preview(PatternGen::colorAxes_e axes, int bits, int width, int height, int aspectNum, int aspectDen);
 
-    // The preview's size: round(height * aspectNum / aspectDen) x height.
+    // The preview's size: round(height * aspectNum / aspectDen) x height, scaled down where a side would
+    // pass SquarePixels::maximumSide.
     int width() const { return previewWidth_; }
-    int height() const { return height_; }
+    int height() const { return previewHeight_; }
 
     // Writes the PNG header; false (the file's failure recorded) for a size, depth or axes it cannot show.
     bool begin(OutputFile& out);
     // frameRow: the frame's width pixels of four host-order samples on the 16-bit scale, (R, G, B, A)
     // or (Cr, Y', Cb, A); chroma already repeated per pixel.
     bool addRow(const uint16_t* frameRow);
-    // False also when fewer or more rows than height() were added.
+    // False also when fewer or more rows than the frame's height were added.
     bool finish();
 
 private:
     bool usable_;  // axes and depth the colour library knows (depths 8 to 16)
     int frameWidth_;
+    int frameHeight_;
     int previewWidth_;
-    int height_;
-    int rows_ = 0;
+    int previewHeight_;
+    int rows_ = 0;         // frame rows added
+    int previewRows_ = 0;  // preview rows written
     PreviewColour colour_;
     SquarePixels squarePixels_;
     PreviewPng png_;

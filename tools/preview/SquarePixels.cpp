@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace {
 
@@ -18,6 +19,16 @@ int SquarePixels::squareWidth(int height, int aspectNum, int aspectDen) {
     const int64_t twice = 2 * static_cast<int64_t>(height) * aspectNum;
     const int64_t width = (twice + aspectDen) / (2 * static_cast<int64_t>(aspectDen));
     return width > INT32_MAX ? 0 : static_cast<int>(width);
+}
+
+SquarePixels::Size SquarePixels::previewSize(int height, int aspectNum, int aspectDen) {
+    const int width = squareWidth(height, aspectNum, aspectDen);
+    const int longest = std::max(width, height);
+    if (width <= 0 || longest <= maximumSide) return {width, height};
+    const auto fit = [&](int side) {
+        return std::max(1, static_cast<int>((2 * static_cast<int64_t>(side) * maximumSide + longest) / (2 * longest)));
+    };
+    return {fit(width), fit(height)};
 }
 
 SquarePixels::SquarePixels(int fromWidth, int toWidth) : taps_(static_cast<size_t>(std::max(toWidth, 0))) {

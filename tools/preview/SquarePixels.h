@@ -7,6 +7,17 @@
 
 class SquarePixels {
 public:
+    // The longest side a preview has: what image viewers and browsers open.
+    static constexpr int maximumSide = 16384;
+
+    struct Size {
+        int width;
+        int height;
+    };
+    // The size of the preview of a picture of height lines: squareWidth x height, or, where that would be
+    // wider or higher than maximumSide, scaled down (never up) to fit with the same shape.
+    static Size previewSize(int height, int aspectNum, int aspectDen);
+
     // The width of a picture of height lines with square pixels: round(height * aspectNum / aspectDen);
     // 0 for a non-positive size or ratio.
     static int squareWidth(int height, int aspectNum, int aspectDen);
