@@ -1,0 +1,285 @@
+// The main output and the preview together, and runs stopped from outside: two names for one file are
+// refused, the preview can go to standard output, a run that fails or is stopped changes no file and
+// leaves no temporary, a still format given --frames writes its one still, and each failure reads as its
+// format's failure line followed by the system's reason.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "TestFiles.h"
+
+namespace {
+
+using namespace TestFiles;
+namespace fs = std::filesystem;
+using Tree = std::map<std::string, std::string>;
+
+const Bytes kEarlier(4096, 0x5a);
+
+void writeFile(const std::string& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+// Every entry of a directory with its size and a hash of its bytes (or "link", "special"): equal trees
+// mean nothing was changed, added or removed, temporaries included.
+Tree snapshot(const std::string& directory) {
+    Tree tree;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+        const std::string name = entry.path().filename().string();
+        if (name == "stdout" || name == "stderr") continue;
+        const std::string bytes = entry.is_regular_file() ? text(readFile(entry.path().string())) : "";
+        tree[name] = entry.is_symlink()         ? "link"
+                     : !entry.is_regular_file() ? "special"
+                                                : std::to_string(bytes.size()) + " bytes, hash " +
+                                                      std::to_string(std::hash<std::string>()(bytes));
+    }
+    return tree;
+}
+
+// The width and height in a PNG's header.
+std::pair<uint32_t, uint32_t> pngSize(const Bytes& png) {
+    const auto bigEndian = [&](size_t at) {
+        return uint32_t(png.at(at)) << 24 | uint32_t(png.at(at + 1)) << 16 | uint32_t(png.at(at + 2)) << 8 |
+               png.at(at + 3);
+    };
+    return {bigEndian(16), bigEndian(20)};
+}
+
+bool pngcheckAccepts(const std::string& path) {
+    return std::system(("pngcheck -q '" + path + "' >/dev/null 2>&1").c_str()) == 0;
+}
+
+class Outputs : public ProgramTest {
+protected:
+    std::string path(const std::string& name) const { return dir.path(name); }
+};
+
+// Spelt apart, the names lead to one file: refused before anything is written.
+TEST_F(Outputs, PreviewNamingTheOutputIsRefused) {
+    writeFile(path("same.png"), kEarlier);
+    writeFile(path("x.dpx"), kEarlier);
+    fs::create_symlink("same.png", path("link.png"));
+    fs::create_hard_link(path("same.png"), path("hard.png"));
+    fs::create_directories(path("sub"));
+    const std::string cases[] = {
+        "--preview ./same.png same.png",   "--preview '" + path("x.dpx") + "' x.dpx", "--preview link.png same.png",
+        "--preview hard.png same.png",     "--preview sub/../new.png new.png",         "--preview new.png ./sub/../new.png",
+        "--preview /dev/stdout -",         "--preview - -",
+    };
+    for (const std::string& arguments : cases) {
+        const Tree before = snapshot(path(""));
+        const Outcome o = run("-d 64x64 " + arguments);
+        EXPECT_EQ(o.status, 1) << arguments;
+        EXPECT_NE(o.err.find("Error: --preview "), std::string::npos) << arguments << "\n" << o.err;
+        EXPECT_EQ(snapshot(path("")), before) << arguments;
+    }
+}
+
+// The PNG preview alone on standard output, every progress line on standard error.
+TEST_F(Outputs, PreviewToStandardOutput) {
+    const Outcome o = run("-d 128x96 -a 4x3 --preview - card.png");
+    ASSERT_EQ(o.status, 0) << o.err;
+    EXPECT_TRUE(pngcheckAccepts(path("stdout")));
+    EXPECT_EQ(pngSize(readFile(path("stdout"))), std::make_pair(128u, 96u));
+    EXPECT_NE(o.err.find("size 128x96"), std::string::npos) << o.err;
+    EXPECT_TRUE(pngcheckAccepts(path("card.png")));
+}
+
+// A preview that cannot be written leaves the main output's earlier file as it was, and says so as a
+// PNG failure does; so does a main output that cannot be written.
+TEST_F(Outputs, FailedRunChangesNoFile) {
+    writeFile(path("big.dpx"), kEarlier);
+    writeFile(path("p.png"), kEarlier);
+    const Tree before = snapshot(path(""));
+    Outcome o = run("-d 256x144 --preview missing/p.png big.dpx");
+    EXPECT_EQ(o.status, 1);
+    EXPECT_NE(o.err.find("Failed to write PNG file missing/p.png\nNo such file or directory\n"), std::string::npos)
+        << o.err;
+    EXPECT_EQ(snapshot(path("")), before);
+    o = run("-d 256x144 -c 709 --preview p.png missing/v.y4m");
+    EXPECT_EQ(o.status, 1);
+    EXPECT_NE(o.err.find("Failed to write Y4M file missing/v.y4m\nNo such file or directory\n"), std::string::npos)
+        << o.err;
+    EXPECT_EQ(snapshot(path("")), before);
+    if (fs::is_character_file("/dev/full")) {
+        o = run("-d 256x144 -c 709 --format y4m /dev/full");
+        EXPECT_EQ(o.status, 1);
+        EXPECT_NE(o.err.find("Failed to write Y4M file /dev/full\nNo space left on device\n"), std::string::npos)
+            << o.err;
+        o = run("-d 256x144 --preview /dev/full big.dpx");
+        EXPECT_EQ(o.status, 1);
+        EXPECT_NE(o.err.find("Failed to write PNG file /dev/full\nNo space left on device\n"), std::string::npos)
+            << o.err;
+        EXPECT_EQ(snapshot(path("")), before);
+    }
+}
+
+// A TIFF that cannot be created says so first, then fails as every format does.
+TEST_F(Outputs, UncreatableFilesFailWithTheFormatsLines) {
+    Outcome o = run("-d 64x64 missing/out.tif");
+    EXPECT_EQ(o.status, 1);
+    EXPECT_EQ(o.err, "Could not create tiff file\nFailed to write TIFF file missing/out.tif\nNo such file or directory\n");
+    o = run("-d 64x64 missing/out.png");
+    EXPECT_EQ(o.err, "Failed to write PNG file missing/out.png\nNo such file or directory\n");
+    o = run("-d 64x64 ''");
+    EXPECT_EQ(o.status, 1);
+    EXPECT_EQ(o.err.rfind("Error: Filename not given\n", 0), 0u) << o.err;
+}
+
+// --frames on a still format writes the one still: the first frame, as a run without --frames does.
+TEST_F(Outputs, StillFormatsWriteOneFrameOfAClock) {
+    const struct {
+        const char* name;
+        const char* options;
+    } stills[] = {
+        {"card.png", ""},
+        {"card.tif", ""},
+        {"card.dpx", ""},
+        {"card.pat", "-c 709 -s 422 "},
+        {"card.yc4", "-c 709 -s 444 "},
+        {"card.rgb", "-c RGB-headroom "},
+        {"card.xyz", "-c RGB-headroom "},
+        {"-", ""},
+    };
+    const std::string clock = "-d 192x108 --clock --timecode 10:00:00:00 ";
+    for (const auto& still : stills) {
+        const std::string written = still.name == std::string("-") ? "stdout" : still.name;
+        Outcome o = run(clock + still.options + still.name);
+        ASSERT_EQ(o.status, 0) << still.name << "\n" << o.err;
+        Bytes one = readFile(path(written));
+        o = run(clock + "--frames 2 --rate 50 " + still.options + still.name);
+        EXPECT_EQ(o.status, 0) << still.name << "\n" << o.err;
+        Bytes first = readFile(path(written));
+        if (std::string(still.name) == "card.dpx") {  // the creation time differs
+            std::fill(one.begin() + 136, one.begin() + 160, 0);
+            std::fill(first.begin() + 136, first.begin() + 160, 0);
+        }
+        EXPECT_FALSE(first.empty()) << still.name;
+        EXPECT_EQ(first, one) << still.name;
+    }
+}
+
+// A preview beyond the largest side viewers open is scaled down to fit, keeping its square pixels.
+TEST_F(Outputs, PreviewFitsTheLargestSide) {
+    // 4200x1050 at 16:1 has pixels a quarter wide: square, 16800x1050.
+    const Outcome o = run("-d 4200x1050 -a 16x1 -b 10 --preview p.png --format dpx /dev/null");
+    ASSERT_EQ(o.status, 0) << o.err;
+    EXPECT_TRUE(pngcheckAccepts(path("p.png")));
+    EXPECT_EQ(pngSize(readFile(path("p.png"))), std::make_pair(16384u, 1024u));
+}
+
+// ---- Runs stopped by a signal ----
+
+constexpr auto kPatience = std::chrono::seconds(60);
+
+// The program started in `directory` as a shell would start it: the signals at their defaults, except
+// `ignored`, none blocked, no core file.
+pid_t startProgram(const std::string& directory, const std::string& arguments, int ignored = 0) {
+    const std::string command = "exec '" PM5544_EXE "' " + arguments + " >/dev/null 2>/dev/null </dev/null";
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const pid_t pid = fork();
+    if (pid != 0) return pid;
+    for (int each = 1; each < NSIG; ++each) signal(each, SIG_DFL);
+    if (ignored != 0) signal(ignored, SIG_IGN);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    const rlimit noCore{0, 0};
+    if (setrlimit(RLIMIT_CORE, &noCore) == 0 && chdir(directory.c_str()) == 0)
+        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    _exit(126);
+}
+
+// Waits until `done` holds, for kPatience at most.
+template <typename Condition>
+bool waitFor(Condition done) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+bool hasTemporary(const std::string& directory, const std::string& name) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory))
+        if (entry.path().filename().string().rfind("." + name + ".", 0) == 0) return true;
+    return false;
+}
+
+// The child's status once it ended, or -1 after kPatience (the child then killed).
+int statusOf(pid_t pid) {
+    int status = 0;
+    if (waitFor([&] { return waitpid(pid, &status, WNOHANG) == pid; })) return status;
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    return -1;
+}
+
+// The main output is complete in its temporary, and the run waits to open its preview, a FIFO that no
+// one reads: it is stopped at a known point, whatever the machine's pace.
+class StoppedRun : public ::testing::Test {
+protected:
+    void SetUp() override {
+        writeFile(dir.path("card.dpx"), kEarlier);
+        ASSERT_EQ(mkfifo(dir.path("view.png").c_str(), 0644), 0) << std::strerror(errno);
+    }
+    pid_t startAndWaitForTheTemporary(int ignored = 0) {
+        const pid_t pid = startProgram(dir.path(""), "-d 640x360 --preview view.png card.dpx", ignored);
+        if (!waitFor([&] { return hasTemporary(dir.path(""), "card.dpx"); })) {
+            ADD_FAILURE() << "no temporary appeared";
+            kill(pid, SIGKILL);
+        }
+        return pid;
+    }
+    ScratchDir dir;
+};
+
+// Every signal whose default action ends the process removes the temporary, and still ends it.
+TEST_F(StoppedRun, EveryStopSignalRemovesTheTemporary) {
+    const int stops[] = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT,   SIGPIPE, SIGUSR1,
+                         SIGUSR2, SIGALRM, SIGXCPU, SIGVTALRM, SIGPROF};
+    for (int stop : stops) {
+        const Tree before = snapshot(dir.path(""));
+        const pid_t pid = startAndWaitForTheTemporary();
+        kill(pid, stop);
+        const int status = statusOf(pid);
+        ASSERT_NE(status, -1) << strsignal(stop) << ": the run did not end";
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == stop) << strsignal(stop) << ": status " << status;
+        EXPECT_EQ(snapshot(dir.path("")), before) << strsignal(stop);
+    }
+}
+
+// A signal the caller ignores stays ignored: the run goes on, and once the preview is read both
+// outputs are in place.
+TEST_F(StoppedRun, IgnoredSignalLetsTheRunFinish) {
+    const pid_t pid = startAndWaitForTheTemporary(SIGUSR1);
+    kill(pid, SIGUSR1);
+    const int reader = ::open(dir.path("view.png").c_str(), O_RDONLY);
+    ASSERT_GE(reader, 0) << std::strerror(errno);
+    Bytes preview;
+    char chunk[4096];
+    for (ssize_t count; (count = read(reader, chunk, sizeof chunk)) > 0;) preview.insert(preview.end(), chunk, chunk + count);
+    close(reader);
+    const int status = statusOf(pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(pngSize(preview), std::make_pair(640u, 360u));
+    EXPECT_EQ(fs::file_size(dir.path("card.dpx")), 8192u + 640u * 360u * 4u);  // header, 10-bit RGB
+    EXPECT_FALSE(hasTemporary(dir.path(""), "card.dpx"));
+}
+
+}  // namespace
