@@ -2,7 +2,6 @@
 // names streamed into the format's writer.
 #include "PatternRender.h"
 
-
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -92,8 +91,7 @@ void announce(const OutputFormat& format, const Settings& s) {
 
 // The format's own failure line, then the system's reason once. A file that could not be created is
 // said so first, where the format has its own words for that.
-void reportFailure(const OutputFormat& format, const std::string& fileName, const OutputFile& out,
-                   const char* detail) {
+void reportFailure(const OutputFormat& format, const std::string& fileName, const OutputFile& out, const char* detail) {
     std::fflush(stdout);
     if (detail != nullptr) {
         std::fprintf(stderr, "Error: %s\n", detail);
@@ -282,7 +280,8 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
         pattern.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
                      s.edgeTaperOff);
         const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
-        return withStopSignalsBlocked([&] { return pattern.render_text(s.width * canvasScale, s.height * canvasScale); });
+        return withStopSignalsBlocked(
+            [&] { return pattern.render_text(s.width * canvasScale, s.height * canvasScale); });
     });
 
     const ClockStart start = clockStart(s);
@@ -301,9 +300,8 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
     announce(format, s);
     OutputFile output(s.fileName, standardOutput);
-    const bool written = timed(times != nullptr ? &times->stream : nullptr, [&] {
-        return writeOutput(format, s, *rows, lineRepeats, nextFrame, output, times);
-    });
+    const bool written = timed(times != nullptr ? &times->stream : nullptr,
+                               [&] { return writeOutput(format, s, *rows, lineRepeats, nextFrame, output, times); });
     if (!written) return 1;
     std::unique_ptr<OutputFile> preview;
     if (!s.preview.empty()) {
@@ -317,8 +315,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
 // standard output. Checked before anything is written; "-" is still the real standard output here.
 bool outputsApart(const Settings& s) {
     if (s.preview.empty() || !OutputFile::sameDestination(s.fileName, s.preview)) return true;
-    std::fprintf(stderr, "Error: --preview %s and the output file %s are the same file\n", s.preview.c_str(),
-                 s.fileName.c_str());
+    std::fprintf(stderr, "Error: --preview %s is the output file as well\n", s.preview.c_str());
     return false;
 }
 

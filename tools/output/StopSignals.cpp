@@ -8,10 +8,11 @@ namespace {
 
 // Terminal, job control, timers, user signals, broken pipes and CPU limits: the ways a run is stopped
 // from outside or by its environment.
-constexpr int kNamedStopSignals[] = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGPIPE,   SIGUSR1, SIGUSR2,
-                                     SIGALRM, SIGXCPU, SIGVTALRM, SIGPROF, SIGPOLL, SIGPWR,
+constexpr int kNamedStopSignals[] = {
+    SIGINT,    SIGTERM, SIGHUP,    SIGQUIT, SIGPIPE, SIGUSR1, SIGUSR2,
+    SIGALRM,   SIGXCPU, SIGVTALRM, SIGPROF, SIGPOLL, SIGPWR,
 #ifdef SIGSTKFLT
-                                     SIGSTKFLT,
+    SIGSTKFLT,
 #endif
 };
 

@@ -16,7 +16,8 @@ bool usableBits(int bits) { return bits >= minBits && bits <= maxBits; }
 
 // The frame row that preview row `row` shows, the centres of the rows aligned.
 int sourceRow(int row, int frameHeight, int previewHeight) {
-    return static_cast<int>((2 * static_cast<int64_t>(row) + 1) * frameHeight / (2 * static_cast<int64_t>(previewHeight)));
+    return static_cast<int>((2 * static_cast<int64_t>(row) + 1) * frameHeight /
+                            (2 * static_cast<int64_t>(previewHeight)));
 }
 
 }  // namespace
@@ -44,7 +45,8 @@ bool Preview::addRow(const uint16_t* frameRow) {
     if (rows_ >= frameHeight_ || !png_.writing()) return false;
     const int y = rows_++;
     bool converted = false;
-    for (; previewRows_ < previewHeight_ && sourceRow(previewRows_, frameHeight_, previewHeight_) == y; ++previewRows_) {
+    for (; previewRows_ < previewHeight_ && sourceRow(previewRows_, frameHeight_, previewHeight_) == y;
+         ++previewRows_) {
         if (!converted) {
             colour_.convertRow(frameRow, frameWidth_, frameRgb_.data());
             squarePixels_.resampleRow(frameRgb_.data(), previewRgb_.data());
