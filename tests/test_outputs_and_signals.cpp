@@ -188,13 +188,16 @@ TEST_F(Outputs, PreviewFitsTheLargestSide) {
 constexpr auto kPatience = std::chrono::seconds(60);
 
 // The program started in `directory` as a shell would start it: the signals at their defaults, except
-// `ignored`, none blocked, no core file.
-pid_t startProgram(const std::string& directory, const std::string& arguments, int ignored = 0) {
-    const std::string command = "exec '" PM5544_EXE "' " + arguments + " >/dev/null 2>/dev/null </dev/null";
+// `ignored`, none blocked, no core file; its standard output to `standardOutput` (-1: /dev/null).
+pid_t startProgram(const std::string& directory, const std::string& arguments, int ignored = 0,
+                   int standardOutput = -1) {
+    const std::string command =
+        "exec '" PM5544_EXE "' " + arguments + " 2>/dev/null </dev/null" + (standardOutput < 0 ? " >/dev/null" : "");
     std::fflush(stdout);
     std::fflush(stderr);
     const pid_t pid = fork();
     if (pid != 0) return pid;
+    if (standardOutput >= 0) dup2(standardOutput, STDOUT_FILENO);
     for (int each = 1; each < NSIG; ++each) signal(each, SIG_DFL);
     if (ignored != 0) signal(ignored, SIG_IGN);
     sigset_t none;
@@ -264,6 +267,21 @@ TEST_F(StoppedRun, EveryStopSignalRemovesTheTemporary) {
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == stop) << strsignal(stop) << ": status " << status;
         EXPECT_EQ(snapshot(dir.path("")), before) << strsignal(stop);
     }
+}
+
+// A preview sent to a pipe that no one reads any more: the run ends by the broken pipe, as a program in a
+// pipeline does, and the main output's temporary, complete by then, goes with it.
+TEST_F(StoppedRun, BrokenPipeRemovesTheTemporary) {
+    const Tree before = snapshot(dir.path(""));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    const pid_t pid = startProgram(dir.path(""), "-d 640x360 --preview - card.dpx", 0, ends[1]);
+    close(ends[1]);
+    const int status = statusOf(pid);
+    ASSERT_NE(status, -1) << "the run did not end";
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << "status " << status;
+    EXPECT_EQ(snapshot(dir.path("")), before);
 }
 
 // A signal the caller ignores stays ignored: the run goes on, and once the preview is read both

@@ -41,7 +41,8 @@ extern "C" void removeTemporariesAndStop(int signal) {
 
 extern "C" void removeTemporariesAtExit() { removeListedTemporaries(); }
 
-// A stop signal the caller ignores (as nohup does) stays ignored. SIGXFSZ is ignored so that a write
+// A stop signal the caller ignores (as nohup does) stays ignored, and one that something in the process
+// already handles (a profiler's SIGPROF) keeps its handler. SIGXFSZ is ignored so that a write
 // past the file-size limit fails with EFBIG and is reported like a full disk, instead of killing the
 // process with its temporary left behind.
 void installCleanupOnce() {
@@ -55,7 +56,7 @@ void installCleanupOnce() {
     for (int signal = 1; signal < NSIG; ++signal) {
         struct sigaction previous {};
         if (sigismember(&action.sa_mask, signal) == 1 && sigaction(signal, nullptr, &previous) == 0 &&
-            previous.sa_handler != SIG_IGN)
+            (previous.sa_flags & SA_SIGINFO) == 0 && previous.sa_handler == SIG_DFL)
             sigaction(signal, &action, nullptr);
     }
     signal(SIGXFSZ, SIG_IGN);
