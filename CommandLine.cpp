@@ -270,7 +270,8 @@ const Option shortOptionTable[] = {
 const Option longOptionTable[] = {
     {"--format", "EXT", nullptr, "the format to write whatever FILE's extension: a name from the list of formats",
      applyFormat, formatNames},
-    {"--preview", "FILE.png", nullptr, "also write a PNG preview of the frame to FILE.png", applyPreview, nullptr},
+    {"--preview", "FILE.png", nullptr,
+     "also write a PNG preview of the frame to FILE.png; - sends it to standard output", applyPreview, nullptr},
     {"--frames", "N", "1", "number of frames to write, 1 to 1000000", applyFrames, nullptr},
     {"--rate", "NUM[/DEN]", "25", "frame rate in frames per second, such as 25 or 30000/1001", applyRate, rateWords},
     {"--ident", "TEXT", nullptr, "identification text drawn on the card", applyIdent, nullptr},
