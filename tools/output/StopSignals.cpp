@@ -6,8 +6,8 @@ namespace StopSignals {
 
 namespace {
 
-// Terminal, job control, timers, user signals, broken pipes and CPU limits: the ways a run is stopped
-// from outside or by its environment.
+// The terminal (Ctrl-C, Ctrl-\, a hang-up), kill, timers, user signals, a broken pipe, CPU limits, I/O
+// and power events: the ways a run is stopped from outside or by its environment.
 constexpr int kNamedStopSignals[] = {
     SIGINT,    SIGTERM, SIGHUP,    SIGQUIT, SIGPIPE, SIGUSR1, SIGUSR2,
     SIGALRM,   SIGXCPU, SIGVTALRM, SIGPROF, SIGPOLL, SIGPWR,
