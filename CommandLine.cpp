@@ -280,7 +280,10 @@ const Option longOptionTable[] = {
     {"--ident", "TEXT", nullptr, "identification text drawn on the card", applyIdent, nullptr},
     {"--caption", "TEXT", nullptr, "caption text drawn on the card", applyCaption, nullptr},
     {"--clock", nullptr, nullptr, "draw a clock on the card", applyClock, nullptr},
-    {"--font", "NAME", nullptr, "font family of the card's text, as Fontconfig names it", applyFont, nullptr},
+    {"--font", "NAME", nullptr,
+     "font of the card's text, matched by Fontconfig: a family, Sans, serif, Monospace or FAMILY:STYLE; bold unless "
+     "the name says otherwise",
+     applyFont, nullptr},
     {"--timecode", "HH:MM:SS:FF", nullptr,
      "timecode of the first frame, counting nominal frames a second (30 for 30000/1001); HH:MM:SS;FF counts "
      "drop-frame at 30000/1001 and 60000/1001",

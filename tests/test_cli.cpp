@@ -151,6 +151,13 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         {"-d 160x90 -c 709 --clock --timecode '00:10:00;00' --rate 60000/1001 card.y4m", 0, "Writing y4m file\n", "",
          "card.y4m"},
         {"--ident '\xff\xfe' card.png", 1, "", "Error: --ident \xff\xfe is not UTF-8 text\n", ""},
+        // Generic names resolve through Fontconfig; a family not installed falls back with a warning.
+        {"-d 160x90 --ident X --font Monospace card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font serif card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font Sans card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font Sans:bold card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font 'Nonexistent Family 7f3e' card.png", 0, "Font: (none)\n",
+         "Warning: Font \"Nonexistent Family 7f3e\" could not be loaded", "card.png"},
         {"--format tiff card.png", 1, "", "Error: Unknown format tiff (--format); did you mean tif?\n", ""},
         {"--preview card.png card.png", 1, "", "Error: --preview card.png is the output file as well\n", ""},
         // Warnings: the value as read is used.
@@ -203,6 +210,17 @@ TEST_F(Program, ClockDrawsTheAcceptedTimecode) {
         EXPECT_EQ(0, clock.compare(0, first.size(), first)) << clip.first;
         EXPECT_EQ(0, clock.compare(first.size(), std::string::npos, second, header)) << clip.second;
     }
+}
+
+// The face a font name matches is the one drawn: the ident in Monospace and in serif differs from the
+// default's and from each other's.
+TEST_F(Program, FontNamesChangeTheDrawnFace) {
+    std::set<std::string> cards;
+    for (const char* font : {"", "--font Monospace ", "--font serif "}) {
+        ASSERT_EQ(run(std::string("-d 320x180 --ident PM5544 ") + font + "card.png").status, 0) << font;
+        cards.insert(file("card.png"));
+    }
+    EXPECT_EQ(3u, cards.size());
 }
 
 // PNG keeps only the output depth's bits of every sample, as ffmpeg, an independent decoder, reads it;
