@@ -173,8 +173,3 @@ int TTFont::createCairoFontfaceFromFile(cairo_t* /*cr*/, const char* name) {
     printf("FreetypeFont: '%s'  style: '%s'\n", orEmpty(face->family_name), orEmpty(face->style_name));
     return Loaded;
 }
-
-std::string TTFont::fontDescForSize(int size) const {
-    if (face == nullptr) return "";
-    return std::string(orEmpty(face->family_name)) + ", " + orEmpty(face->style_name) + " " + std::to_string(size);
-}

@@ -1,7 +1,6 @@
 // A font found through Fontconfig's matching and loaded with FreeType for Cairo.
 #pragma once
 
-#include <string>
 
 typedef struct _cairo cairo_t;
 typedef struct _cairo_font_face cairo_font_face_t;
@@ -24,7 +23,4 @@ public:
     // it for Cairo; the context is not used. A name whose family is not installed, and that the
     // configuration names no substitute for, fails like a name that matches nothing.
     int createCairoFontfaceFromFile(cairo_t* cr, const char* name);
-
-    // "Family, Style size", or "" when no face is loaded.
-    std::string fontDescForSize(int size) const;
 };
