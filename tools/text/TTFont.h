@@ -1,7 +1,6 @@
 // A font found through Fontconfig's matching and loaded with FreeType for Cairo.
 #pragma once
 
-
 typedef struct _cairo cairo_t;
 typedef struct _cairo_font_face cairo_font_face_t;
 typedef struct FT_FaceRec_* FT_Face;
