@@ -17,6 +17,7 @@
 #include "CommandLineReading.h"
 #include "OutputFormats.h"
 #include "colour/ColourSpace.h"
+#include "text/ClockText.h"
 
 using PatternGen::colorAxes_e;
 
@@ -219,20 +220,23 @@ bool applyClock(const char*, const char*, Settings& s) {
     return true;
 }
 
-// HH:MM:SS:FF, two digits each; the frames are checked against the rate once every option is read.
+// HH:MM:SS:FF, or HH:MM:SS;FF for drop-frame, two digits each; the frames are checked against the rate
+// once every option is read.
 bool applyTimecode(const char* option, const char* value, Settings& s) {
     const int limits[] = {23, 59, 59, 99};
     int fields[4] = {};
     bool valid = std::strlen(value) == 11;
     for (int i = 0; valid && i < 4; ++i) {
         const char* field = value + 3 * i;
+        const bool separated = i == 3 || field[2] == ':' || (i == 2 && field[2] == ';');
         valid = std::isdigit(static_cast<unsigned char>(field[0])) &&
-                std::isdigit(static_cast<unsigned char>(field[1])) && (i == 3 || field[2] == ':');
+                std::isdigit(static_cast<unsigned char>(field[1])) && separated;
         fields[i] = valid ? (field[0] - '0') * 10 + (field[1] - '0') : 0;
         valid = valid && fields[i] <= limits[i];
     }
-    if (!valid) return error("Timecode %s is not HH:MM:SS:FF within 23:59:59 (%s)", value, option);
-    s.timecode = Timecode{fields[0], fields[1], fields[2], fields[3]};
+    if (!valid)
+        return error("Timecode %s is not HH:MM:SS:FF (or HH:MM:SS;FF, drop-frame) within 23:59:59 (%s)", value, option);
+    s.timecode = Timecode{fields[0], fields[1], fields[2], fields[3], value[8] == ';'};
     return true;
 }
 
@@ -277,8 +281,14 @@ const Option longOptionTable[] = {
     {"--ident", "TEXT", nullptr, "identification text drawn on the card", applyIdent, nullptr},
     {"--caption", "TEXT", nullptr, "caption text drawn on the card", applyCaption, nullptr},
     {"--clock", nullptr, nullptr, "draw a clock on the card", applyClock, nullptr},
-    {"--font", "NAME", nullptr, "font family of the card's text, as Fontconfig names it", applyFont, nullptr},
-    {"--timecode", "HH:MM:SS:FF", nullptr, "timecode of the first frame", applyTimecode, nullptr},
+    {"--font", "NAME", nullptr,
+     "font of the card's text, matched by Fontconfig: a family, Sans, serif, Monospace or FAMILY:STYLE; bold unless "
+     "the name says otherwise",
+     applyFont, nullptr},
+    {"--timecode", "HH:MM:SS:FF", nullptr,
+     "timecode of the first frame, counting nominal frames a second (30 for 30000/1001); HH:MM:SS;FF counts "
+     "drop-frame at 30000/1001 and 60000/1001",
+     applyTimecode, nullptr},
     {"--help", nullptr, nullptr, "print this help and exit", applyNothing, nullptr},
     {"--version", nullptr, nullptr, "print the version and the versions of the libraries, and exit", applyNothing,
      nullptr},
@@ -348,12 +358,36 @@ std::vector<Word> readWords(int argc, char** argv) {
     return words;
 }
 
+// The timecode of the first frame against the rate, which fixes the frame numbers of a second and
+// whether drop-frame counting exists.
+bool checkTimecode(const Timecode& t, int rateNum, int rateDen) {
+    const std::string rate =
+        rateDen == 1 ? std::to_string(rateNum) : std::to_string(rateNum) + "/" + std::to_string(rateDen);
+    const ClockStart start{true, t.hours, t.minutes, t.seconds, t.frames, t.dropFrame};
+    const std::string text = ClockText::timecodeText(start);
+    const int dropped = ClockText::droppedFrameNumbers(rateNum, rateDen);
+    if (t.dropFrame && dropped == 0)
+        return error(
+            "Timecode %s is drop-frame, which keeps step with the rates 30000/1001 and 60000/1001 only, not "
+            "%s; HH:MM:SS:FF counts every frame (--timecode)",
+            text.c_str(), rate.c_str());
+    const int framesPerSecond = ClockText::nominalFrameRate(rateNum, rateDen);
+    if (t.frames >= framesPerSecond)
+        return error(
+            "Timecode frame %02d is past the last frame of a second at the rate %s, which a timecode counts "
+            "as %d frames a second (--timecode)",
+            t.frames, rate.c_str(), framesPerSecond);
+    if (!ClockText::isCounted(start, rateNum, rateDen))
+        return error(
+            "Timecode %s does not exist in drop-frame counting: the first %d frame numbers of every minute "
+            "except every tenth are skipped (--timecode)",
+            text.c_str(), dropped);
+    return true;
+}
+
 // Checks that need every option read.
 bool checkCombinations(const Settings& s) {
-    const int framesPerSecond = (s.rateNum + s.rateDen - 1) / s.rateDen;
-    if (s.timecode && s.timecode->frames >= framesPerSecond)
-        return error("Timecode frame %02d is past the last frame of a second at the rate %d/%d (--timecode)",
-                     s.timecode->frames, s.rateNum, s.rateDen);
+    if (s.timecode && !checkTimecode(*s.timecode, s.rateNum, s.rateDen)) return false;
     if (!s.preview.empty() && s.haveFileName && s.preview == s.fileName)
         return error("--preview %s is the output file as well", s.preview.c_str());
     return true;

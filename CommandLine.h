@@ -26,6 +26,7 @@ constexpr int maximumRateTerm = 1000000;  // numerator and denominator of --rate
 
 struct Timecode {
     int hours = 0, minutes = 0, seconds = 0, frames = 0;
+    bool dropFrame = false;  // HH:MM:SS;FF
 };
 
 // What the command line asked for, with the defaults of a plain run.

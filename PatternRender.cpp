@@ -189,7 +189,7 @@ bool hasBoxText(const Settings& s) { return !s.ident.empty() || !s.caption.empty
 ClockStart clockStart(const Settings& s) {
     if (!s.timecode) return ClockText::timeOfDay(std::time(nullptr));
     const Timecode& t = *s.timecode;
-    return ClockStart{true, t.hours, t.minutes, t.seconds, t.frames};
+    return ClockStart{true, t.hours, t.minutes, t.seconds, t.frames, t.dropFrame};
 }
 
 // The lower box's text in a given frame: the clock moves on with the frames, a caption stays.

@@ -130,12 +130,34 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         {"--rate 29.97 card.png", 1, "", "Error: Rate 29.97 is not NUM or NUM/DEN", ""},
         {"--rate 30000/0 card.png", 1, "", "Error: Rate 30000/0 is not NUM or NUM/DEN", ""},
         {"--timecode 24:00:00:00 card.png", 1, "",
-         "Error: Timecode 24:00:00:00 is not HH:MM:SS:FF within 23:59:59 (--timecode)\n", ""},
+         "Error: Timecode 24:00:00:00 is not HH:MM:SS:FF (or HH:MM:SS;FF, drop-frame) within 23:59:59 (--timecode)\n",
+         ""},
+        {"--timecode '00:00;00:00' card.png", 1, "", "Error: Timecode 00:00;00:00 is not HH:MM:SS:FF", ""},
         {"--timecode 00:00:00:30 --rate 30000/1001 card.png", 1, "",
          "Error: Timecode frame 30 is past the last frame of a second at the rate 30000/1001", ""},
+        // One timecode base, the rate rounded to the nearest whole number: 26/5 counts frames 00 to 04.
+        {"--clock --timecode 10:00:00:05 --rate 26/5 card.y4m", 1, "",
+         "Error: Timecode frame 05 is past the last frame of a second at the rate 26/5, which a timecode counts as "
+         "5 frames a second (--timecode)\n", ""},
+        {"--clock --timecode '10:00:00;05' card.y4m", 1, "",
+         "Error: Timecode 10:00:00;05 is drop-frame, which keeps step with the rates 30000/1001 and 60000/1001 only, "
+         "not 25; HH:MM:SS:FF counts every frame (--timecode)\n", ""},
+        {"--clock --timecode '00:01:00;01' --rate 30000/1001 card.y4m", 1, "",
+         "Error: Timecode 00:01:00;01 does not exist in drop-frame counting: the first 2 frame numbers", ""},
+        {"--clock --timecode '00:01:00;03' --rate 60000/1001 card.y4m", 1, "",
+         "Error: Timecode 00:01:00;03 does not exist in drop-frame counting: the first 4 frame numbers", ""},
         {"-d 160x90 -c 709 --clock --timecode 00:00:00:29 --rate 30000/1001 card.y4m", 0, "Writing y4m file\n", "",
          "card.y4m"},
+        {"-d 160x90 -c 709 --clock --timecode '00:10:00;00' --rate 60000/1001 card.y4m", 0, "Writing y4m file\n", "",
+         "card.y4m"},
         {"--ident '\xff\xfe' card.png", 1, "", "Error: --ident \xff\xfe is not UTF-8 text\n", ""},
+        // Generic names resolve through Fontconfig; a family not installed falls back with a warning.
+        {"-d 160x90 --ident X --font Monospace card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font serif card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font Sans card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font Sans:bold card.png", 0, "FreetypeFont: '", "", "card.png"},
+        {"-d 160x90 --ident X --font 'Nonexistent Family 7f3e' card.png", 0, "Font: (none)\n",
+         "Warning: Font \"Nonexistent Family 7f3e\" could not be loaded", "card.png"},
         {"--format tiff card.png", 1, "", "Error: Unknown format tiff (--format); did you mean tif?\n", ""},
         {"--preview card.png card.png", 1, "", "Error: --preview card.png is the output file as well\n", ""},
         // Warnings: the value as read is used.
@@ -168,6 +190,37 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         EXPECT_TRUE(*row.err ? r.err.rfind(row.err, 0) == 0 : r.err.empty()) << row.args << "\n" << r.err;
         EXPECT_EQ(takeFiles(), *row.written ? std::set<std::string>{row.written} : std::set<std::string>{}) << row.args;
     }
+}
+
+// The clock draws the timecode the command line accepted and counts on from it: frames 0 and 1 of a clip
+// are the frames of captions naming those timecodes (drop-frame skips 00:01:00;00 and ;01; 26/5 is counted
+// as 5 frames a second).
+TEST_F(Program, ClockDrawsTheAcceptedTimecode) {
+    const struct {
+        const char *rate, *first, *second;
+    } clips[] = {{"30000/1001", "00:00:59;29", "00:01:00;02"}, {"26/5", "10:00:00:04", "10:00:01:00"}};
+    for (const auto& clip : clips) {
+        const std::string options = std::string("-d 320x180 -c 709 -s 422 -b 10 --rate ") + clip.rate + " ";
+        ASSERT_EQ(run(options + "--clock --timecode '" + clip.first + "' --frames 2 clock.y4m").status, 0);
+        ASSERT_EQ(run(options + "--caption '" + clip.first + "' first.y4m").status, 0);
+        ASSERT_EQ(run(options + "--caption '" + clip.second + "' second.y4m").status, 0);
+        const std::string clock = file("clock.y4m"), first = file("first.y4m"), second = file("second.y4m");
+        const size_t header = second.find('\n') + 1;
+        ASSERT_EQ(clock.size(), first.size() + second.size() - header) << clip.rate;
+        EXPECT_EQ(0, clock.compare(0, first.size(), first)) << clip.first;
+        EXPECT_EQ(0, clock.compare(first.size(), std::string::npos, second, header)) << clip.second;
+    }
+}
+
+// The face a font name matches is the one drawn: the ident in Monospace and in serif differs from the
+// default's and from each other's.
+TEST_F(Program, FontNamesChangeTheDrawnFace) {
+    std::set<std::string> cards;
+    for (const char* font : {"", "--font Monospace ", "--font serif "}) {
+        ASSERT_EQ(run(std::string("-d 320x180 --ident PM5544 ") + font + "card.png").status, 0) << font;
+        cards.insert(file("card.png"));
+    }
+    EXPECT_EQ(3u, cards.size());
 }
 
 // PNG keeps only the output depth's bits of every sample, as ffmpeg, an independent decoder, reads it;

@@ -1,17 +1,32 @@
-// Clock and timecode text per frame: known values at common rates, wrapping at midnight, the local time.
+// Clock and timecode text per frame: known values at common rates, drop-frame counting against an
+// independent count, wrapping at midnight, the local time.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "text/ClockText.h"
 
 namespace {
 
 ClockStart timeOfDay(int h, int m, int s) { return ClockStart{false, h, m, s, 0}; }
-ClockStart timecode(int h, int m, int s, int f) { return ClockStart{true, h, m, s, f}; }
+ClockStart timecode(int h, int m, int s, int f) { return ClockStart{true, h, m, s, f, false}; }
+ClockStart dropFrame(int h, int m, int s, int f) { return ClockStart{true, h, m, s, f, true}; }
+
+// The next label of a drop-frame count as a tape counter reaches it: one frame on, then past the numbers
+// a minute not divisible by ten skips at its start.
+ClockStart nextLabel(ClockStart t, int fps, int dropped) {
+    if (++t.frames == fps) t.frames = 0, ++t.seconds;
+    if (t.seconds == 60) t.seconds = 0, ++t.minutes;
+    if (t.minutes == 60) t.minutes = 0, ++t.hours;
+    if (t.hours == 24) t.hours = 0;
+    if (t.frames == 0 && t.seconds == 0 && t.minutes % 10 != 0) t.frames = dropped;
+    return t;
+}
 
 }  // namespace
 
@@ -41,10 +56,82 @@ TEST(ClockText, FrameNIsFrameZeroPlusNOverTheRate) {
         {timecode(1, 2, 3, 4), 46, 50, 1, "01:02:04:00"},
         {timecode(0, 59, 59, 23), 1, 24000, 1001, "01:00:00:00"},
         {timecode(23, 59, 59, 24), 1, 25, 1, "00:00:00:00"},
+        {timecode(23, 59, 59, 29), 1, 30000, 1001, "00:00:00:00"},
+        // 26/5 is 5.2 frames a second: counted as 5, so frame 4 is the last of a second.
+        {timecode(10, 0, 0, 4), 1, 26, 5, "10:00:01:00"},
+        {timecode(10, 0, 0, 0), 5, 26, 5, "10:00:01:00"},
+        {timecode(0, 0, 0, 0), 61, 121, 2, "00:00:01:00"},  // 60.5 rounds to 61
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.text, ClockText::clockText(c.start, c.frame, c.rateNum, c.rateDen))
             << c.frame << " at " << c.rateNum << "/" << c.rateDen;
+}
+
+// Drop-frame at 30000/1001 skips frame numbers 00 and 01 at each minute except every tenth, so ten minutes
+// hold 10 * 1800 - 9 * 2 = 17982 frames and an hour 6 * 17982 = 107892; at 60000/1001 it skips 00 to 03,
+// twice as many frames in the same times.
+TEST(ClockText, DropFrameCountsBySkippingFrameNumbers) {
+    const struct {
+        ClockStart start;
+        int64_t frame;
+        int rateNum;
+        const char* text;
+    } cases[] = {
+        {dropFrame(0, 0, 0, 0), 0, 30000, "00:00:00;00"},
+        {dropFrame(0, 0, 0, 0), 1799, 30000, "00:00:59;29"},
+        {dropFrame(0, 0, 0, 0), 1800, 30000, "00:01:00;02"},
+        {dropFrame(0, 0, 0, 0), 1800 + 1798, 30000, "00:02:00;02"},
+        {dropFrame(0, 0, 0, 0), 17981, 30000, "00:09:59;29"},
+        {dropFrame(0, 0, 0, 0), 17982, 30000, "00:10:00;00"},
+        {dropFrame(0, 0, 0, 0), 17982 + 1800, 30000, "00:11:00;02"},
+        {dropFrame(0, 0, 0, 0), 107892, 30000, "01:00:00;00"},
+        {dropFrame(0, 0, 0, 0), 24 * 107892, 30000, "00:00:00;00"},
+        {dropFrame(0, 0, 59, 29), 1, 30000, "00:01:00;02"},
+        {dropFrame(0, 1, 0, 2), 0, 30000, "00:01:00;02"},
+        {dropFrame(10, 0, 0, 5), 1, 30000, "10:00:00;06"},
+        {dropFrame(23, 59, 59, 29), 1, 30000, "00:00:00;00"},
+        {dropFrame(0, 0, 0, 0), 3599, 60000, "00:00:59;59"},
+        {dropFrame(0, 0, 0, 0), 3600, 60000, "00:01:00;04"},
+        {dropFrame(0, 0, 0, 0), 35964, 60000, "00:10:00;00"},
+        {dropFrame(0, 0, 0, 0), 215784, 60000, "01:00:00;00"},
+        {dropFrame(23, 59, 59, 59), 1, 60000, "00:00:00;00"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.text, ClockText::clockText(c.start, c.frame, c.rateNum, 1001)) << c.frame << " at " << c.rateNum;
+}
+
+// Frame by frame, a drop-frame clock shows what a counter stepping label by label shows: for 80 minutes
+// from a start in a minute that skips numbers, across midnight and past a tenth minute and an hour.
+TEST(ClockText, DropFrameStepsLikeACounter) {
+    for (const auto& [rateNum, fps, dropped] : {std::tuple{30000, 30, 2}, std::tuple{60000, 60, 4}}) {
+        const ClockStart start = dropFrame(23, 51, 0, dropped);
+        ClockStart expected = start;
+        for (int64_t frame = 0; frame < 80 * 60 * fps; ++frame) {
+            ASSERT_EQ(ClockText::timecodeText(expected), ClockText::clockText(start, frame, rateNum, 1001))
+                << frame << " at " << rateNum;
+            expected = nextLabel(expected, fps, dropped);
+        }
+    }
+}
+
+// A timecode names a frame when its frame number is within the nominal rate and, drop-frame, not one of
+// the numbers skipped. Drop-frame exists at 30000/1001 and 60000/1001 (however written) only.
+TEST(ClockText, WhichTimecodesExist) {
+    EXPECT_EQ(2, ClockText::droppedFrameNumbers(30000, 1001));
+    EXPECT_EQ(2, ClockText::droppedFrameNumbers(60000, 2002));
+    EXPECT_EQ(4, ClockText::droppedFrameNumbers(60000, 1001));
+    for (const auto& [num, den] : {std::pair{30, 1}, std::pair{25, 1}, std::pair{24000, 1001}, std::pair{30001, 1001}})
+        EXPECT_EQ(0, ClockText::droppedFrameNumbers(num, den)) << num << "/" << den;
+    EXPECT_FALSE(ClockText::isCounted(dropFrame(0, 1, 0, 0), 30000, 1001));
+    EXPECT_FALSE(ClockText::isCounted(dropFrame(0, 1, 0, 1), 30000, 1001));
+    EXPECT_TRUE(ClockText::isCounted(dropFrame(0, 1, 0, 2), 30000, 1001));
+    EXPECT_TRUE(ClockText::isCounted(dropFrame(0, 10, 0, 0), 30000, 1001));
+    EXPECT_TRUE(ClockText::isCounted(dropFrame(0, 1, 1, 0), 30000, 1001));
+    EXPECT_FALSE(ClockText::isCounted(dropFrame(0, 1, 0, 3), 60000, 1001));
+    EXPECT_TRUE(ClockText::isCounted(dropFrame(0, 1, 0, 4), 60000, 1001));
+    EXPECT_TRUE(ClockText::isCounted(timecode(0, 1, 0, 0), 30000, 1001));
+    EXPECT_TRUE(ClockText::isCounted(timecode(0, 0, 0, 4), 26, 5));
+    EXPECT_FALSE(ClockText::isCounted(timecode(0, 0, 0, 5), 26, 5));
 }
 
 // The start of a time-of-day clock is the local time, here two hours east of UTC (a zone given in the

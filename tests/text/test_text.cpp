@@ -2,7 +2,10 @@
 // LeakSanitizer checks the Pango and Cairo objects.
 #include <ft2build.h>
 #include FT_FREETYPE_H
+#include <fontconfig/fontconfig.h>
 #include <gtest/gtest.h>
+#include <pango/pangocairo.h>
+#include <pango/pangofc-font.h>
 
 #include <algorithm>
 #include <climits>
@@ -88,21 +91,45 @@ const TextSlug& slug(const PatternSpec& pattern, size_t index = 0) { return *pat
 
 }  // namespace
 
-// Every match is reported, the first as "Font:"; the face loaded is the first file's.
-TEST(FontLoading, ReportsEveryMatchAndLoadsTheFirst) {
-    const size_t matches =
-        splitLines(TestFiles::commandOutput("fc-list 'DejaVu Sans Mono' --format='%{file}\\n' 2>/dev/null")).size();
-    if (matches < 2) GTEST_SKIP() << "fc-list or the DejaVu fonts are missing";
-    TTFont font;
-    int status = -1;
-    const std::vector<std::string> lines =
-        splitLines(stdoutOf([&] { status = font.createCairoFontfaceFromFile(nullptr, "DejaVu Sans Mono"); }));
-    ASSERT_TRUE(TTFont::Loaded == status && font.cairoFace != nullptr && lines.size() == matches + 2);
-    EXPECT_EQ("Available fonts: " + std::to_string(matches), lines[0]);
-    EXPECT_TRUE(lines[1].rfind("Font: /", 0) == 0 && lines[matches].rfind("Alt Font: /", 0) == 0);
-    const std::string style = font.face->style_name;
-    EXPECT_EQ("FreetypeFont: 'DejaVu Sans Mono'  style: '" + style + "'", lines.back());
-    EXPECT_EQ("DejaVu Sans Mono, " + style + " 100", font.fontDescForSize(100));
+// The file Pango loads for a description.
+std::string fileDrawnFor(const PangoFontDescription* description) {
+    PangoFontMap* map = pango_cairo_font_map_get_default();
+    PangoContext* context = pango_font_map_create_context(map);
+    PangoFont* font = pango_font_map_load_font(map, context, description);
+    FcChar8* file = nullptr;
+    const bool found = font != nullptr && FcPatternGetString(pango_fc_font_get_pattern(PANGO_FC_FONT(font)), FC_FILE, 0,
+                                                             &file) == FcResultMatch;
+    const std::string path = found ? reinterpret_cast<const char*>(file) : "";
+    if (font != nullptr) g_object_unref(font);
+    g_object_unref(context);
+    return path;
+}
+
+// A name, generic or not, is resolved as fc-match resolves it (the family it reports), bold unless the
+// name says otherwise. Every font of the matched family is reported, the match first as "Font:"; the
+// face loaded, and the face Pango draws the text in, is that file.
+TEST(FontLoading, NamesResolveAsFontconfigMatchesThem) {
+    for (const char* name : {"Monospace", "serif", "Sans", "Sans:bold", "DejaVu Sans Mono", "DejaVu Sans:book"}) {
+        const std::string family = TestFiles::commandOutput(std::string("fc-match -f '%{family[0]}' '") + name + "'");
+        const std::string listCommand = "fc-list '" + family + "' --format='%{file}\\n' 2>/dev/null";
+        const size_t familyFonts = splitLines(TestFiles::commandOutput(listCommand)).size();
+        if (family.empty() || familyFonts == 0) GTEST_SKIP() << "fc-match or the fonts are missing";
+        CaptionPattern pattern({});
+        int status = -1;
+        const std::vector<std::string> lines = splitLines(stdoutOf([&] { status = pattern.defineFont(name); }));
+        const TTFont& font = pattern.fonts.at(0);
+        ASSERT_TRUE(TTFont::Loaded == status && font.face != nullptr && lines.size() == familyFonts + 2) << name;
+        EXPECT_EQ("Available fonts: " + std::to_string(familyFonts), lines[0]) << name;
+        EXPECT_EQ(0u, lines[1].rfind("Font: /", 0)) << name;
+        const std::string style = font.face->style_name;
+        EXPECT_EQ("FreetypeFont: '" + family + "'  style: '" + style + "'", lines.back()) << name;
+        EXPECT_EQ(std::string(name).find(":book") == std::string::npos, style.find("Bold") != std::string::npos)
+            << name << ": " << style;
+        int pixelSize = 0;
+        PangoFontDescription* description = pattern.getFont(0, H, 100, pixelSize);
+        EXPECT_EQ(lines[1].substr(6), fileDrawnFor(description)) << name;
+        pango_font_description_free(description);
+    }
 }
 
 // A family that matches nothing is reported as such and keeps its place among the pattern's fonts.

@@ -1,6 +1,7 @@
 // Text overlay: text blocks placed by the pattern, laid out with Pango and drawn with Cairo into layer 0.
 #include <cairo.h>
 #include <pango/pangocairo.h>
+#include <pango/pangofc-fontmap.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -127,14 +128,14 @@ PangoRectangle logicalExtentsAt(PangoLayout* layout, PangoFontDescription* font,
     return logical;
 }
 
-// The font's family in bold, upright and of normal width, whatever face of it was loaded.
-void makeBoldUpright(PangoFontDescription* font) {
+// Without a loaded font, the generic sans-serif family (rather than Pango's default, a serif) in the look
+// a font is matched for: bold, upright and of normal width. A loaded font's description is its own.
+void useFallbackWithoutAFont(PangoFontDescription* font) {
+    if ((pango_font_description_get_set_fields(font) & PANGO_FONT_MASK_FAMILY) != 0) return;
+    pango_font_description_set_family(font, fallbackFamily);
     pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
     pango_font_description_set_style(font, PANGO_STYLE_NORMAL);
     pango_font_description_set_stretch(font, PANGO_STRETCH_NORMAL);
-    // Without a loaded font, the generic sans-serif family rather than Pango's default (a serif).
-    if ((pango_font_description_get_set_fields(font) & PANGO_FONT_MASK_FAMILY) == 0)
-        pango_font_description_set_family(font, fallbackFamily);
 }
 
 // The size in pixels that makes the line fit.lineHeight high, or less if it is then wider than `room`
@@ -306,10 +307,12 @@ int PatternSpec::renderSlug(cairo_t* cr, PangoLayout* layout, int x, int y, Text
 }
 
 PangoFontDescription* PatternSpec::getFont(int fontIndex, int height, int sizePercent, int& pixelSize) {
-    // Without that font, an empty description leaves the family to Pango's default.
+    // The matched font's family, weight, slant and width as Pango reads them from Fontconfig, so that
+    // Pango draws that face. Without it, an empty description leaves the family to Pango's default.
     const bool known = fontIndex >= 0 && static_cast<size_t>(fontIndex) < fonts.size();
-    const std::string description = known ? fonts[fontIndex].fontDescForSize(sizePercent) : std::string();
-    PangoFontDescription* font = pango_font_description_from_string(description.c_str());
+    FcPattern* match = known ? fonts[fontIndex].match : nullptr;
+    PangoFontDescription* font =
+        match != nullptr ? pango_fc_font_description_from_pattern(match, FALSE) : pango_font_description_new();
 
     // height * size * 1024 / 792, truncated; formed in 64 bits so that no intermediate product overflows.
     const int64_t absoluteSize = static_cast<int64_t>(height) * sizePercent * PANGO_SCALE / linesPerHundredPercent;
@@ -332,7 +335,7 @@ void PatternSpec::renderTextInto(TextCoverage& coverage, const std::string& text
     pango_layout_set_text(layout, text.c_str(), -1);
     int pixelSize = 0;
     PangoFontDescription* font = getFont(0, height, 100, pixelSize);
-    makeBoldUpright(font);
+    useFallbackWithoutAFont(font);
 
     // Laid out in units square on the display (pixel heights), in which the raster is width *
     // pixelAspect wide, and centred by the line's logical extents.

@@ -1,4 +1,4 @@
-// Finding a font family through Fontconfig and loading its first file with FreeType for Cairo.
+// Finding a font through Fontconfig's matching and loading it with FreeType for Cairo.
 #include "text/TTFont.h"
 
 #include <cairo-ft.h>
@@ -13,15 +13,16 @@
 
 namespace {
 
-// Shown in the messages when no font file matched the family.
+// Shown in the messages when no font file matched the name.
 const char* const noFontPath = "(none)";
 
 // Loaded faces live for the whole run and TTFont copies share them, so nothing ever releases them.
-// Each FreeType library (which owns its faces) and Cairo face is recorded here so they stay reachable
-// rather than lost when the last TTFont copy goes away.
+// Each FreeType library (which owns its faces), Cairo face and matched pattern is recorded here so
+// they stay reachable rather than lost when the last TTFont copy goes away.
 struct KeptFont {
     FT_Library library;
     cairo_font_face_t* cairoFace;
+    FcPattern* match;
 };
 
 std::vector<KeptFont>& keptFonts() {
@@ -30,70 +31,140 @@ std::vector<KeptFont>& keptFonts() {
     return *kept;
 }
 
-// Reads the "file" property of a listed font; false when it has none.
-bool fontFilePath(FcPattern* font, std::string& path) {
+// Reads the "file" property of a font; false when it has none.
+bool fontFilePath(const FcPattern* font, std::string& path) {
     FcChar8* file = nullptr;
     if (FcPatternGetString(font, FC_FILE, 0, &file) != FcResultMatch || file == nullptr) return false;
     path = reinterpret_cast<const char*>(file);
     return true;
 }
 
-// Lists the installed fonts of one family with the properties we report.
-FcFontSet* listFamily(const char* family) {
-    FcInit();
-    FcConfig* config = FcConfigGetCurrent();
-    // The font list is not re-read while the program runs.
-    FcConfigSetRescanInterval(config, 0);
-
-    FcPattern* pattern = FcPatternBuild(nullptr, FC_FAMILY, FcTypeString, family, static_cast<char*>(nullptr));
-    FcObjectSet* properties = FcObjectSetBuild(FC_FAMILY, FC_STYLE, FC_LANG, FC_FILE, static_cast<char*>(nullptr));
-    FcFontSet* matches = FcFontList(config, pattern, properties);
-    FcObjectSetDestroy(properties);
-    FcPatternDestroy(pattern);
-    return matches;
+// The face within the font's file (a collection holds several); 0 when not given.
+int faceIndex(const FcPattern* font) {
+    int index = 0;
+    return FcPatternGetInteger(font, FC_INDEX, 0, &index) == FcResultMatch ? index : 0;
 }
 
-// Prints the matches and returns the first one's file, or "" when there is none.
-std::string reportMatches(const FcFontSet* matches) {
-    const int count = matches ? matches->nfont : 0;
-    printf("Available fonts: %d\n", count);
-    if (count == 0) {
-        printf("Font: %s\n", noFontPath);
-        return "";
+std::string familyOf(const FcPattern* font) {
+    FcChar8* family = nullptr;
+    return FcPatternGetString(font, FC_FAMILY, 0, &family) == FcResultMatch ? reinterpret_cast<const char*>(family)
+                                                                            : "";
+}
+
+// The look the text is drawn in, wherever the name does not say otherwise: bold, upright, normal width.
+void preferBoldUpright(FcPattern* request) {
+    const struct {
+        const char* object;
+        int value;
+    } preferences[] = {{FC_WEIGHT, FC_WEIGHT_BOLD}, {FC_SLANT, FC_SLANT_ROMAN}, {FC_WIDTH, FC_WIDTH_NORMAL}};
+    FcValue given;
+    for (const auto& preference : preferences)
+        if (FcPatternGet(request, preference.object, 0, &given) != FcResultMatch)
+            FcPatternAddInteger(request, preference.object, preference.value);
+}
+
+// Where a family stands in the request's list of families; -1 when it is not there.
+int familyPosition(const FcPattern* request, const FcChar8* family) {
+    FcChar8* listed = nullptr;
+    for (int i = 0; FcPatternGetString(request, FC_FAMILY, i, &listed) == FcResultMatch; ++i)
+        if (FcStrCmpIgnoreCase(listed, family) == 0) return i;
+    return -1;
+}
+
+// Whether the match only stands in for a family that is not installed. Substituting, the configuration
+// puts the families it takes for a name (the fonts of Monospace or serif, an alias's family) before the
+// name, or replaces the name, and appends its general fallback after it: a match from after the name is
+// that fallback.
+bool isFallback(const std::string& requested, const FcPattern* request, const FcPattern* match) {
+    int matched = -1;
+    FcChar8* family = nullptr;
+    for (int i = 0; FcPatternGetString(match, FC_FAMILY, i, &family) == FcResultMatch; ++i) {
+        const int at = familyPosition(request, family);
+        if (at >= 0 && (matched < 0 || at < matched)) matched = at;
     }
-    std::string firstPath;
-    if (fontFilePath(matches->fonts[0], firstPath)) printf("Font: %s\n", firstPath.c_str());
-    for (int i = 1; i < count; ++i) {
-        std::string altPath;
-        if (fontFilePath(matches->fonts[i], altPath)) printf("Alt Font: %s\n", altPath.c_str());
+    if (matched < 0) return true;
+    const int asked = familyPosition(request, reinterpret_cast<const FcChar8*>(requested.c_str()));
+    return !requested.empty() && asked >= 0 && matched > asked;
+}
+
+// Fontconfig's best match for a name, as fc-match finds it; null when the name does not parse, or only
+// the fallback matches.
+FcPattern* matchName(FcConfig* config, const char* name) {
+    FcPattern* request = FcNameParse(reinterpret_cast<const FcChar8*>(name));
+    if (request == nullptr) return nullptr;
+    const std::string requested = familyOf(request);
+    preferBoldUpright(request);
+    FcConfigSubstitute(config, request, FcMatchPattern);
+    FcDefaultSubstitute(request);
+    FcResult result = FcResultNoMatch;
+    FcPattern* match = FcFontMatch(config, request, &result);
+    if (match != nullptr && isFallback(requested, request, match)) {
+        FcPatternDestroy(match);
+        match = nullptr;
     }
-    return firstPath;
+    FcPatternDestroy(request);
+    return match;
+}
+
+// Lists the installed fonts of one family with the properties we report.
+FcFontSet* listFamily(FcConfig* config, const std::string& family) {
+    FcPattern* pattern = FcPatternBuild(nullptr, FC_FAMILY, FcTypeString, family.c_str(), static_cast<char*>(nullptr));
+    FcObjectSet* properties =
+        FcObjectSetBuild(FC_FAMILY, FC_STYLE, FC_LANG, FC_FILE, FC_INDEX, static_cast<char*>(nullptr));
+    FcFontSet* fonts = FcFontList(config, pattern, properties);
+    FcObjectSetDestroy(properties);
+    FcPatternDestroy(pattern);
+    return fonts;
+}
+
+// Prints the fonts of the matched family: the match first as "Font:", then the others.
+void reportMatch(FcConfig* config, const FcPattern* match, const std::string& path) {
+    std::vector<std::string> others;
+    FcFontSet* family = listFamily(config, familyOf(match));
+    for (int i = 0; family != nullptr && i < family->nfont; ++i) {
+        std::string other;
+        const bool isMatch =
+            fontFilePath(family->fonts[i], other) && other == path && faceIndex(family->fonts[i]) == faceIndex(match);
+        if (!other.empty() && !isMatch) others.push_back(other);
+    }
+    if (family != nullptr) FcFontSetDestroy(family);
+    printf("Available fonts: %d\n", static_cast<int>(others.size()) + 1);
+    printf("Font: %s\n", path.c_str());
+    for (const std::string& other : others) printf("Alt Font: %s\n", other.c_str());
 }
 
 const char* orEmpty(const char* text) { return text ? text : ""; }
 
 }  // namespace
 
-int TTFont::createCairoFontfaceFromFile(cairo_t* /*cr*/, const char* family) {
-    FcFontSet* matches = listFamily(family ? family : "");
-    const std::string path = reportMatches(matches);
-    if (matches) FcFontSetDestroy(matches);
+int TTFont::createCairoFontfaceFromFile(cairo_t* /*cr*/, const char* name) {
+    FcInit();
+    FcConfig* config = FcConfigGetCurrent();
+    // The font list is not re-read while the program runs.
+    FcConfigSetRescanInterval(config, 0);
 
-    if (path.empty()) {
+    FcPattern* found = matchName(config, name ? name : "");
+    std::string path;
+    if (found == nullptr || !fontFilePath(found, path)) {
+        if (found != nullptr) FcPatternDestroy(found);
+        printf("Available fonts: 0\nFont: %s\n", noFontPath);
         printf("FreetypeFont: Failed to load '%s' \n", noFontPath);
         return OpenFailed;
     }
+    reportMatch(config, found, path);
 
     FT_Library library = nullptr;
-    if (FT_Init_FreeType(&library) != 0 || FT_New_Face(library, path.c_str(), 0, &face) != 0) {
+    if (FT_Init_FreeType(&library) != 0 || FT_New_Face(library, path.c_str(), faceIndex(found), &face) != 0) {
         face = nullptr;
         if (library) FT_Done_FreeType(library);
+        FcPatternDestroy(found);
         printf("FreetypeFont: Failed to load '%s' \n", path.c_str());
         return OpenFailed;
     }
 
     cairoFace = cairo_ft_font_face_create_for_ft_face(face, FT_LOAD_NO_AUTOHINT);
-    keptFonts().push_back(KeptFont{library, cairoFace});
+    match = found;
+    keptFonts().push_back(KeptFont{library, cairoFace, match});
     if (cairo_font_face_status(cairoFace) != CAIRO_STATUS_SUCCESS) {
         printf("FreetypeFont: Failed to make Cairo font '%s' \n", path.c_str());
         return CairoFailed;
@@ -101,9 +172,4 @@ int TTFont::createCairoFontfaceFromFile(cairo_t* /*cr*/, const char* family) {
 
     printf("FreetypeFont: '%s'  style: '%s'\n", orEmpty(face->family_name), orEmpty(face->style_name));
     return Loaded;
-}
-
-std::string TTFont::fontDescForSize(int size) const {
-    if (face == nullptr) return "";
-    return std::string(orEmpty(face->family_name)) + ", " + orEmpty(face->style_name) + " " + std::to_string(size);
 }

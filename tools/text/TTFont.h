@@ -1,11 +1,10 @@
-// A TrueType font found through Fontconfig and loaded with FreeType for Cairo.
+// A font found through Fontconfig's matching and loaded with FreeType for Cairo.
 #pragma once
-
-#include <string>
 
 typedef struct _cairo cairo_t;
 typedef struct _cairo_font_face cairo_font_face_t;
 typedef struct FT_FaceRec_* FT_Face;
+typedef struct _FcPattern FcPattern;
 
 class TTFont {
 public:
@@ -15,10 +14,12 @@ public:
     // Shared between copies and kept for the whole run: the destructor releases nothing.
     cairo_font_face_t* cairoFace = nullptr;
     FT_Face face = nullptr;
+    // The font Fontconfig matched, which text is drawn with; null until loaded.
+    FcPattern* match = nullptr;
 
-    // Finds the family, opens its first match and wraps it for Cairo; the context is not used.
-    int createCairoFontfaceFromFile(cairo_t* cr, const char* family);
-
-    // "Family, Style size", or "" when no face is loaded.
-    std::string fontDescForSize(int size) const;
+    // Finds the best match for a Fontconfig name ("DejaVu Sans", "Monospace", "Sans:bold"; what the name
+    // leaves open is taken as bold, upright and of normal width, the look of the text), opens it and wraps
+    // it for Cairo; the context is not used. A name whose family is not installed, and that the
+    // configuration names no substitute for, fails like a name that matches nothing.
+    int createCairoFontfaceFromFile(cairo_t* cr, const char* name);
 };
