@@ -92,11 +92,15 @@ PhilipsPm5544Spec::TextArea PhilipsPm5544Spec::textArea(TextBoxPlace place) cons
     // Edge shaping changes no pixel farther than the transition length from an edge.
     const int reach = savedTransitionLength;
 
+    // On a picture narrower than the circle (tall rasters, wide pixel aspects) the box runs past the
+    // canvas: the area keeps to the canvas columns, the rows the text is blended into.
+    const int left = widthFraction(1, 2) + (centre2 - half2) / 2 + reach;
+    const int end = left + std::max(0, half2 - 2 * reach);
     TextArea area;
-    area.left = widthFraction(1, 2) + (centre2 - half2) / 2 + reach;
-    area.width = std::max(0, half2 - 2 * reach);
+    area.left = std::clamp(left, 0, width);
+    area.width = std::max(0, std::min(end, width) - area.left);
     area.top = heightFraction(1, 2) + boxRows.first;
-    area.height = boxRows.second - boxRows.first + 1;
+    area.height = std::max(0, boxRows.second - boxRows.first + 1);
     return area;
 }
 
