@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 #include "philips-PM5544-rows.h"
+#include "text/TextMemory.h"
 
 namespace {
 
@@ -40,10 +42,17 @@ std::pair<int, int> PhilipsPm5544Spec::lowerTextRows() {
     return {area.top - area.top % 2, area.top + area.height};
 }
 
-// Before setup() the geometry is unknown; setup() draws the boxes then.
+// Before setup() the geometry is unknown; setup() draws the boxes then. The first text starts Pango,
+// which aborts the process when memory runs out: it is tried in a copy first, and a shortfall there is
+// reported as one here.
 void PhilipsPm5544Spec::drawTextBoxes() {
     if (!rows) return;
-    for (TextBoxPlace place : {UpperBox, LowerBox}) drawTextBox(place);
+    const bool startsPango = fonts.empty() && !(boxTexts[UpperBox].empty() && boxTexts[LowerBox].empty());
+    const auto drawBoth = [this] {
+        for (TextBoxPlace place : {UpperBox, LowerBox}) drawTextBox(place);
+    };
+    if (startsPango && !drawsWithinMemoryLimit(drawBoth)) throw std::bad_alloc();
+    drawBoth();
     rows->textChanged();
 }
 
