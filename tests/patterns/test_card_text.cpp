@@ -204,9 +204,7 @@ TEST(CardText, EveryAcceptedShapeKeepsTheTextInsideItsBox) {
         int width, height;
     } rasters[] = {{64, 64}, {64, 16384}, {16384, 64}, {64, 1200}, {300, 900}, {67, 255}, {1920, 1080}};
     // Pixel aspects (width over height on the display) as a fraction, 1:4 to 4:1.
-    const struct {
-        int num, den;
-    } pixelAspects[] = {{1, 4}, {1, 2}, {1, 1}, {4, 1}};
+    const struct { int num, den; } pixelAspects[] = {{1, 4}, {1, 2}, {1, 1}, {4, 1}};
     const std::string texts[] = {"I", "PM5544 Station", std::string(60, 'W'), std::string(300, 'M')};
     std::vector<Pixel> scratchText, scratchPlain;
     for (const auto& raster : rasters)

@@ -1,7 +1,6 @@
 // Box text under an address-space limit: the text libraries end the process when an allocation or a
 // thread fails, so the program must find the shortfall before they start.
 #include <gtest/gtest.h>
-
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -32,8 +31,8 @@ LimitedRun runUnder(const ScratchDir& dir, const ScratchDir& logs, int mebibytes
 }
 
 void writeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 // Too little room for the dynamic loader or an emulator to start the program.
@@ -76,7 +75,8 @@ TEST(TextMemory, LowMemoryWithBoxTextIsReportedAndKeepsTheEarlierFile) {
         if (startsNothing(run)) break;
         EXPECT_EQ(run.status, 1) << mebibytes << " MiB\n" << run.err;
         EXPECT_NE(run.err.find("Error: Not enough memory to render 3840x2160"), std::string::npos)
-            << mebibytes << " MiB\n" << run.err;
+            << mebibytes << " MiB\n"
+            << run.err;
         EXPECT_EQ(readFile(dir.path("card.png")), kEarlier) << mebibytes << " MiB";
         EXPECT_EQ(entries(dir), 1u) << mebibytes << " MiB: a temporary is left";
     }

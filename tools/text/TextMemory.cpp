@@ -44,8 +44,8 @@ bool reserveHelperThreadStacks() {
     pthread_attr_getstacksize(&attributes, &stackSize);
     pthread_attr_destroy(&attributes);
     const size_t guard = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    return mmap(nullptr, overlappingHelperThreads * (stackSize + guard), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0) !=
-           MAP_FAILED;
+    return mmap(nullptr, overlappingHelperThreads * (stackSize + guard), PROT_NONE,
+                MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0) != MAP_FAILED;
 }
 
 }  // namespace
