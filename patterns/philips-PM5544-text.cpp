@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 #include "philips-PM5544-rows.h"
+#include "text/TextMemory.h"
 
 namespace {
 
@@ -40,10 +42,17 @@ std::pair<int, int> PhilipsPm5544Spec::lowerTextRows() {
     return {area.top - area.top % 2, area.top + area.height};
 }
 
-// Before setup() the geometry is unknown; setup() draws the boxes then.
+// Before setup() the geometry is unknown; setup() draws the boxes then. The first text starts Pango,
+// which aborts the process when memory runs out: it is tried in a copy first, and a shortfall there is
+// reported as one here.
 void PhilipsPm5544Spec::drawTextBoxes() {
     if (!rows) return;
-    for (TextBoxPlace place : {UpperBox, LowerBox}) drawTextBox(place);
+    const bool startsPango = fonts.empty() && !(boxTexts[UpperBox].empty() && boxTexts[LowerBox].empty());
+    const auto drawBoth = [this] {
+        for (TextBoxPlace place : {UpperBox, LowerBox}) drawTextBox(place);
+    };
+    if (startsPango && !drawsWithinMemoryLimit(drawBoth)) throw std::bad_alloc();
+    drawBoth();
     rows->textChanged();
 }
 
@@ -92,11 +101,15 @@ PhilipsPm5544Spec::TextArea PhilipsPm5544Spec::textArea(TextBoxPlace place) cons
     // Edge shaping changes no pixel farther than the transition length from an edge.
     const int reach = savedTransitionLength;
 
+    // On a picture narrower than the circle (tall rasters, wide pixel aspects) the box runs past the
+    // canvas: the area keeps to the canvas columns, the rows the text is blended into.
+    const int left = widthFraction(1, 2) + (centre2 - half2) / 2 + reach;
+    const int end = left + std::max(0, half2 - 2 * reach);
     TextArea area;
-    area.left = widthFraction(1, 2) + (centre2 - half2) / 2 + reach;
-    area.width = std::max(0, half2 - 2 * reach);
+    area.left = std::clamp(left, 0, width);
+    area.width = std::max(0, std::min(end, width) - area.left);
     area.top = heightFraction(1, 2) + boxRows.first;
-    area.height = boxRows.second - boxRows.first + 1;
+    area.height = std::max(0, boxRows.second - boxRows.first + 1);
     return area;
 }
 

@@ -194,3 +194,44 @@ TEST(CardText, LowerTextReplacedBetweenFramesEqualsAFreshCard) {
     expectRowsOf("23:59:59", row);
     expectRowsOf("23:59:59", 0);
 }
+
+// Every raster shape the program accepts, at the pixel aspects' limits and between, with short, long and
+// far too long texts: the card renders, and a pixel changed by the text lies in its box (on the canvas),
+// clear of the box's edges, where the plain card is black. Tall and narrow rasters have boxes wider than
+// the picture; under the sanitizers a write past a row fails here.
+TEST(CardText, EveryAcceptedShapeKeepsTheTextInsideItsBox) {
+    const struct {
+        int width, height;
+    } rasters[] = {{64, 64}, {64, 16384}, {16384, 64}, {64, 1200}, {300, 900}, {67, 255}, {1920, 1080}};
+    // Pixel aspects (width over height on the display) as a fraction, 1:4 to 4:1.
+    const struct { int num, den; } pixelAspects[] = {{1, 4}, {1, 2}, {1, 1}, {4, 1}};
+    const std::string texts[] = {"I", "PM5544 Station", std::string(60, 'W'), std::string(300, 'M')};
+    std::vector<Pixel> scratchText, scratchPlain;
+    for (const auto& raster : rasters)
+        for (const auto& aspect : pixelAspects) {
+            const Raster r{raster.width, raster.height, raster.width * aspect.num, raster.height * aspect.den};
+            const Box boxes[] = {upperBox(r), lowerBox(r)};
+            auto plain = makeCard(r, Colour_RGB);
+            for (const std::string& text : texts) {
+                auto card = makeCard(r, Colour_RGB, text, text);
+                const std::string where = std::to_string(r.width) + "x" + std::to_string(r.height) + " pixels " +
+                                          std::to_string(aspect.num) + ":" + std::to_string(aspect.den) + " text " +
+                                          std::to_string(text.size());
+                for (int y = 0; y < r.height; ++y) {
+                    const Pixel* withText = card->bodyRow(y, 0, r.width, scratchText);
+                    const Pixel* without = plain->bodyRow(y, 0, r.width, scratchPlain);
+                    for (int x = 0; x < r.width; ++x) {
+                        if (withText[x].sameCodes(without[x])) continue;
+                        const Box& box = boxes[boxes[0].holds(x, y) ? 0 : 1];
+                        ASSERT_TRUE(box.holds(x, y) && x > box.lineRight + kShapingReach &&
+                                    without[x].sameCodes(plain->black))
+                            << where << " x=" << x << " y=" << y;
+                        // A box edge on the canvas is shaped: the text keeps clear of it.
+                        ASSERT_TRUE((box.left < 0 || x > box.left + kShapingReach) &&
+                                    (box.right >= r.width || x < box.right - kShapingReach))
+                            << where << " x=" << x << " y=" << y;
+                    }
+                }
+            }
+        }
+}
