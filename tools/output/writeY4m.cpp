@@ -21,9 +21,14 @@ constexpr int kCr = 0, kY = 1, kCb = 2;
 const char kFrameMarker[] = "FRAME\n";
 constexpr size_t kCopyChunk = size_t(1) << 20;  // bytes per step when the kernel cannot copy a range
 
-bool isRegularFile(FILE* stream) {
+// A frame can be written by offset and copied within the file: a regular file, open to read and
+// write, not appending (standard output redirected to a file is usually write-only).
+bool writableInPlace(FILE* stream) {
     struct stat status {};
-    return fstat(fileno(stream), &status) == 0 && S_ISREG(status.st_mode);
+    const int fd = fileno(stream);
+    const int flags = fcntl(fd, F_GETFL);
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && flags != -1 &&
+           (flags & O_ACCMODE) == O_RDWR && (flags & O_APPEND) == 0;
 }
 
 bool writeAt(int fd, const uint8_t* data, size_t size, off_t at) {
@@ -82,7 +87,7 @@ public:
         chromaR_.assign(chromaB_.size(), 0);
         std::string line;
         if (!streamHeader(header, line)) return false;
-        inFile_ = isRegularFile(out.stream());
+        inFile_ = writableInPlace(out.stream());
         if (!inFile_) frame_.assign(frameBytes_, 0);
         return out.write(line.data(), line.size()) && (!inFile_ || startFrameInFile());
     }
