@@ -31,9 +31,17 @@ bool writableInPlace(FILE* stream) {
            (flags & O_ACCMODE) == O_RDWR && (flags & O_APPEND) == 0;
 }
 
-bool writeAt(int fd, const uint8_t* data, size_t size, off_t at) {
+// Offsets past what off_t holds (a 32-bit build without large-file support) fail, never wrap.
+bool fitsOffset(int64_t end) {
+    if (end <= std::numeric_limits<off_t>::max()) return true;
+    errno = EFBIG;
+    return false;
+}
+
+bool writeAt(int fd, const uint8_t* data, size_t size, int64_t at) {
+    if (!fitsOffset(at + static_cast<int64_t>(size))) return false;
     while (size > 0) {
-        const ssize_t written = pwrite(fd, data, size, at);
+        const ssize_t written = pwrite(fd, data, size, static_cast<off_t>(at));
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) return false;
         data += written, size -= static_cast<size_t>(written), at += written;
@@ -41,21 +49,23 @@ bool writeAt(int fd, const uint8_t* data, size_t size, off_t at) {
     return true;
 }
 
-// Copies size bytes at `from` to `to` within one file: by the kernel where it can, else through a
-// bounded buffer.
-bool copyWithinFile(int fd, off_t from, off_t to, size_t size) {
+// Copies size bytes at `from` to `to` within one file: by the kernel where it can, else (a file system
+// that refuses the call) through a bounded buffer.
+bool copyWithinFile(int fd, int64_t from, int64_t to, size_t size) {
+    if (!fitsOffset(to + static_cast<int64_t>(size))) return false;
+    off64_t in = from, out = to;
     while (size > 0) {
-        const ssize_t copied = copy_file_range(fd, &from, fd, &to, size, 0);
+        const ssize_t copied = copy_file_range(fd, &in, fd, &out, size, 0);
         if (copied < 0 && errno == EINTR) continue;
         if (copied <= 0) break;
         size -= static_cast<size_t>(copied);
     }
     std::vector<uint8_t> chunk(std::min(size, kCopyChunk));
     while (size > 0) {
-        const ssize_t got = pread(fd, chunk.data(), std::min(size, chunk.size()), from);
+        const ssize_t got = pread(fd, chunk.data(), std::min(size, chunk.size()), static_cast<off_t>(in));
         if (got < 0 && errno == EINTR) continue;
-        if (got <= 0 || !writeAt(fd, chunk.data(), static_cast<size_t>(got), to)) return false;
-        from += got, to += got, size -= static_cast<size_t>(got);
+        if (got <= 0 || !writeAt(fd, chunk.data(), static_cast<size_t>(got), out)) return false;
+        in += got, out += got, size -= static_cast<size_t>(got);
     }
     return true;
 }
@@ -132,7 +142,7 @@ private:
 
     // Starts the next frame in the file as a copy of the current one.
     bool repeatInFile() {
-        const off_t previous = frameAt_;
+        const int64_t previous = frameAt_;
         return endFrameInFile() && startFrameInFile() && copyInFile(previous);
     }
 
@@ -146,10 +156,11 @@ private:
 
     // Leaves the stream at the end of the frame for the next marker.
     bool endFrameInFile() {
-        return fseeko(out_->stream(), frameAt_ + static_cast<off_t>(frameBytes_), SEEK_SET) == 0 || failed();
+        const int64_t end = frameAt_ + static_cast<int64_t>(frameBytes_);
+        return (fitsOffset(end) && fseeko(out_->stream(), static_cast<off_t>(end), SEEK_SET) == 0) || failed();
     }
 
-    bool copyInFile(off_t previous) {
+    bool copyInFile(int64_t previous) {
         return copyWithinFile(fileno(out_->stream()), previous, frameAt_, frameBytes_) || failed();
     }
 
@@ -158,7 +169,7 @@ private:
             std::copy(bytes.begin(), bytes.end(), frame_.begin() + static_cast<std::ptrdiff_t>(at));
             return true;
         }
-        return writeAt(fileno(out_->stream()), bytes.data(), bytes.size(), frameAt_ + static_cast<off_t>(at)) ||
+        return writeAt(fileno(out_->stream()), bytes.data(), bytes.size(), frameAt_ + static_cast<int64_t>(at)) ||
                failed();
     }
 
@@ -207,7 +218,7 @@ private:
     size_t cb_ = 0, cr_ = 0;  // byte offsets of the chroma planes in a frame
     std::vector<uint8_t> luma_, chromaB_, chromaR_;  // one row in file form
     bool inFile_ = false;
-    off_t frameAt_ = 0;          // the current frame's offset in the file
+    int64_t frameAt_ = 0;         // the current frame's offset in the file
     std::vector<uint8_t> frame_;  // the frame in file form, when not written in place
     int row_ = 0;
 };
