@@ -2,11 +2,14 @@
 // tiffdump, DPX byte by byte), and TIFF, DPX and Y4M through the program against its PNG.
 #include <gtest/gtest.h>
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <memory>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -14,6 +17,7 @@
 #include "output/writeDPX.h"
 #include "output/writePng.h"
 #include "output/writeTiff.h"
+#include "output/writeY4m.h"
 
 namespace {
 
@@ -286,4 +290,57 @@ TEST(Formats, Y4mHeaderAspectAndChromaSiting) {
     EXPECT_EQ(1, runProgram(dir.path(""), "-d 1920x1080 -c 709 -a 2147483647x1207959551 over.y4m"));
     EXPECT_NE(std::string::npos, text(readFile(dir.path("stderr"))).find("19327352823:19327352816"));
     EXPECT_FALSE(exists(dir.path("over.y4m")));
+}
+
+// One clip (a second frame whose lower rows change, then two repeats) written three ways gives the same
+// bytes: in place in a regular file, through a pipe with the frame held in memory, and through a pipe
+// with the frame over a (tiny) budget, held in a temporary file.
+TEST(Y4mWriter, InPlaceHeldAndSpilledFramesAgree) {
+    const int width = 37, height = 21, firstChangedRow = 13;
+    const auto writeClip = [&](OutputFile& out, size_t budget) {
+        const std::unique_ptr<ImageWriter> writer = Y4mWriter::make(4, 25, 1, 4, 3, budget);
+        ImageHeader header;
+        header.width = width, header.height = height, header.bits = 10, header.sampling = 420;
+        header.axes = PatternGen::Colour_YCbCr_709;
+        Frame row(size_t(width) * 4);
+        const auto rows = [&](int from, uint16_t seed) {
+            for (int y = from; y < height; ++y) {
+                for (size_t i = 0; i < row.size(); ++i) row[i] = uint16_t((seed + y * 977 + i * 131) << 6);
+                if (!writer->writeRow(row.data())) return false;
+            }
+            return true;
+        };
+        return out.open() && writer->begin(out, header) && rows(0, 1) && writer->startNextFrame(firstChangedRow) &&
+               rows(firstChangedRow, 2) && writer->finish() && out.commit();
+    };
+    const auto throughPipe = [&](size_t budget) {
+        int fds[2];
+        if (pipe(fds) != 0) return std::string("no pipe");
+        std::string read;
+        std::thread reader([&] {
+            char chunk[4096];
+            for (ssize_t got; (got = ::read(fds[0], chunk, sizeof chunk)) > 0;) read.append(chunk, size_t(got));
+        });
+        FILE* stream = fdopen(fds[1], "wb");
+        bool written = false;
+        {
+            OutputFile out("-", stream);
+            written = writeClip(out, budget);
+        }
+        std::fclose(stream);
+        reader.join();
+        close(fds[0]);
+        return written ? read : "failed";
+    };
+    ScratchDir dir;
+    OutputFile file(dir.path("clip.y4m"));
+    ASSERT_TRUE(writeClip(file, Y4mWriter::kHeldFrameBudget));
+    const std::string inPlace = text(readFile(dir.path("clip.y4m")));
+    const size_t frameBytes = (size_t(width) * height + 2 * 19 * 11) * 2 + 6;
+    EXPECT_EQ(inPlace.find('\n') + 1 + 4 * frameBytes, inPlace.size());
+    const auto frame = [&](int n) { return inPlace.substr(inPlace.size() - (4 - n) * frameBytes, frameBytes); };
+    EXPECT_NE(frame(0), frame(1));
+    EXPECT_EQ(frame(1), frame(3));
+    EXPECT_EQ(inPlace, throughPipe(Y4mWriter::kHeldFrameBudget));
+    EXPECT_EQ(inPlace, throughPipe(1024));
 }

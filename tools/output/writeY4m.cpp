@@ -27,8 +27,8 @@ bool writableInPlace(FILE* stream) {
     struct stat status {};
     const int fd = fileno(stream);
     const int flags = fcntl(fd, F_GETFL);
-    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && flags != -1 &&
-           (flags & O_ACCMODE) == O_RDWR && (flags & O_APPEND) == 0;
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && flags != -1 && (flags & O_ACCMODE) == O_RDWR &&
+           (flags & O_APPEND) == 0;
 }
 
 // Offsets past what off_t holds (a 32-bit build without large-file support) fail, never wrap.
@@ -72,11 +72,20 @@ bool copyWithinFile(int fd, int64_t from, int64_t to, size_t size) {
 
 // To a regular file, each frame is written in place (rows land in their planes by offset) and a
 // repeated frame is copied from the one before it in the file, so no frame is held in memory.
-// Elsewhere (a pipe, a device) the frame is kept in its file form and written whole, as often as asked.
+// Elsewhere (a pipe, a device) the frame is kept in its file form and written whole, as often as asked:
+// in memory while it fits the budget, else in an unnamed temporary file, so memory stays bounded.
 class Writer final : public ImageWriter {
 public:
-    Writer(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen)
-        : frames_(frames), rateNum_(rateNum), rateDen_(rateDen), aspectNum_(aspectNum), aspectDen_(aspectDen) {}
+    Writer(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen, size_t heldFrameBudget)
+        : frames_(frames),
+          rateNum_(rateNum),
+          rateDen_(rateDen),
+          aspectNum_(aspectNum),
+          aspectDen_(aspectDen),
+          heldFrameBudget_(heldFrameBudget) {}
+    ~Writer() override {
+        if (spill_ != nullptr) std::fclose(spill_);
+    }
 
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
@@ -98,7 +107,7 @@ public:
         std::string line;
         if (!streamHeader(header, line)) return false;
         inFile_ = writableInPlace(out.stream());
-        if (!inFile_) frame_.assign(frameBytes_, 0);
+        if (!inFile_ && !holdFrame()) return false;
         return out.write(line.data(), line.size()) && (!inFile_ || startFrameInFile());
     }
 
@@ -136,8 +145,28 @@ public:
     }
 
 private:
+    bool holdFrame() {
+        if (frameBytes_ <= heldFrameBudget_) {
+            frame_.assign(frameBytes_, 0);
+            return true;
+        }
+        spill_ = std::tmpfile();
+        return spill_ != nullptr || failed();
+    }
+
     bool writeHeld() {
-        return out_->write(kFrameMarker, sizeof kFrameMarker - 1) && out_->write(frame_.data(), frame_.size());
+        if (!out_->write(kFrameMarker, sizeof kFrameMarker - 1)) return false;
+        if (spill_ == nullptr) return out_->write(frame_.data(), frame_.size());
+        frame_.resize(std::min(frameBytes_, kCopyChunk));
+        for (size_t done = 0; done < frameBytes_;) {
+            const ssize_t got = pread(fileno(spill_), frame_.data(), std::min(frameBytes_ - done, frame_.size()),
+                                      static_cast<off_t>(done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return failed();
+            if (!out_->write(frame_.data(), static_cast<size_t>(got))) return false;
+            done += static_cast<size_t>(got);
+        }
+        return true;
     }
 
     // Starts the next frame in the file as a copy of the current one.
@@ -165,6 +194,8 @@ private:
     }
 
     bool place(const std::vector<uint8_t>& bytes, size_t at) {
+        if (spill_ != nullptr)
+            return writeAt(fileno(spill_), bytes.data(), bytes.size(), static_cast<int64_t>(at)) || failed();
         if (!inFile_) {
             std::copy(bytes.begin(), bytes.end(), frame_.begin() + static_cast<std::ptrdiff_t>(at));
             return true;
@@ -192,8 +223,10 @@ private:
             return false;
         }
         std::string chroma = std::to_string(header.sampling);
-        if (header.bits != 8) chroma += "p" + std::to_string(header.bits);
-        else if (header.sampling == 420) chroma += "paldv";
+        if (header.bits != 8)
+            chroma += "p" + std::to_string(header.bits);
+        else if (header.sampling == 420)
+            chroma += "paldv";
         char text[160];
         std::snprintf(text, sizeof text, "YUV4MPEG2 W%d H%d F%d:%d Ip A%lld:%lld C%s XCOLORRANGE=LIMITED\n",
                       header.width, header.height, rateNum_, rateDen_, num, den, chroma.c_str());
@@ -215,11 +248,13 @@ private:
     int width_ = 0, shift_ = 0, bytesPerSample_ = 1;
     int chromaColumnsStep_ = 1, chromaRowsStep_ = 1, chromaWidth_ = 0;
     size_t frameBytes_ = 0;
-    size_t cb_ = 0, cr_ = 0;  // byte offsets of the chroma planes in a frame
+    size_t cb_ = 0, cr_ = 0;                         // byte offsets of the chroma planes in a frame
     std::vector<uint8_t> luma_, chromaB_, chromaR_;  // one row in file form
     bool inFile_ = false;
-    int64_t frameAt_ = 0;         // the current frame's offset in the file
-    std::vector<uint8_t> frame_;  // the frame in file form, when not written in place
+    int64_t frameAt_ = 0;  // the current frame's offset in the file
+    size_t heldFrameBudget_;
+    std::vector<uint8_t> frame_;  // the frame in file form, when held in memory (else a bounded chunk)
+    FILE* spill_ = nullptr;       // the frame in file form, when held in a temporary file
     int row_ = 0;
 };
 
@@ -229,8 +264,9 @@ namespace Y4mWriter {
 
 bool takesBits(int bits) { return bits == 8 || bits == 10 || bits == 12 || bits == 16; }
 
-std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen) {
-    return std::make_unique<Writer>(frames, rateNum, rateDen, aspectNum, aspectDen);
+std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen,
+                                  size_t heldFrameBudget) {
+    return std::make_unique<Writer>(frames, rateNum, rateDen, aspectNum, aspectDen, heldFrameBudget);
 }
 
 }  // namespace Y4mWriter
