@@ -47,9 +47,13 @@ struct Run {
     const char* options;
 };
 
-// One device format stands for the four: they share the loop and the writer.
-const Run runs[] = {
-    {"png", "-c 709 -b 12"}, {"dpx", "-c 709 -b 10"}, {"tif", "-c 709 -b 12"}, {"pat", "-c 709 -s 422 -b 12"}};
+// One device format stands for the four: they share the loop and the writer. The Y4M run is a
+// 20-frame clip to a file, its later frames copied within the file.
+const Run runs[] = {{"png", "-c 709 -b 12"},
+                    {"dpx", "-c 709 -b 10"},
+                    {"tif", "-c 709 -b 12"},
+                    {"pat", "-c 709 -s 422 -b 12"},
+                    {"y4m", "-c 709 -s 422 -b 10 --frames 20"}};
 
 std::string programPath() {
     char path[4096] = {};

@@ -2,11 +2,14 @@
 // tiffdump, DPX byte by byte), and TIFF, DPX and Y4M through the program against its PNG.
 #include <gtest/gtest.h>
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <memory>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -14,6 +17,7 @@
 #include "output/writeDPX.h"
 #include "output/writePng.h"
 #include "output/writeTiff.h"
+#include "output/writeY4m.h"
 
 namespace {
 
@@ -203,6 +207,8 @@ TEST(Formats, TiffAndDpxMatchThePngRender) {
         if (c.photometric != 0) {
             const std::string fields = readTiff(dir.path("card.tif"), read);
             EXPECT_EQ("320x180 5 " + std::to_string(c.photometric) + " 1 16 3 1 1", fields);
+            // tiffinfo decodes the strip the rows were encoded into one by one, without complaint.
+            EXPECT_EQ("", commandOutput("tiffinfo -D '" + dir.path("card.tif") + "' 2>&1 >/dev/null"));
         } else {
             read = ffmpegSamples(dir.path("card.dpx"), "rgb48le", false);
         }
@@ -221,36 +227,120 @@ TEST(Formats, TiffAndDpxMatchThePngRender) {
 
 // ffmpeg decodes the Y4M stream (odd size, so the last chroma column and row stand alone) to exactly the
 // samples of the PNG render of the same settings: Y' everywhere, Cb and Cr of the even columns (and rows
-// for 4:2:0), at the output depth, in each of two frames at 30000/1001 a second.
+// for 4:2:0), at the output depth, in each of two frames at 30000/1001 a second. A file is written in
+// place and its second frame copied within it; a pipe gets the same bytes from the frame held in memory.
 TEST(Formats, Y4mDecodesToThePngRender) {
     const int width = 161, height = 91;
-    for (int sampling : {444, 422, 420})
-        for (int bits : {10, 12}) {
-            const std::string settings =
-                "-d 161x91 -c 709 -s " + std::to_string(sampling) + " -b " + std::to_string(bits);
-            SCOPED_TRACE(settings);
-            ScratchDir dir;
-            ASSERT_EQ(0, runProgram(dir.path(""), settings + " card.png"));
-            ASSERT_EQ(0, runProgram(dir.path(""), settings + " --frames 2 --rate 30000/1001 card.y4m"));
-            const std::string pixelFormat = "yuv" + std::to_string(sampling) + "p" + std::to_string(bits) + "le";
-            const Frame planes = ffmpegSamples(dir.path("card.y4m"), pixelFormat, false);
-            const Frame png = ffmpegSamples(dir.path("card.png"), "rgba64be", true);
-            const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
-            const int chromaWidth = (width + columnStep - 1) / columnStep,
-                      chromaHeight = (height + rowStep - 1) / rowStep;
-            Frame frame;
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x) frame.push_back(png[(size_t(y) * width + x) * 4 + 1] >> (16 - bits));
-            for (int sample : {2, 0})  // Cb, then Cr
-                for (int y = 0; y < chromaHeight; ++y)
-                    for (int x = 0; x < chromaWidth; ++x)
-                        frame.push_back(png[(size_t(y * rowStep) * width + x * columnStep) * 4 + sample] >>
-                                        (16 - bits));
-            Frame expected = frame;
-            expected.insert(expected.end(), frame.begin(), frame.end());
-            EXPECT_TRUE(expected == planes) << planes.size() << " samples decoded";
-            EXPECT_EQ("30000/1001,2\n", commandOutput("ffprobe -v error -count_frames -show_entries "
-                                                      "stream=r_frame_rate,nb_read_frames -of csv=p=0 '" +
-                                                      dir.path("card.y4m") + "'"));
+    const struct {
+        int sampling, bits;
+    } cases[] = {{444, 10}, {444, 12}, {422, 10}, {422, 12}, {420, 10}, {420, 12}, {420, 8}};
+    for (const auto& c : cases) {
+        const int sampling = c.sampling, bits = c.bits;
+        const std::string settings = "-d 161x91 -c 709 -s " + std::to_string(sampling) + " -b " + std::to_string(bits);
+        SCOPED_TRACE(settings);
+        ScratchDir dir;
+        ASSERT_EQ(0, runProgram(dir.path(""), settings + " card.png"));
+        ASSERT_EQ(0, runProgram(dir.path(""), settings + " --frames 2 --rate 30000/1001 card.y4m"));
+        ASSERT_EQ(0, std::system(("cd '" + dir.path("") + "' && '" PM5544_EXE "' " + settings +
+                                  " --frames 2 --rate 30000/1001 --format y4m - 2>/dev/null | cat >pipe.y4m")
+                                     .c_str()));
+        EXPECT_EQ(readFile(dir.path("card.y4m")), readFile(dir.path("pipe.y4m")));
+        const std::string depth = bits == 8 ? "p" : "p" + std::to_string(bits) + "le";
+        const Frame planes = ffmpegSamples(dir.path("card.y4m"), "yuv" + std::to_string(sampling) + depth, false);
+        const Frame png = ffmpegSamples(dir.path("card.png"), "rgba64be", true);
+        const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
+        const int chromaWidth = (width + columnStep - 1) / columnStep, chromaHeight = (height + rowStep - 1) / rowStep;
+        Frame frame;
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) frame.push_back(png[(size_t(y) * width + x) * 4 + 1] >> (16 - bits));
+        for (int sample : {2, 0})  // Cb, then Cr
+            for (int y = 0; y < chromaHeight; ++y)
+                for (int x = 0; x < chromaWidth; ++x)
+                    frame.push_back(png[(size_t(y * rowStep) * width + x * columnStep) * 4 + sample] >> (16 - bits));
+        Frame expected = frame;
+        expected.insert(expected.end(), frame.begin(), frame.end());
+        if (bits == 8) {  // one byte a sample: ffmpeg's words pair them up
+            Frame bytes;
+            for (uint16_t value : expected) bytes.push_back(value);
+            expected.clear();
+            for (size_t i = 0; i + 1 < bytes.size(); i += 2) expected.push_back(uint16_t(bytes[i + 1] << 8 | bytes[i]));
         }
+        EXPECT_TRUE(expected == planes) << planes.size() << " samples decoded";
+        EXPECT_EQ("30000/1001,2\n", commandOutput("ffprobe -v error -count_frames -show_entries "
+                                                  "stream=r_frame_rate,nb_read_frames -of csv=p=0 '" +
+                                                  dir.path("card.y4m") + "'"));
+    }
+}
+
+// The header line: the pixel aspect in lowest terms, refused (no file) when its terms pass 32 bits;
+// 8-bit 4:2:0 names its top-left chroma siting, which ffprobe reads back.
+TEST(Formats, Y4mHeaderAspectAndChromaSiting) {
+    ScratchDir dir;
+    const auto headerLine = [&](const std::string& name) {
+        const std::string line = text(readFile(dir.path(name)));
+        return line.substr(0, line.find('\n'));
+    };
+    ASSERT_EQ(0, runProgram(dir.path(""), "-d 720x576 -c 601 -s 420 -b 8 -a 4x3 sd.y4m"));
+    EXPECT_EQ("YUV4MPEG2 W720 H576 F25:1 Ip A16:15 C420paldv XCOLORRANGE=LIMITED", headerLine("sd.y4m"));
+    EXPECT_EQ("topleft\n", commandOutput("ffprobe -v error -show_entries stream=chroma_location -of csv=p=0 '" +
+                                         dir.path("sd.y4m") + "'"));
+    ASSERT_EQ(0, runProgram(dir.path(""), "-d 64x64 -c 709 -s 420 -b 10 -a 2147483647x1207959551 wide.y4m"));
+    EXPECT_EQ("YUV4MPEG2 W64 H64 F25:1 Ip A2147483647:1207959551 C420p10 XCOLORRANGE=LIMITED", headerLine("wide.y4m"));
+    // 2147483647*1080 : 1207959551*1920 reduces to 19327352823:19327352816.
+    EXPECT_EQ(1, runProgram(dir.path(""), "-d 1920x1080 -c 709 -a 2147483647x1207959551 over.y4m"));
+    EXPECT_NE(std::string::npos, text(readFile(dir.path("stderr"))).find("19327352823:19327352816"));
+    EXPECT_FALSE(exists(dir.path("over.y4m")));
+}
+
+// One clip (a second frame whose lower rows change, then two repeats) written three ways gives the same
+// bytes: in place in a regular file, through a pipe with the frame held in memory, and through a pipe
+// with the frame over a (tiny) budget, held in a temporary file.
+TEST(Y4mWriter, InPlaceHeldAndSpilledFramesAgree) {
+    const int width = 37, height = 21, firstChangedRow = 13;
+    const auto writeClip = [&](OutputFile& out, size_t budget) {
+        const std::unique_ptr<ImageWriter> writer = Y4mWriter::make(4, 25, 1, 4, 3, budget);
+        ImageHeader header;
+        header.width = width, header.height = height, header.bits = 10, header.sampling = 420;
+        header.axes = PatternGen::Colour_YCbCr_709;
+        Frame row(size_t(width) * 4);
+        const auto rows = [&](int from, uint16_t seed) {
+            for (int y = from; y < height; ++y) {
+                for (size_t i = 0; i < row.size(); ++i) row[i] = uint16_t((seed + y * 977 + i * 131) << 6);
+                if (!writer->writeRow(row.data())) return false;
+            }
+            return true;
+        };
+        return out.open() && writer->begin(out, header) && rows(0, 1) && writer->startNextFrame(firstChangedRow) &&
+               rows(firstChangedRow, 2) && writer->finish() && out.commit();
+    };
+    const auto throughPipe = [&](size_t budget) {
+        int fds[2];
+        if (pipe(fds) != 0) return std::string("no pipe");
+        std::string read;
+        std::thread reader([&] {
+            char chunk[4096];
+            for (ssize_t got; (got = ::read(fds[0], chunk, sizeof chunk)) > 0;) read.append(chunk, size_t(got));
+        });
+        FILE* stream = fdopen(fds[1], "wb");
+        bool written = false;
+        {
+            OutputFile out("-", stream);
+            written = writeClip(out, budget);
+        }
+        std::fclose(stream);
+        reader.join();
+        close(fds[0]);
+        return written ? read : "failed";
+    };
+    ScratchDir dir;
+    OutputFile file(dir.path("clip.y4m"));
+    ASSERT_TRUE(writeClip(file, Y4mWriter::kHeldFrameBudget));
+    const std::string inPlace = text(readFile(dir.path("clip.y4m")));
+    const size_t frameBytes = (size_t(width) * height + 2 * 19 * 11) * 2 + 6;
+    EXPECT_EQ(inPlace.find('\n') + 1 + 4 * frameBytes, inPlace.size());
+    const auto frame = [&](int n) { return inPlace.substr(inPlace.size() - (4 - n) * frameBytes, frameBytes); };
+    EXPECT_NE(frame(0), frame(1));
+    EXPECT_EQ(frame(1), frame(3));
+    EXPECT_EQ(inPlace, throughPipe(Y4mWriter::kHeldFrameBudget));
+    EXPECT_EQ(inPlace, throughPipe(1024));
 }

@@ -11,8 +11,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
-
-#include "pattern/LargeBuffer.h"
+#include <vector>
 
 namespace {
 
@@ -103,31 +102,64 @@ toff_t sizeOf(thandle_t handle) {
 int mapNothing(thandle_t, void**, toff_t*) { return 0; }
 void unmapNothing(thandle_t, void*, toff_t) {}
 
-// The stored lines are kept until finish(): the file holds them as one LZW strip.
+// Rows are encoded into the one LZW strip as they arrive, so no line is kept: the encoder's output
+// is the same as for the whole strip at once. libtiff's error handler is ours from begin() to finish().
 class Writer final : public ImageWriter {
 public:
+    ~Writer() override { close(); }
+
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
         header_ = header;
         lineRepeats_ = header.lineRepeats != nullptr ? *header.lineRepeats : LineRepeats();
-        lineSamples_ = static_cast<size_t>(header.width) * kSamplesPerPixel;
-        lines_ = LargeBuffer::allocate<uint16_t>(lineSamples_ * static_cast<size_t>(header.height));
-        stored_ = 0;
-        return true;
+        row_.assign(static_cast<size_t>(header.width) * kSamplesPerPixel, 0);
+        rowIndex_ = 0;
+        augment_libtiff_with_custom_tags();
+        lastError = {};
+        previousHandler_ = TIFFSetErrorHandler(recordError);
+        handlerSet_ = true;
+        return openFile() || fail();
     }
 
     bool writeRow(const uint16_t* row) override {
-        std::copy(row, row + lineSamples_, lines_.get() + lineSamples_ * stored_++);
-        return true;
+        // libtiff may alter the row it encodes, so it gets a copy.
+        std::copy(row, row + row_.size(), row_.begin());
+        if (TIFFWriteScanline(tif_, row_.data(), rowIndex_++, 0) >= 0 && !out_->failed()) return true;
+        std::fputs("Could not write image\n", stderr);
+        return fail();
     }
 
     bool finish() override {
-        augment_libtiff_with_custom_tags();
-        lastError = {};
-        const TIFFErrorHandler previous = TIFFSetErrorHandler(recordError);
-        const bool written = writeFile();
-        TIFFSetErrorHandler(previous);
-        if (written) return true;
+        const bool flushed = TIFFFlush(tif_) != 0;
+        if (!flushed) std::fputs("Could not write image\n", stderr);
+        close();
+        return (flushed && !out_->failed()) || fail();
+    }
+
+private:
+    bool openFile() {
+        tif_ = TIFFClientOpen(out_->name().c_str(), "w", out_, readNothing, writeTo, seekIn, leaveOpen, sizeOf,
+                              mapNothing, unmapNothing);
+        if (tif_ == nullptr) {
+            std::fputs("Could not create tiff file\n", stderr);
+            return false;
+        }
+        setImageFields(tif_, header_.isYCbCr(), header_.width, header_.height);
+        // RowsPerStrip stays unset: libtiff then puts every scanline into one strip, and writes no tag.
+        if (!lineRepeats_.empty()) TIFFSetField(tif_, kLineRepeatTag, lineRepeatsAsJson(lineRepeats_).c_str());
+        return true;
+    }
+
+    void close() {
+        if (tif_ != nullptr) TIFFClose(tif_);
+        tif_ = nullptr;
+        if (handlerSet_) TIFFSetErrorHandler(previousHandler_);
+        handlerSet_ = false;
+    }
+
+    // Reports libtiff's first error once, with the system's reason where there is one.
+    bool fail() {
+        close();
         if (!out_->failed()) {
             if (lastError.error == 0 && !lastError.message.empty())
                 std::fprintf(stderr, "%s\n", lastError.message.c_str());
@@ -136,29 +168,14 @@ public:
         return false;
     }
 
-private:
-    bool writeFile() {
-        TIFF* tif = TIFFClientOpen(out_->name().c_str(), "w", out_, readNothing, writeTo, seekIn, leaveOpen, sizeOf,
-                                   mapNothing, unmapNothing);
-        if (tif == nullptr) {
-            std::fputs("Could not create tiff file\n", stderr);
-            return false;
-        }
-        setImageFields(tif, header_.isYCbCr(), header_.width, header_.height);
-        if (!lineRepeats_.empty()) TIFFSetField(tif, kLineRepeatTag, lineRepeatsAsJson(lineRepeats_).c_str());
-        const tmsize_t size = static_cast<tmsize_t>(lineSamples_ * static_cast<size_t>(header_.height) * 2);
-        bool written = TIFFWriteEncodedStrip(tif, 0, lines_.get(), size) >= 0 && TIFFFlush(tif);
-        if (!written) std::fputs("Could not write image\n", stderr);
-        TIFFClose(tif);
-        return written && !out_->failed();
-    }
-
     OutputFile* out_ = nullptr;
     ImageHeader header_;
     LineRepeats lineRepeats_;
-    size_t lineSamples_ = 0;
-    LargeBuffer::Ptr<uint16_t> lines_;
-    size_t stored_ = 0;
+    std::vector<uint16_t> row_;
+    uint32_t rowIndex_ = 0;
+    TIFF* tif_ = nullptr;
+    TIFFErrorHandler previousHandler_ = nullptr;
+    bool handlerSet_ = false;
 };
 
 }  // namespace

@@ -1,8 +1,15 @@
-// YUV4MPEG2 writer. The stream is planar (all of Y', then Cb, then Cr) and the frame repeats, so the
-// frame is kept in its file form as the rows arrive and written whole, as often as asked.
+// YUV4MPEG2 writer. The stream is planar (all of Y', then Cb, then Cr) and the frame repeats.
 #include "output/writeY4m.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -12,11 +19,73 @@ namespace {
 constexpr int kSamplesPerPixel = 4;  // Cr, Y, Cb, A
 constexpr int kCr = 0, kY = 1, kCb = 2;
 const char kFrameMarker[] = "FRAME\n";
+constexpr size_t kCopyChunk = size_t(1) << 20;  // bytes per step when the kernel cannot copy a range
 
+// A frame can be written by offset and copied within the file: a regular file, open to read and
+// write, not appending (standard output redirected to a file is usually write-only).
+bool writableInPlace(FILE* stream) {
+    struct stat status {};
+    const int fd = fileno(stream);
+    const int flags = fcntl(fd, F_GETFL);
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && flags != -1 && (flags & O_ACCMODE) == O_RDWR &&
+           (flags & O_APPEND) == 0;
+}
+
+// Offsets past what off_t holds (a 32-bit build without large-file support) fail, never wrap.
+bool fitsOffset(int64_t end) {
+    if (end <= std::numeric_limits<off_t>::max()) return true;
+    errno = EFBIG;
+    return false;
+}
+
+bool writeAt(int fd, const uint8_t* data, size_t size, int64_t at) {
+    if (!fitsOffset(at + static_cast<int64_t>(size))) return false;
+    while (size > 0) {
+        const ssize_t written = pwrite(fd, data, size, static_cast<off_t>(at));
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        data += written, size -= static_cast<size_t>(written), at += written;
+    }
+    return true;
+}
+
+// Copies size bytes at `from` to `to` within one file: by the kernel where it can, else (a file system
+// that refuses the call) through a bounded buffer.
+bool copyWithinFile(int fd, int64_t from, int64_t to, size_t size) {
+    if (!fitsOffset(to + static_cast<int64_t>(size))) return false;
+    off64_t in = from, out = to;
+    while (size > 0) {
+        const ssize_t copied = copy_file_range(fd, &in, fd, &out, size, 0);
+        if (copied < 0 && errno == EINTR) continue;
+        if (copied <= 0) break;
+        size -= static_cast<size_t>(copied);
+    }
+    std::vector<uint8_t> chunk(std::min(size, kCopyChunk));
+    while (size > 0) {
+        const ssize_t got = pread(fd, chunk.data(), std::min(size, chunk.size()), static_cast<off_t>(in));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0 || !writeAt(fd, chunk.data(), static_cast<size_t>(got), out)) return false;
+        in += got, out += got, size -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
+// To a regular file, each frame is written in place (rows land in their planes by offset) and a
+// repeated frame is copied from the one before it in the file, so no frame is held in memory.
+// Elsewhere (a pipe, a device) the frame is kept in its file form and written whole, as often as asked:
+// in memory while it fits the budget, else in an unnamed temporary file, so memory stays bounded.
 class Writer final : public ImageWriter {
 public:
-    Writer(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen)
-        : frames_(frames), rateNum_(rateNum), rateDen_(rateDen), aspectNum_(aspectNum), aspectDen_(aspectDen) {}
+    Writer(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen, size_t heldFrameBudget)
+        : frames_(frames),
+          rateNum_(rateNum),
+          rateDen_(rateDen),
+          aspectNum_(aspectNum),
+          aspectDen_(aspectDen),
+          heldFrameBudget_(heldFrameBudget) {}
+    ~Writer() override {
+        if (spill_ != nullptr) std::fclose(spill_);
+    }
 
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
@@ -29,74 +98,163 @@ public:
         const size_t lumaSamples = static_cast<size_t>(header.width) * header.height;
         const size_t chromaSamples =
             static_cast<size_t>(chromaWidth_) * ((header.height + chromaRowsStep_ - 1) / chromaRowsStep_);
-        frame_.assign((lumaSamples + 2 * chromaSamples) * bytesPerSample_, 0);
+        frameBytes_ = (lumaSamples + 2 * chromaSamples) * bytesPerSample_;
         cb_ = lumaSamples * bytesPerSample_;
         cr_ = cb_ + chromaSamples * bytesPerSample_;
-        const std::string line = streamHeader(header);
-        return out.write(line.data(), line.size());
+        luma_.assign(static_cast<size_t>(width_) * bytesPerSample_, 0);
+        chromaB_.assign(static_cast<size_t>(chromaWidth_) * bytesPerSample_, 0);
+        chromaR_.assign(chromaB_.size(), 0);
+        std::string line;
+        if (!streamHeader(header, line)) return false;
+        inFile_ = writableInPlace(out.stream());
+        if (!inFile_ && !holdFrame()) return false;
+        return out.write(line.data(), line.size()) && (!inFile_ || startFrameInFile());
     }
 
     bool writeRow(const uint16_t* row) override {
-        const size_t lumaAt = static_cast<size_t>(width_) * row_;
-        for (int x = 0; x < width_; ++x) put(lumaAt + x, row[kSamplesPerPixel * x + kY]);
+        for (int x = 0; x < width_; ++x) put(luma_, x, row[kSamplesPerPixel * x + kY]);
+        bool placed = place(luma_, static_cast<size_t>(width_) * row_ * bytesPerSample_);
         if (row_ % chromaRowsStep_ == 0) {
-            const size_t chromaAt = static_cast<size_t>(chromaWidth_) * (row_ / chromaRowsStep_);
             for (int c = 0; c < chromaWidth_; ++c) {
                 const uint16_t* pixel = row + kSamplesPerPixel * static_cast<size_t>(c * chromaColumnsStep_);
-                put(cb_ / bytesPerSample_ + chromaAt + c, pixel[kCb]);
-                put(cr_ / bytesPerSample_ + chromaAt + c, pixel[kCr]);
+                put(chromaB_, c, pixel[kCb]);
+                put(chromaR_, c, pixel[kCr]);
             }
+            const size_t chromaAt = static_cast<size_t>(chromaWidth_) * (row_ / chromaRowsStep_) * bytesPerSample_;
+            placed = placed && place(chromaB_, cb_ + chromaAt) && place(chromaR_, cr_ + chromaAt);
         }
         ++row_;
-        return true;
+        return placed;
     }
 
     bool startNextFrame(int firstRow) override {
         row_ = firstRow;
-        return --frames_ >= 1 && writeFrame();
+        return --frames_ >= 1 && (inFile_ ? repeatInFile() : writeHeld());
     }
 
     // The frame as it stands, once for every frame still to come.
     bool finish() override {
-        for (; frames_ > 0; --frames_)
-            if (!writeFrame()) return false;
-        return true;
+        if (!inFile_) {
+            for (; frames_ > 0; --frames_)
+                if (!writeHeld()) return false;
+            return true;
+        }
+        for (; frames_ > 1; --frames_)
+            if (!repeatInFile()) return false;
+        return endFrameInFile();
     }
 
 private:
-    bool writeFrame() {
-        return out_->write(kFrameMarker, sizeof kFrameMarker - 1) && out_->write(frame_.data(), frame_.size());
+    bool holdFrame() {
+        if (frameBytes_ <= heldFrameBudget_) {
+            frame_.assign(frameBytes_, 0);
+            return true;
+        }
+        spill_ = std::tmpfile();
+        return spill_ != nullptr || failed();
     }
 
-    // "YUV4MPEG2 W1920 H1080 F25:1 Ip A1:1 C422p10 XCOLORRANGE=LIMITED"
-    std::string streamHeader(const ImageHeader& header) const {
+    bool writeHeld() {
+        if (!out_->write(kFrameMarker, sizeof kFrameMarker - 1)) return false;
+        if (spill_ == nullptr) return out_->write(frame_.data(), frame_.size());
+        frame_.resize(std::min(frameBytes_, kCopyChunk));
+        for (size_t done = 0; done < frameBytes_;) {
+            const ssize_t got = pread(fileno(spill_), frame_.data(), std::min(frameBytes_ - done, frame_.size()),
+                                      static_cast<off_t>(done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return failed();
+            if (!out_->write(frame_.data(), static_cast<size_t>(got))) return false;
+            done += static_cast<size_t>(got);
+        }
+        return true;
+    }
+
+    // Starts the next frame in the file as a copy of the current one.
+    bool repeatInFile() {
+        const int64_t previous = frameAt_;
+        return endFrameInFile() && startFrameInFile() && copyInFile(previous);
+    }
+
+    // The marker goes through the stream; the frame's bytes then go to the file by offset.
+    bool startFrameInFile() {
+        if (!out_->write(kFrameMarker, sizeof kFrameMarker - 1)) return false;
+        if (std::fflush(out_->stream()) != 0) return failed();
+        frameAt_ = ftello(out_->stream());
+        return frameAt_ >= 0 || failed();
+    }
+
+    // Leaves the stream at the end of the frame for the next marker.
+    bool endFrameInFile() {
+        const int64_t end = frameAt_ + static_cast<int64_t>(frameBytes_);
+        return (fitsOffset(end) && fseeko(out_->stream(), static_cast<off_t>(end), SEEK_SET) == 0) || failed();
+    }
+
+    bool copyInFile(int64_t previous) {
+        return copyWithinFile(fileno(out_->stream()), previous, frameAt_, frameBytes_) || failed();
+    }
+
+    bool place(const std::vector<uint8_t>& bytes, size_t at) {
+        if (spill_ != nullptr)
+            return writeAt(fileno(spill_), bytes.data(), bytes.size(), static_cast<int64_t>(at)) || failed();
+        if (!inFile_) {
+            std::copy(bytes.begin(), bytes.end(), frame_.begin() + static_cast<std::ptrdiff_t>(at));
+            return true;
+        }
+        return writeAt(fileno(out_->stream()), bytes.data(), bytes.size(), frameAt_ + static_cast<int64_t>(at)) ||
+               failed();
+    }
+
+    bool failed() {
+        out_->fail(errno);
+        return false;
+    }
+
+    // "YUV4MPEG2 W1920 H1080 F25:1 Ip A1:1 C422p10 XCOLORRANGE=LIMITED"; 8-bit 4:2:0 names its chroma
+    // siting (top-left, as rendered). False, with a message, when the pixel aspect does not fit the field.
+    bool streamHeader(const ImageHeader& header, std::string& line) const {
         // Pixel aspect = display aspect / picture aspect, in lowest terms.
         const long long parNum = static_cast<long long>(aspectNum_) * header.height;
         const long long parDen = static_cast<long long>(aspectDen_) * header.width;
         const long long divisor = std::gcd(parNum, parDen);
-        const std::string depth = header.bits == 8 ? "" : "p" + std::to_string(header.bits);
-        char line[160];
-        std::snprintf(line, sizeof line, "YUV4MPEG2 W%d H%d F%d:%d Ip A%lld:%lld C%d%s XCOLORRANGE=LIMITED\n",
-                      header.width, header.height, rateNum_, rateDen_, parNum / divisor, parDen / divisor,
-                      header.sampling, depth.c_str());
-        return line;
+        const long long num = parNum / divisor, den = parDen / divisor;
+        if (num > std::numeric_limits<int32_t>::max() || den > std::numeric_limits<int32_t>::max()) {
+            std::fprintf(stderr, "Error: The pixel aspect %lld:%lld of -a %d:%d at %dx%d does not fit a Y4M header\n",
+                         num, den, aspectNum_, aspectDen_, header.width, header.height);
+            return false;
+        }
+        std::string chroma = std::to_string(header.sampling);
+        if (header.bits != 8)
+            chroma += "p" + std::to_string(header.bits);
+        else if (header.sampling == 420)
+            chroma += "paldv";
+        char text[160];
+        std::snprintf(text, sizeof text, "YUV4MPEG2 W%d H%d F%d:%d Ip A%lld:%lld C%s XCOLORRANGE=LIMITED\n",
+                      header.width, header.height, rateNum_, rateDen_, num, den, chroma.c_str());
+        line = text;
+        return true;
     }
 
     // Samples at the output depth, little-endian when two bytes.
-    void put(size_t index, uint16_t sample) {
+    void put(std::vector<uint8_t>& bytes, int index, uint16_t sample) const {
         const unsigned value = sample >> shift_;
-        uint8_t* at = &frame_[index * bytesPerSample_];
+        uint8_t* at = &bytes[static_cast<size_t>(index) * bytesPerSample_];
         at[0] = static_cast<uint8_t>(value);
         if (bytesPerSample_ == 2) at[1] = static_cast<uint8_t>(value >> 8);
     }
 
-    int frames_;  // still to write
+    int frames_;  // still to write, the current one included
     int rateNum_, rateDen_, aspectNum_, aspectDen_;
     OutputFile* out_ = nullptr;
     int width_ = 0, shift_ = 0, bytesPerSample_ = 1;
     int chromaColumnsStep_ = 1, chromaRowsStep_ = 1, chromaWidth_ = 0;
-    std::vector<uint8_t> frame_;
-    size_t cb_ = 0, cr_ = 0;  // byte offsets of the chroma planes
+    size_t frameBytes_ = 0;
+    size_t cb_ = 0, cr_ = 0;                         // byte offsets of the chroma planes in a frame
+    std::vector<uint8_t> luma_, chromaB_, chromaR_;  // one row in file form
+    bool inFile_ = false;
+    int64_t frameAt_ = 0;  // the current frame's offset in the file
+    size_t heldFrameBudget_;
+    std::vector<uint8_t> frame_;  // the frame in file form, when held in memory (else a bounded chunk)
+    FILE* spill_ = nullptr;       // the frame in file form, when held in a temporary file
     int row_ = 0;
 };
 
@@ -106,8 +264,9 @@ namespace Y4mWriter {
 
 bool takesBits(int bits) { return bits == 8 || bits == 10 || bits == 12 || bits == 16; }
 
-std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen) {
-    return std::make_unique<Writer>(frames, rateNum, rateDen, aspectNum, aspectDen);
+std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen,
+                                  size_t heldFrameBudget) {
+    return std::make_unique<Writer>(frames, rateNum, rateDen, aspectNum, aspectDen, heldFrameBudget);
 }
 
 }  // namespace Y4mWriter

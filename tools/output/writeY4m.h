@@ -1,6 +1,7 @@
 // YUV4MPEG2 output: the Y'CbCr full frame as planar video frames, one or more repeats of it.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "output/ImageWriter.h"
@@ -12,8 +13,13 @@ bool takesBits(int bits);
 
 // Rows of width x four host-order 16-bit samples (Cr, Y, Cb, A) rounded to the header's depth, Y'CbCr
 // axes only. The sampling picks C444, C422 or C420 (chroma of the even columns, and of the even rows
-// for 4:2:0); the pixel aspect follows the display aspect aspectNum:aspectDen; the range is limited.
-// The frame is written `frames` times at rateNum/rateDen frames a second.
-std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen);
+// for 4:2:0; 8-bit 4:2:0 is tagged with that top-left siting); the pixel aspect follows the display
+// aspect aspectNum:aspectDen in lowest terms (begin() refuses terms past 32 bits); the range is limited.
+// The frame is written `frames` times at rateNum/rateDen frames a second. To a destination that cannot
+// be written in place (a pipe, a device), a frame of up to heldFrameBudget bytes is held in memory
+// (1080p and 2160p clips), a larger one in an unnamed temporary file.
+constexpr size_t kHeldFrameBudget = size_t(64) << 20;
+std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen,
+                                  size_t heldFrameBudget = kHeldFrameBudget);
 
 }  // namespace Y4mWriter
