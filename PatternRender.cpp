@@ -130,17 +130,25 @@ private:
 };
 
 // The rows of a video frame after the first that differ from the frame before: a clock burnt into
-// the card moves on, so the rows it crosses are rendered again. Empty when every frame repeats.
+// the card moves on, so the rows it crosses are rendered again.
 struct FrameRows {
     int firstRow;
     std::unique_ptr<RowSource> rows;
 };
-using NextFrame = std::function<FrameRows(int frame)>;
+
+// Where the rows of a video's frames come from, once the first frame's have been streamed.
+struct VideoFrames {
+    int count = 1;
+    // The rows of frame n that differ from frame n - 1; unset when every frame repeats the first.
+    std::function<FrameRows(int frame)> changedRows;
+    // Every row of frame n, for a writer that takes each frame's rows more than once.
+    std::function<std::unique_ptr<RowSource>(int frame)> allRows;
+};
 
 // Streams the rows into the writer through the file, and finishes it; the caller commits it. False
 // after reporting.
 bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
-                 const NextFrame& nextFrame, OutputFile& out, StageTimes* times) {
+                 const VideoFrames& video, OutputFile& out, StageTimes* times) {
     ImageHeader header;
     header.width = s.width;
     header.height = source.rows();
@@ -161,16 +169,27 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
         return streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr, writeRow);
     };
     const auto laterFrames = [&] {
-        for (int frame = 1; nextFrame && frame < s.frames; ++frame) {
-            const FrameRows next = nextFrame(frame);
+        for (int frame = 1; video.changedRows && frame < video.count; ++frame) {
+            const FrameRows next = video.changedRows(frame);
             if (!writer->startNextFrame(next.firstRow) || !stream(*next.rows)) return false;
         }
         return true;
     };
+    // A writer that cannot hold a frame takes all its rows once per pass, rendered again each time.
+    const auto framesPassByPass = [&] {
+        for (int frame = 0; frame < video.count; ++frame)
+            for (int pass = frame == 0 ? 1 : 0; pass < writer->rowPasses(); ++pass)
+                if (!stream(*video.allRows(frame))) return false;
+        return true;
+    };
+    const auto frames = [&] {
+        if (!stream(source)) return false;
+        return writer->rowPasses() > 1 ? framesPassByPass() : laterFrames();
+    };
     const auto finish = [&] { return timed(writeTime, [&] { return writer->finish() && out.finish(); }); };
     try {
         const bool written =
-            out.open(format.needSeek) && writer->begin(out, header) && stream(source) && laterFrames() && finish();
+            out.open(format.needSeek) && writer->begin(out, header) && frames() && finish();
         if (!written) reportFailure(format, s.fileName, out, nullptr);
         return written;
     } catch (const std::runtime_error& error) {
@@ -287,12 +306,19 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     const ClockStart start = clockStart(s);
     if (hasBoxText(s))
         withStopSignalsBlocked([&] { return pattern.setBoxTexts(s.font, s.ident, lowerText(s, start, 0)), true; });
-    NextFrame nextFrame;
-    if (s.clock && s.frames > 1 && format.takesFrames) {
-        nextFrame = [&](int frame) {
-            pattern.setLowerText(lowerText(s, start, frame));
-            const auto [first, end] = pattern.lowerTextRows();
-            return FrameRows{first, pattern.fullFrameRows(s.width, s.height, first, end)};
+    VideoFrames video;
+    if (format.takesFrames) {
+        video.count = s.frames;
+        if (s.clock) {
+            video.changedRows = [&](int frame) {
+                pattern.setLowerText(lowerText(s, start, frame));
+                const auto [first, end] = pattern.lowerTextRows();
+                return FrameRows{first, pattern.fullFrameRows(s.width, s.height, first, end)};
+            };
+        }
+        video.allRows = [&](int frame) {
+            if (s.clock) pattern.setLowerText(lowerText(s, start, frame));
+            return pattern.fullFrameRows(s.width, s.height);
         };
     }
 
@@ -301,7 +327,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     announce(format, s);
     OutputFile output(s.fileName, standardOutput);
     const bool written = timed(times != nullptr ? &times->stream : nullptr,
-                               [&] { return writeOutput(format, s, *rows, lineRepeats, nextFrame, output, times); });
+                               [&] { return writeOutput(format, s, *rows, lineRepeats, video, output, times); });
     if (!written) return 1;
     std::unique_ptr<OutputFile> preview;
     if (!s.preview.empty()) {

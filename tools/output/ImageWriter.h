@@ -36,6 +36,9 @@ public:
     // Video: the frame so far is complete and written; the rows that follow are the next frame's
     // from firstRow on (rows above it stay as they were). A still has no next frame: false.
     virtual bool startNextFrame(int /*firstRow*/) { return false; }
+    // How often, once begun, the writer takes all rows of each frame, frame after frame. Above one,
+    // startNextFrame is not used: a planar stream too large to hold takes the rows once per plane.
+    virtual int rowPasses() const { return 1; }
 };
 
 // Opens fileName, writes `height` rows of `rowSamples` samples from `frame` and commits: 0, or -1

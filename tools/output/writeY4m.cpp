@@ -72,8 +72,9 @@ bool copyWithinFile(int fd, int64_t from, int64_t to, size_t size) {
 
 // To a regular file, each frame is written in place (rows land in their planes by offset) and a
 // repeated frame is copied from the one before it in the file, so no frame is held in memory.
-// Elsewhere (a pipe, a device) the frame is kept in its file form and written whole, as often as asked:
-// in memory while it fits the budget, else in an unnamed temporary file, so memory stays bounded.
+// Elsewhere (a pipe, a device) the frame is kept in its file form and written whole, as often as asked,
+// while it fits the budget; a larger frame is taken three times over, one plane a pass, so that memory
+// stays bounded at any size.
 class Writer final : public ImageWriter {
 public:
     Writer(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen, size_t heldFrameBudget)
@@ -83,13 +84,11 @@ public:
           aspectNum_(aspectNum),
           aspectDen_(aspectDen),
           heldFrameBudget_(heldFrameBudget) {}
-    ~Writer() override {
-        if (spill_ != nullptr) std::fclose(spill_);
-    }
 
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
         width_ = header.width;
+        height_ = header.height;
         shift_ = 16 - header.bits;
         bytesPerSample_ = header.bits > 8 ? 2 : 1;
         chromaColumnsStep_ = header.sampling == 444 ? 1 : 2;
@@ -107,19 +106,23 @@ public:
         std::string line;
         if (!streamHeader(header, line)) return false;
         inFile_ = writableInPlace(out.stream());
-        if (!inFile_ && !holdFrame()) return false;
+        if (!inFile_) {
+            if (frameBytes_ <= heldFrameBudget_)
+                frame_.assign(frameBytes_, 0);
+            else
+                passes_ = kPlanes;
+        }
         return out.write(line.data(), line.size()) && (!inFile_ || startFrameInFile());
     }
 
+    int rowPasses() const override { return passes_; }
+
     bool writeRow(const uint16_t* row) override {
+        if (passes_ > 1) return writePlaneRow(row);
         for (int x = 0; x < width_; ++x) put(luma_, x, row[kSamplesPerPixel * x + kY]);
         bool placed = place(luma_, static_cast<size_t>(width_) * row_ * bytesPerSample_);
         if (row_ % chromaRowsStep_ == 0) {
-            for (int c = 0; c < chromaWidth_; ++c) {
-                const uint16_t* pixel = row + kSamplesPerPixel * static_cast<size_t>(c * chromaColumnsStep_);
-                put(chromaB_, c, pixel[kCb]);
-                put(chromaR_, c, pixel[kCr]);
-            }
+            fillChroma(row);
             const size_t chromaAt = static_cast<size_t>(chromaWidth_) * (row_ / chromaRowsStep_) * bytesPerSample_;
             placed = placed && place(chromaB_, cb_ + chromaAt) && place(chromaR_, cr_ + chromaAt);
         }
@@ -132,8 +135,10 @@ public:
         return --frames_ >= 1 && (inFile_ ? repeatInFile() : writeHeld());
     }
 
-    // The frame as it stands, once for every frame still to come.
+    // The frame as it stands, once for every frame still to come (taken plane by plane, each frame
+    // has been written already).
     bool finish() override {
+        if (passes_ > 1) return true;
         if (!inFile_) {
             for (; frames_ > 0; --frames_)
                 if (!writeHeld()) return false;
@@ -145,28 +150,37 @@ public:
     }
 
 private:
-    bool holdFrame() {
-        if (frameBytes_ <= heldFrameBudget_) {
-            frame_.assign(frameBytes_, 0);
-            return true;
+    static constexpr int kPlanes = 3;
+
+    void fillChroma(const uint16_t* row) {
+        for (int c = 0; c < chromaWidth_; ++c) {
+            const uint16_t* pixel = row + kSamplesPerPixel * static_cast<size_t>(c * chromaColumnsStep_);
+            put(chromaB_, c, pixel[kCb]);
+            put(chromaR_, c, pixel[kCr]);
         }
-        spill_ = std::tmpfile();
-        return spill_ != nullptr || failed();
+    }
+
+    // Pass 0 writes the frame's Y' row by row, pass 1 its Cb and pass 2 its Cr, straight to the output.
+    bool writePlaneRow(const uint16_t* row) {
+        bool written = true;
+        if (plane_ == 0) {
+            if (row_ == 0) written = out_->write(kFrameMarker, sizeof kFrameMarker - 1);
+            for (int x = 0; x < width_; ++x) put(luma_, x, row[kSamplesPerPixel * x + kY]);
+            written = written && out_->write(luma_.data(), luma_.size());
+        } else if (row_ % chromaRowsStep_ == 0) {
+            fillChroma(row);
+            const std::vector<uint8_t>& chroma = plane_ == 1 ? chromaB_ : chromaR_;
+            written = out_->write(chroma.data(), chroma.size());
+        }
+        if (++row_ == height_) {
+            row_ = 0;
+            plane_ = (plane_ + 1) % kPlanes;
+        }
+        return written;
     }
 
     bool writeHeld() {
-        if (!out_->write(kFrameMarker, sizeof kFrameMarker - 1)) return false;
-        if (spill_ == nullptr) return out_->write(frame_.data(), frame_.size());
-        frame_.resize(std::min(frameBytes_, kCopyChunk));
-        for (size_t done = 0; done < frameBytes_;) {
-            const ssize_t got = pread(fileno(spill_), frame_.data(), std::min(frameBytes_ - done, frame_.size()),
-                                      static_cast<off_t>(done));
-            if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) return failed();
-            if (!out_->write(frame_.data(), static_cast<size_t>(got))) return false;
-            done += static_cast<size_t>(got);
-        }
-        return true;
+        return out_->write(kFrameMarker, sizeof kFrameMarker - 1) && out_->write(frame_.data(), frame_.size());
     }
 
     // Starts the next frame in the file as a copy of the current one.
@@ -194,8 +208,6 @@ private:
     }
 
     bool place(const std::vector<uint8_t>& bytes, size_t at) {
-        if (spill_ != nullptr)
-            return writeAt(fileno(spill_), bytes.data(), bytes.size(), static_cast<int64_t>(at)) || failed();
         if (!inFile_) {
             std::copy(bytes.begin(), bytes.end(), frame_.begin() + static_cast<std::ptrdiff_t>(at));
             return true;
@@ -253,8 +265,10 @@ private:
     bool inFile_ = false;
     int64_t frameAt_ = 0;  // the current frame's offset in the file
     size_t heldFrameBudget_;
-    std::vector<uint8_t> frame_;  // the frame in file form, when held in memory (else a bounded chunk)
-    FILE* spill_ = nullptr;       // the frame in file form, when held in a temporary file
+    std::vector<uint8_t> frame_;  // the frame in file form, when held in memory
+    int passes_ = 1;              // kPlanes: each frame's rows come once per plane
+    int plane_ = 0;               // the plane this pass writes
+    int height_ = 0;
     int row_ = 0;
 };
 
