@@ -29,5 +29,9 @@ mkdir -p "$ROOT" "$debs"
 echo "Unpacking $(echo "$list" | wc -l) armhf packages into $ROOT"
 (cd "$debs" && apt-get download -q $(for p in $list; do echo "$p:armhf"; done) $COMMON_PACKAGES >/dev/null)
 for deb in "$debs"/*.deb; do dpkg-deb -x "$deb" "$ROOT"; done
+# qemu-arm looks a path up in the tree first: the host's font configuration and fonts serve (they are
+# the same for any architecture), and the 32-bit font caches stay in the tree.
+rm -rf "$ROOT/etc/fonts" "$ROOT/usr/share/fonts"
+mkdir -p "$ROOT/var/cache/fontconfig"
 rm -rf "$debs"
 echo "$list" >"$stamp"

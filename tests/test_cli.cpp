@@ -317,7 +317,7 @@ TEST_F(Program, InstallationPutsTheProgramManualAndCompletionInPlace) {
     EXPECT_EQ(commandOutput("cd '" + root + "' && find . -type f | sort"),
               "./usr/bin/pm5544\n./usr/share/bash-completion/completions/pm5544\n"
               "./usr/share/man/man1/pm5544.1.gz\n");
-    EXPECT_EQ(commandOutput("'" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
+    EXPECT_EQ(commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
 }
 
 }  // namespace
