@@ -15,7 +15,7 @@ COMMON_PACKAGES="nlohmann-json3-dev x11proto-dev x11proto-core-dev x11proto-rend
 armhf_packages() {
     apt-cache depends --recurse --no-recommends --no-suggests --no-conflicts --no-breaks --no-replaces \
         --no-enhances $(for p in $TOP_PACKAGES; do echo "$p:armhf"; done) |
-        sed -n 's/^\(\(lib\|gir1\.2-\)[^ ]*\):armhf$/\1/p' |
+        sed -n 's/^\(\(lib\|gir1\.2-\|zlib\|uuid\)[^ ]*\):armhf$/\1/p' |
         grep -vx 'libc6-dev\|libc-dev-bin\|libcrypt-dev\|libnsl-dev\|libtirpc-dev' | sort -u
 }
 
