@@ -152,18 +152,12 @@ struct ProgramForNobody {
     std::string path, why;
 };
 
+// Whether nobody can run the copy (it may start another program, as a cross build's emulator does).
 bool nobodyCanRun(const std::string& path) {
-    const passwd* nobody = getpwnam("nobody");
-    if (nobody == nullptr) return false;
-    const pid_t pid = fork();
-    if (pid == 0)
-        _exit(setgroups(0, nullptr) == 0 && setgid(nobody->pw_gid) == 0 && setuid(nobody->pw_uid) == 0 &&
-                      access(path.c_str(), X_OK) == 0
-                  ? 0
-                  : 1);
-    int status = -1;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    ChildSetup setup;
+    setup.program = path;
+    setup.asNobody = true;
+    return runProgram(setup, "--version") == "exit 0";
 }
 
 const ProgramForNobody& programForNobody() {
