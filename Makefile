@@ -38,8 +38,9 @@ package: deps build
 	cmake --build build -j $(JOBS) --target pm5544 pm5544_docs
 	cd build && cpack -G DEB
 
+# The program and the tests cross-built for 32-bit ARM hard-float in build/armhf, the suite run under qemu-arm.
 check-arm:
-	./scripts/check-arm.sh
+	JOBS=$(JOBS) ./scripts/check-arm.sh
 
 deps:
 	@./scripts/install-packages.sh $(BUILD_PACKAGES)

@@ -1,17 +1,27 @@
 #!/bin/sh
-# Compiles every source of the program for 32-bit ARM hard-float with the project's warnings
-# (syntax and types only: the host's library headers stand in for the target's). Needs the
-# Debian package g++-arm-linux-gnueabihf.
+# Cross-builds the program and its tests for 32-bit ARM hard-float (without sanitizers) into build/armhf
+# and runs the suite there under qemu-arm. As root it installs what it needs (the cross compiler,
+# qemu-user, armhf in apt's lists); otherwise it prints the command that would.
 set -e
 cd "$(dirname "$0")/.."
-CXX=arm-linux-gnueabihf-g++
-command -v $CXX >/dev/null || { echo "Please run: sudo apt-get install -y g++-arm-linux-gnueabihf"; exit 1; }
-FLAGS=$(pkg-config --cflags libpng libtiff-4 cairo pango pangocairo fontconfig freetype2 |
-        tr ' ' '\n' | grep -v '^-I/usr/include/x86_64-linux-gnu$' | tr '\n' ' ')
-status=0
-for f in *.cpp $(find tools patterns -name '*.cpp'); do
-    $CXX -std=c++17 -O2 -Wall -Wextra -Werror -mfloat-abi=hard -I. -Itools -Ipatterns $FLAGS \
-        -idirafter /usr/include/x86_64-linux-gnu -fsyntax-only "$f" || status=1
-done
-[ $status -eq 0 ] && echo "All sources compile for 32-bit ARM hard-float without warnings."
-exit $status
+JOBS=${JOBS:-2}
+BUILD=build/armhf
+ROOT=$PWD/$BUILD/root
+
+./scripts/install-packages.sh cmake make pkg-config g++-arm-linux-gnueabihf qemu-user dpkg-dev file
+if ! dpkg --print-foreign-architectures | grep -qx armhf; then
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "armhf packages are not in apt's lists. Please run:"
+        echo "  sudo dpkg --add-architecture armhf && sudo apt-get update"
+        exit 1
+    fi
+    dpkg --add-architecture armhf
+    apt-get update -qq || true  # an index that fails to fetch leaves the others usable
+fi
+./scripts/armhf-root.sh "$ROOT"
+
+cmake -S . -B $BUILD -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake -DPM5544_ARMHF_ROOT="$ROOT" \
+      -DCMAKE_BUILD_TYPE=Release -DPM5544_BUILD_TESTS=ON
+cmake --build $BUILD -j "$JOBS"
+file $BUILD/pm5544 | grep -q 'ARM, EABI5' || { echo "$BUILD/pm5544 is not a 32-bit ARM program"; exit 1; }
+ctest --test-dir $BUILD --output-on-failure -j "$JOBS"

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -246,17 +248,28 @@ TEST_F(Program, OutputDepthAndDpxDescriptor) {
 }
 
 // Through a pipe, a writer that seeks back (TIFF) and one that does not (PNG) give the bytes of the file
-// of the same settings. A terminal never receives the file's bytes.
-TEST_F(Program, StandardOutputThroughAPipeButNotToATerminal) {
+// of the same settings.
+TEST_F(Program, StandardOutputThroughAPipe) {
     const std::string program = "cd '" + dir.path("") + "' && '" PM5544_EXE "' -d 160x90 ";
     for (const std::string format : {"png", "tif"}) {
         ASSERT_EQ(run("-d 160x90 card." + format).status, 0);
         const std::string piped = commandOutput(program + "--format " + format + " - 2>/dev/null | cat");
         EXPECT_TRUE(piped == file("card." + format)) << format << ": " << piped.size() << " bytes";
     }
+}
+
+// A terminal never receives the file's bytes. Needs a pseudo-terminal, which a build chroot without
+// /dev/pts cannot give.
+TEST_F(Program, StandardOutputNotToATerminal) {
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
-    EXPECT_EQ(commandOutput(program + "- 2>&1 >" + ptsname(terminal) + "; echo $?"),
+    const char* name = terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0 ? ptsname(terminal) : nullptr;
+    if (name == nullptr || access(name, W_OK) != 0) {
+        const std::string why = std::strerror(errno);
+        if (terminal >= 0) close(terminal);
+        GTEST_SKIP() << "no pseudo-terminal to write to (" << (name != nullptr ? name : "posix_openpt") << ": " << why
+                     << ")";
+    }
+    EXPECT_EQ(commandOutput("cd '" + dir.path("") + "' && '" PM5544_EXE "' -d 160x90 - 2>&1 >" + name + "; echo $?"),
               "Error: Standard output is a terminal: send the file (-) to a pipe or redirect it\n1\n");
     close(terminal);
 }
@@ -357,7 +370,7 @@ TEST_F(Program, InstallationPutsTheProgramManualAndCompletionInPlace) {
     EXPECT_EQ(commandOutput("cd '" + root + "' && find . -type f | sort"),
               "./usr/bin/pm5544\n./usr/share/bash-completion/completions/pm5544\n"
               "./usr/share/man/man1/pm5544.1.gz\n");
-    EXPECT_EQ(commandOutput("'" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
+    EXPECT_EQ(commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
 }
 
 }  // namespace
