@@ -8,7 +8,9 @@ done
 [ -z "$missing" ] && exit 0
 if [ "$(id -u)" -eq 0 ]; then
     echo "Installing:$missing"
-    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $missing
+    # An index that fails to fetch (a foreign architecture's, mid-sync) leaves the others usable.
+    apt-get update -qq || echo "apt-get update reported errors; installing from the lists it has"
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $missing
 else
     echo "Missing packages. Please run:"
     echo "  sudo apt-get install -y$missing"
