@@ -28,11 +28,6 @@ using Tree = std::map<std::string, std::string>;
 
 const Bytes kEarlier(4096, 0x5a);
 
-void writeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-}
-
 // Every entry of a directory with its size and a hash of its bytes (or "link", "special"): equal trees
 // mean nothing was changed, added or removed, temporaries included.
 Tree snapshot(const std::string& directory) {

@@ -49,8 +49,7 @@ const Bytes kEarlier = noiseBytes(8 * 1024, 1);
 const Bytes kFresh = noiseBytes(64 * 1024, 2);
 
 void writeFile(const std::string& path, const Bytes& bytes, mode_t mode = 0644) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    TestFiles::writeFile(path, bytes);
     chmod(path.c_str(), mode);
 }
 

@@ -41,6 +41,10 @@ inline Bytes readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
+inline void writeFile(const std::string& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
 inline bool exists(const std::string& path) { return std::filesystem::exists(path); }
 inline std::string text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
 

@@ -30,11 +30,6 @@ LimitedRun runUnder(const ScratchDir& dir, const ScratchDir& logs, int mebibytes
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), text(readFile(logs.path("err")))};
 }
 
-void writeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
 // Too little room for the dynamic loader or an emulator to start the program.
 bool startsNothing(const LimitedRun& run) {
     return run.err.find("error while loading shared libraries") != std::string::npos ||
