@@ -17,6 +17,7 @@
 #include "CommandLineReading.h"
 #include "OutputFormats.h"
 #include "colour/ColourSpace.h"
+#include "output/writeDPX.h"
 #include "text/ClockText.h"
 
 using PatternGen::colorAxes_e;
@@ -410,15 +411,15 @@ void warnAboutFallbackToPng(const Settings& s) {
 }
 
 void warnAboutDpx(const Settings& s) {
-    constexpr int dpxBits = 10;
+    constexpr int dpxBits = DPX::kDataBits;
     if (s.bits != dpxBits)
         warn("DPX files are always 10-bit: -b %d rounds the frame to %d bits, %s (-b 10 rounds to 10)", s.bits, s.bits,
              s.bits > dpxBits ? "of which the file keeps the top 10" : "which the file stores in 10");
-    const bool written444 = s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444;
-    if (PatternGen::isYCbCrAxes(s.axes) && s.sampling != PatternGen::Sampling_422 && !written444)
+    const DPX::eFormat descriptor = DPXWriter::descriptorFor(s.axes, s.sampling);
+    if (PatternGen::isYCbCrAxes(s.axes) && s.sampling != PatternGen::Sampling_422 && descriptor != DPX::kCbYCr)
         warn("DPX writes -c %s -s %d as 4:2:2 (descriptor 100): only -c 709 is written as 4:4:4", colourWordOf(s.axes),
              int(s.sampling));
-    if (PatternGen::isRGBHDRAxes(s.axes))
+    if (!PatternGen::isYCbCrAxes(s.axes) && descriptor == DPX::kCbYCrY)
         warn(
             "DPX writes the R'G'B' samples of -c %s under the CbYCrY 4:2:2 descriptor (100), so readers decode "
             "them as Y'CbCr",

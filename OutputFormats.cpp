@@ -18,7 +18,7 @@ namespace PatternRender {
 
 namespace {
 
-constexpr int deviceBits = 12;
+constexpr int deviceBits = DeviceFile::codeBits;
 
 // ---- Device checks: the settings a device pattern file needs. Each prints the first failing check
 // (standard output, no trailing newline) and returns false.
@@ -68,14 +68,8 @@ bool fitsY4m(const Settings& s) {
 
 // ---- Writers, as the table makes them.
 
-DPX::eFormat dpxDescriptor(const Settings& s) {
-    if (s.axes == PatternGen::Colour_RGB || s.axes == PatternGen::Colour_RGB_219) return DPX::kRGB;
-    if (s.axes == PatternGen::Colour_YCbCr_709 && s.sampling == PatternGen::Sampling_444) return DPX::kCbYCr;
-    return DPX::kCbYCrY;
-}
-
 std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
-std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(dpxDescriptor(s), DPX::Metadata()); }
+std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(DPXWriter::descriptorFor(s.axes, s.sampling), DPX::Metadata()); }
 std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
 std::unique_ptr<ImageWriter> makeY4m(const Settings& s) {
     return Y4mWriter::make(s.frames, s.rateNum, s.rateDen, s.aspectNum, s.aspectDen);

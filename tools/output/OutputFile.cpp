@@ -349,8 +349,3 @@ Destination destinationOf(const std::string& name) {
 bool OutputFile::sameDestination(const std::string& first, const std::string& second) {
     return destinationOf(first) == destinationOf(second);
 }
-
-void OutputFile::removeIncomplete(const std::string& fileName) {
-    std::error_code error;
-    if (std::filesystem::is_regular_file(fileName, error)) std::filesystem::remove(fileName, error);
-}

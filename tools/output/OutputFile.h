@@ -49,8 +49,6 @@ public:
     // followed, "-" being standard output), else the same resolved directory and name.
     static bool sameDestination(const std::string& first, const std::string& second);
 
-    // Removes a regular file left incomplete by an earlier failure; devices stay.
-    static void removeIncomplete(const std::string& fileName);
 
 private:
     bool openStream(bool needSeek);

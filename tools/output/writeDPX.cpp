@@ -244,6 +244,12 @@ private:
 
 namespace DPXWriter {
 
+DPX::eFormat descriptorFor(PatternGen::colorAxes_e axes, int sampling) {
+    if (axes == PatternGen::Colour_RGB || axes == PatternGen::Colour_RGB_219) return DPX::kRGB;
+    if (axes == PatternGen::Colour_YCbCr_709 && sampling == 444) return DPX::kCbYCr;
+    return DPX::kCbYCrY;
+}
+
 std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata) {
     return std::make_unique<Writer>(format, metadata, DPX::kDataBits);
 }

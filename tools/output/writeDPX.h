@@ -34,6 +34,10 @@ struct Metadata {
 
 namespace DPXWriter {
 
+// The descriptor a frame is written under: RGB for the SDR R'G'B' encodings, CbYCr 4:4:4 for BT.709
+// 4:4:4, CbYCrY 4:2:2 for everything else.
+DPX::eFormat descriptorFor(PatternGen::colorAxes_e axes, int sampling);
+
 // Rows of width x four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A; alpha is not stored),
 // packed into lines of the given descriptor; the header says 10 bits.
 std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata);

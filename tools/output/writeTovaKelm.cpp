@@ -16,7 +16,7 @@ namespace {
 namespace DeviceFileLayout {
 constexpr char magic[8] = {'P', 'A', 'T', 'T', 'E', 'R', 'N', '\0'};
 constexpr size_t headerSize = 16;
-constexpr uint8_t bitDepth = 12;
+constexpr uint8_t bitDepth = DeviceFile::codeBits;
 }  // namespace DeviceFileLayout
 
 void putWord(uint8_t* out, uint16_t value) {

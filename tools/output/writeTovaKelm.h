@@ -13,6 +13,7 @@
 class OutputFile;
 
 namespace DeviceFile {
+constexpr int codeBits = 12;                       // every sample is a 12-bit code, the only depth players take
 constexpr unsigned long maxCount = 65535;          // blocks per file, sections per line (16-bit counts)
 constexpr unsigned long maxSectionLength = 32767;  // a section's length is stored doubled in 16 bits
 constexpr uint32_t maxPercentage = 65535;          // a block's line count; more lines continue in a new block
