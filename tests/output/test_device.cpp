@@ -40,11 +40,8 @@ CompressedLine* literalLine(const std::vector<Sample>& samples) {
     return line;
 }
 
-// Sample::b3Words is process-wide (and reset by a file's constructor): each test starts and ends with four words.
 class DeviceFile : public ::testing::Test {
 protected:
-    void SetUp() override { Sample::b3Words = false; }
-    void TearDown() override { Sample::b3Words = false; }
     Bytes saved(TovaKelmPatternFile& file, size_t from = 0) {
         EXPECT_TRUE(file.Save(dir.path("f.pat")));
         const Bytes bytes = TestFiles::readFile(dir.path("f.pat"));
@@ -152,7 +149,7 @@ TEST_F(DeviceFile, XYZConversion) {
     file.line_blocks[0]->SetPercentage(1080);
     file.ConvertToXYZ();
     empty.ConvertToXYZ();
-    EXPECT_TRUE(file.format == 3 && Sample::b3Words);
+    EXPECT_TRUE(file.format == 3 && file.threeWordSamples);
     EXPECT_EQ(hex("50415454 45524E00 01 0780 01 0C 03 0000 | 0001 | 0438 0002 | 0000 0004 0ED1 0F78 0F31"
                   "0B54 087A 0010 | 0EFC 07DD 0587 0EE6"),
               saved(file));

@@ -9,8 +9,6 @@
 
 #include "output/OutputFile.h"
 
-bool Sample::b3Words = false;
-
 namespace {
 
 namespace DeviceFileLayout {
@@ -51,10 +49,10 @@ void checkLineFits(const CompressedLine& line) {
 
 // ---- Sample ----
 
-bool Sample::Save(OutputFile& out) const {
+bool Sample::Save(OutputFile& out, bool threeWords) const {
     uint8_t bytes[8];
     size_t size;
-    if (b3Words) {
+    if (threeWords) {
         putWord(bytes, component[0]);
         putWord(bytes + 2, component[1]);
         putWord(bytes + 4, component[2]);
@@ -80,7 +78,7 @@ void Section::AddRepeatedSamplePair(unsigned int count, const Sample& sample) {
     samplePairs.push_back(sample);
 }
 
-bool Section::Save(OutputFile& out) const {
+bool Section::Save(OutputFile& out, bool threeWordSamples) const {
     uint16_t countWord;
     if (repeatCount != 0) {
         if (samplePairs.size() != 1)
@@ -91,7 +89,7 @@ bool Section::Save(OutputFile& out) const {
         countWord = static_cast<uint16_t>(2u * samplePairs.size()) & 0xFFFE;
     }
     if (!writeWord(out, countWord)) throw std::runtime_error("Problem saving Section SamplePair count.\n");
-    for (const Sample& sample : samplePairs) sample.Save(out);
+    for (const Sample& sample : samplePairs) sample.Save(out, threeWordSamples);
     return true;
 }
 
@@ -105,11 +103,11 @@ CompressedLine::~CompressedLine() {
     for (Section* section : sections) delete section;
 }
 
-bool CompressedLine::Save(OutputFile& out) const {
+bool CompressedLine::Save(OutputFile& out, bool threeWordSamples) const {
     if (!writeWord(out, percentage)) throw std::runtime_error("Problem writing Percentage.");
     if (sections.empty()) throw std::runtime_error("Zero length section is invalid!");
     if (!writeWord(out, GetSectionCount())) throw std::runtime_error("Problem writing sections");
-    for (const Section* section : sections) section->Save(out);
+    for (const Section* section : sections) section->Save(out, threeWordSamples);
     return true;
 }
 
@@ -164,7 +162,7 @@ void TovaKelmPatternFile::AddBlock(CompressedLine* line) {
 void TovaKelmPatternFile::Clear() {
     for (CompressedLine* line : line_blocks) delete line;
     line_blocks.clear();
-    Sample::b3Words = false;
+    threeWordSamples = false;
     format = Format_YCbCr422;
     bitDepth = 10;
     singleBlock = true;
@@ -211,14 +209,14 @@ bool TovaKelmPatternFile::Save(OutputFile& out) {
     if (!out.write(header, sizeof header)) return false;
 
     if (blockLayout == 0) {
-        if (!line_blocks.empty()) return line_blocks.front()->Save(out);
+        if (!line_blocks.empty()) return line_blocks.front()->Save(out, threeWordSamples);
     } else if (blockLayout == 1) {
         uint16_t blocks = 0;
         for (const CompressedLine* line : line_blocks)
             if (line->GetSectionCount() != 0) ++blocks;
         if (!writeWord(out, blocks)) throw std::runtime_error("Problem saving line_blocks");
         for (const CompressedLine* line : line_blocks)
-            if (line->GetSectionCount() != 0 && !line->Save(out))
+            if (line->GetSectionCount() != 0 && !line->Save(out, threeWordSamples))
                 throw std::runtime_error("Problem saving line_blocks");
     }
     return true;
@@ -297,7 +295,7 @@ DeviceBlockBuilder::DeviceBlockBuilder(TovaKelmPatternFile& file, int width, boo
     file_.lineWidth = static_cast<uint16_t>(width);
     file_.blockLayout = 1;
     file_.singleBlock = lineRepeats_.size() == 1;
-    Sample::b3Words = !pairs;
+    file_.threeWordSamples = !pairs;
 }
 
 std::unique_ptr<CompressedLine> DeviceBlockBuilder::compress(const uint16_t* samples) {

@@ -32,17 +32,15 @@ inline int samplesPerLine(int width, bool pairs) { return pairs ? (width + 1) / 
 struct Sample {
     uint16_t component[4] = {0, 0, 0, 0};
 
-    // Process-wide: true writes every sample as three words (c0 c1 c2), false as four (c2 c1 c0 c3).
-    static bool b3Words;
-
     bool operator==(const Sample& other) const {
         return component[0] == other.component[0] && component[1] == other.component[1] &&
                component[2] == other.component[2] && component[3] == other.component[3];
     }
     bool operator!=(const Sample& other) const { return !(*this == other); }
 
-    // Writes the sample big-endian in the form b3Words selects; throws std::runtime_error on failure.
-    bool Save(OutputFile& out) const;
+    // Writes the sample big-endian: threeWords as c0 c1 c2, else as c2 c1 c0 c3. Throws
+    // std::runtime_error on failure.
+    bool Save(OutputFile& out, bool threeWords) const;
 };
 
 // A literal array of samples (repeatCount 0) or one sample repeated repeatCount times.
@@ -57,7 +55,7 @@ public:
     // Turns an empty section into a run; refuses a section that already holds samples.
     void AddRepeatedSamplePair(unsigned int count, const Sample& sample);
 
-    bool Save(OutputFile& out) const;
+    bool Save(OutputFile& out, bool threeWordSamples) const;
     void ConvertToXYZ(bool standardDefinition);
 
     bool operator==(const Section& other) const;
@@ -76,7 +74,7 @@ public:
     CompressedLine& operator=(const CompressedLine&) = delete;
 
     virtual ~CompressedLine();
-    virtual bool Save(OutputFile& out) const;
+    virtual bool Save(OutputFile& out, bool threeWordSamples) const;
     virtual void SetPercentage(unsigned short value);
     virtual unsigned short GetPercentage() const;
     virtual unsigned short GetSectionCount() const;
@@ -103,6 +101,7 @@ public:
     uint32_t format = Format_YCbCr422;
     uint32_t bitDepth = 10;
     bool singleBlock = true;
+    bool threeWordSamples = false;  // samples as three words (R'G'B' 4:4:4, X'Y'Z') or four
 
     TovaKelmPatternFile();
     TovaKelmPatternFile(const TovaKelmPatternFile&) = delete;
@@ -112,7 +111,7 @@ public:
     // Takes ownership of line.
     virtual void AddBlock(CompressedLine* line);
 
-    // Deletes every line and resets format, bit depth, singleBlock and Sample::b3Words.
+    // Deletes every line and resets format, bit depth, singleBlock and the sample form.
     void Clear();
     // Returns false if the header could not be written; every other failure throws
     // std::runtime_error. A file that fails part-way is removed.

@@ -115,6 +115,6 @@ void TovaKelmPatternFile::ConvertToXYZ() {
     } else if (blockLayout == 1) {
         for (CompressedLine* line : line_blocks) line->ConvertToXYZ(standardDefinition);
     }
-    Sample::b3Words = true;
+    threeWordSamples = true;
     format = Format_XYZ;
 }
