@@ -26,7 +26,6 @@ TIFFFieldInfo xtiffFieldInfo[] = {
 };
 
 TIFFExtendProc parent_extender = nullptr;
-bool first_time = true;
 
 // Called by libtiff for every TIFF it opens: adds the private tag, then lets an earlier extender run.
 void registerCustomTIFFTags(TIFF* tif) {
@@ -34,11 +33,14 @@ void registerCustomTIFFTags(TIFF* tif) {
     if (parent_extender != nullptr) parent_extender(tif);
 }
 
-// Installs the extender once per program run; it stays for every later TIFF.
+// Installs the extender once per program run, whichever thread writes the first TIFF; it stays for
+// every later TIFF.
 void augment_libtiff_with_custom_tags() {
-    if (!first_time) return;
-    first_time = false;
-    parent_extender = TIFFSetTagExtender(registerCustomTIFFTags);
+    static const bool installed = [] {
+        parent_extender = TIFFSetTagExtender(registerCustomTIFFTags);
+        return true;
+    }();
+    static_cast<void>(installed);
 }
 
 // Compact JSON array of [first, second] arrays, e.g. [[0,2],[3,1]].
@@ -64,21 +66,23 @@ void setImageFields(TIFF* tif, bool isYCbCr, int width, int height) {
     TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, kSamplesPerPixel);
 }
 
-// libtiff reports errors through a process-wide handler. It keeps the first one of a write (and
-// the errno of a failed system call) for the caller instead of printing it, so that a failure is
-// reported once, with the system's reason, by whoever owns the output.
+// The first error libtiff reports while one TIFF is written (and the errno of a failed system call),
+// kept for the writer instead of printed, so that a failure is reported once, with the system's reason,
+// by whoever owns the output.
 struct LibtiffError {
     int error = 0;
     std::string message;
 };
-LibtiffError lastError;
 
-void recordError(const char* module, const char* format, va_list arguments) {
+// libtiff's handler for one TIFF's errors; handled here, so libtiff's process-wide handler stays silent.
+int recordError(TIFF*, void* userData, const char* module, const char* format, va_list arguments) {
     const int error = errno;
-    if (!lastError.message.empty()) return;
+    LibtiffError& first = *static_cast<LibtiffError*>(userData);
+    if (!first.message.empty()) return 1;
     char text[512];
     std::vsnprintf(text, sizeof text, format, arguments);
-    lastError = {error, module != nullptr ? std::string(module) + ": " + text : text};
+    first = {error, module != nullptr ? std::string(module) + ": " + text : text};
+    return 1;
 }
 
 // libtiff's I/O on the OutputFile's stream: writes go through OutputFile::write, which notes failures.
@@ -103,7 +107,7 @@ int mapNothing(thandle_t, void**, toff_t*) { return 0; }
 void unmapNothing(thandle_t, void*, toff_t) {}
 
 // Rows are encoded into the one LZW strip as they arrive, so no line is kept: the encoder's output
-// is the same as for the whole strip at once. libtiff's error handler is ours from begin() to finish().
+// is the same as for the whole strip at once.
 class Writer final : public ImageWriter {
 public:
     ~Writer() override { close(); }
@@ -115,9 +119,7 @@ public:
         row_.assign(static_cast<size_t>(header.width) * kSamplesPerPixel, 0);
         rowIndex_ = 0;
         augment_libtiff_with_custom_tags();
-        lastError = {};
-        previousHandler_ = TIFFSetErrorHandler(recordError);
-        handlerSet_ = true;
+        error_ = {};
         return openFile() || fail();
     }
 
@@ -138,8 +140,12 @@ public:
 
 private:
     bool openFile() {
-        tif_ = TIFFClientOpen(out_->name().c_str(), "w", out_, readNothing, writeTo, seekIn, leaveOpen, sizeOf,
-                              mapNothing, unmapNothing);
+        TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+        if (options == nullptr) return false;
+        TIFFOpenOptionsSetErrorHandlerExtR(options, recordError, &error_);
+        tif_ = TIFFClientOpenExt(out_->name().c_str(), "w", out_, readNothing, writeTo, seekIn, leaveOpen, sizeOf,
+                                 mapNothing, unmapNothing, options);
+        TIFFOpenOptionsFree(options);
         if (tif_ == nullptr) {
             std::fputs("Could not create tiff file\n", stderr);
             return false;
@@ -153,17 +159,14 @@ private:
     void close() {
         if (tif_ != nullptr) TIFFClose(tif_);
         tif_ = nullptr;
-        if (handlerSet_) TIFFSetErrorHandler(previousHandler_);
-        handlerSet_ = false;
     }
 
     // Reports libtiff's first error once, with the system's reason where there is one.
     bool fail() {
         close();
         if (!out_->failed()) {
-            if (lastError.error == 0 && !lastError.message.empty())
-                std::fprintf(stderr, "%s\n", lastError.message.c_str());
-            out_->fail(lastError.error);
+            if (error_.error == 0 && !error_.message.empty()) std::fprintf(stderr, "%s\n", error_.message.c_str());
+            out_->fail(error_.error);
         }
         return false;
     }
@@ -174,8 +177,7 @@ private:
     std::vector<uint16_t> row_;
     uint32_t rowIndex_ = 0;
     TIFF* tif_ = nullptr;
-    TIFFErrorHandler previousHandler_ = nullptr;
-    bool handlerSet_ = false;
+    LibtiffError error_;
 };
 
 }  // namespace
