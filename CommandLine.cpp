@@ -388,10 +388,8 @@ bool checkTimecode(const Timecode& t, int rateNum, int rateDen) {
 
 // Checks that need every option read.
 bool checkCombinations(const Settings& s) {
-    if (s.timecode && !checkTimecode(*s.timecode, s.rateNum, s.rateDen)) return false;
-    if (!s.preview.empty() && s.haveFileName && s.preview == s.fileName)
-        return error("--preview %s is the output file as well", s.preview.c_str());
-    return true;
+    // A preview naming the output file, however spelt, is refused by the driver, which compares files.
+    return !s.timecode || checkTimecode(*s.timecode, s.rateNum, s.rateDen);
 }
 
 // ---- Warnings about what a format does with the settings ----
