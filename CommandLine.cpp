@@ -18,9 +18,10 @@
 #include "OutputFormats.h"
 #include "colour/ColourSpace.h"
 #include "output/writeDPX.h"
-#include "text/ClockText.h"
 
 using PatternGen::colorAxes_e;
+using pm5544::colourWordOf;
+using pm5544::colourWordTable;
 
 namespace PatternRender {
 
@@ -31,38 +32,6 @@ using namespace CommandLineReading;
 const char* const helpHint = "Try 'pm5544 --help'.";
 
 // ---- The short options, read as they always were ----
-
-// Every colour axis once, in the order the usage lists them. The numbers are read as numbers too.
-const ColourWord colourWordTable[] = {
-    {"RGB", PatternGen::Colour_RGB, "R'G'B', full range"},
-    {"RGB-headroom", PatternGen::Colour_RGB_219, "R'G'B', studio range (black 16, white 235 at 8 bits)"},
-    {"601", PatternGen::Colour_YCbCr_601, "Y'CbCr, BT.601 matrix"},
-    {"709", PatternGen::Colour_YCbCr_709, "Y'CbCr, BT.709 matrix"},
-    {"2020", PatternGen::Colour_YCbCr_2020, "Y'CbCr, BT.2020 matrix, standard dynamic range"},
-    {"PQ", PatternGen::Colour_YCbCr_PQ, "Y'CbCr, BT.2020, PQ (SMPTE ST 2084)"},
-    {"PQ-Mapped", PatternGen::Colour_YCbCr_PQ_Mapped, "as PQ, BT.709 colours mapped into BT.2020"},
-    {"HLG", PatternGen::Colour_YCbCr_HLG, "Y'CbCr, BT.2020, HLG (BT.2100)"},
-    {"HLG-Mapped", PatternGen::Colour_YCbCr_HLG_Mapped, "as HLG, BT.709 colours mapped into BT.2020"},
-    {"S-Log3", PatternGen::Colour_YCbCr_SLog3, "Y'CbCr, BT.2020, S-Log3"},
-    {"S-Log3-Mapped", PatternGen::Colour_YCbCr_SLog3_Mapped, "as S-Log3, BT.709 colours mapped into BT.2020"},
-    {"S-Log3-Live", PatternGen::Colour_YCbCr_SLog3_Live, "as S-Log3, after the S-Log3 inverse OOTF (live)"},
-    {"S-Log3-Live-Mapped", PatternGen::Colour_YCbCr_SLog3_Live_Mapped, "as S-Log3-Live, BT.709 colours mapped"},
-    {"RGB-PQ", PatternGen::Colour_RGB_PQ, "R'G'B', studio range, PQ"},
-    {"RGB-PQ-Mapped", PatternGen::Colour_RGB_PQ_Mapped, "as RGB-PQ, BT.709 colours mapped into BT.2020"},
-    {"RGB-HLG", PatternGen::Colour_RGB_HLG, "R'G'B', studio range, HLG"},
-    {"RGB-HLG-Mapped", PatternGen::Colour_RGB_HLG_Mapped, "as RGB-HLG, BT.709 colours mapped into BT.2020"},
-    {"RGB-S-Log3", PatternGen::Colour_RGB_SLog3, "R'G'B', studio range, S-Log3"},
-    {"RGB-S-Log3-Mapped", PatternGen::Colour_RGB_SLog3_Mapped, "as RGB-S-Log3, BT.709 colours mapped"},
-    {"RGB-S-Log3-Live", PatternGen::Colour_RGB_SLog3_Live, "as RGB-S-Log3, after the inverse OOTF (live)"},
-    {"RGB-S-Log3-Live-Mapped", PatternGen::Colour_RGB_SLog3_Live_Mapped, "as RGB-S-Log3-Live, colours mapped"},
-};
-static_assert(std::size(colourWordTable) == PatternGen::colourAxesCount, "one -c word per colour axis");
-
-const char* colourWordOf(colorAxes_e axes) {
-    for (const ColourWord& row : colourWordTable)
-        if (row.axes == axes) return row.word;
-    return "?";
-}
 
 // "-c": a word of the table, or a number of which only 601, 709 and 2020 change the axes.
 bool applyColour(const char* option, const char* value, Settings& s) {
@@ -224,20 +193,9 @@ bool applyClock(const char*, const char*, Settings& s) {
 // HH:MM:SS:FF, or HH:MM:SS;FF for drop-frame, two digits each; the frames are checked against the rate
 // once every option is read.
 bool applyTimecode(const char* option, const char* value, Settings& s) {
-    const int limits[] = {23, 59, 59, 99};
-    int fields[4] = {};
-    bool valid = std::strlen(value) == 11;
-    for (int i = 0; valid && i < 4; ++i) {
-        const char* field = value + 3 * i;
-        const bool separated = i == 3 || field[2] == ':' || (i == 2 && field[2] == ';');
-        valid = std::isdigit(static_cast<unsigned char>(field[0])) &&
-                std::isdigit(static_cast<unsigned char>(field[1])) && separated;
-        fields[i] = valid ? (field[0] - '0') * 10 + (field[1] - '0') : 0;
-        valid = valid && fields[i] <= limits[i];
-    }
-    if (!valid)
+    s.timecode = pm5544::readTimecode(value);
+    if (!s.timecode)
         return error("Timecode %s is not HH:MM:SS:FF (or HH:MM:SS;FF, drop-frame) within 23:59:59 (%s)", value, option);
-    s.timecode = Timecode{fields[0], fields[1], fields[2], fields[3], value[8] == ';'};
     return true;
 }
 
@@ -359,37 +317,12 @@ std::vector<Word> readWords(int argc, char** argv) {
     return words;
 }
 
-// The timecode of the first frame against the rate, which fixes the frame numbers of a second and
-// whether drop-frame counting exists.
-bool checkTimecode(const Timecode& t, int rateNum, int rateDen) {
-    const std::string rate =
-        rateDen == 1 ? std::to_string(rateNum) : std::to_string(rateNum) + "/" + std::to_string(rateDen);
-    const ClockStart start{true, t.hours, t.minutes, t.seconds, t.frames, t.dropFrame};
-    const std::string text = ClockText::timecodeText(start);
-    const int dropped = ClockText::droppedFrameNumbers(rateNum, rateDen);
-    if (t.dropFrame && dropped == 0)
-        return error(
-            "Timecode %s is drop-frame, which keeps step with the rates 30000/1001 and 60000/1001 only, not "
-            "%s; HH:MM:SS:FF counts every frame (--timecode)",
-            text.c_str(), rate.c_str());
-    const int framesPerSecond = ClockText::nominalFrameRate(rateNum, rateDen);
-    if (t.frames >= framesPerSecond)
-        return error(
-            "Timecode frame %02d is past the last frame of a second at the rate %s, which a timecode counts "
-            "as %d frames a second (--timecode)",
-            t.frames, rate.c_str(), framesPerSecond);
-    if (!ClockText::isCounted(start, rateNum, rateDen))
-        return error(
-            "Timecode %s does not exist in drop-frame counting: the first %d frame numbers of every minute "
-            "except every tenth are skipped (--timecode)",
-            text.c_str(), dropped);
-    return true;
-}
-
 // Checks that need every option read.
 bool checkCombinations(const Settings& s) {
     // A preview naming the output file, however spelt, is refused by the driver, which compares files.
-    return !s.timecode || checkTimecode(*s.timecode, s.rateNum, s.rateDen);
+    if (!s.timecode) return true;
+    const std::string fault = pm5544::timecodeFault(*s.timecode, s.rateNum, s.rateDen);
+    return fault.empty() || error("%s", fault.c_str());
 }
 
 // ---- Warnings about what a format does with the settings ----

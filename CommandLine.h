@@ -8,52 +8,24 @@
 #include <string>
 #include <vector>
 
+#include "library/CardSettings.h"
 #include "pattern/PatternWrapper.h"
 
 namespace PatternRender {
 
-// The limits of a render: checked while reading and by the driver, and listed by --help.
-namespace Limits {
-constexpr int minimumSide = 64;
-constexpr int maximumSide = 16384;  // of the canvas, which is twice the raster in quadrant mode
-constexpr int minimumBits = 8;
-constexpr int maximumBits = 16;
-constexpr double minimumPixelAspect = 0.25;
-constexpr double maximumPixelAspect = 4.0;
-constexpr int maximumFrames = 1000000;
-constexpr int maximumRateTerm = 1000000;  // numerator and denominator of --rate
-}  // namespace Limits
+namespace Limits = pm5544::Limits;
+using pm5544::ColourWord;
+using pm5544::Timecode;
 
-struct Timecode {
-    int hours = 0, minutes = 0, seconds = 0, frames = 0;
-    bool dropFrame = false;  // HH:MM:SS;FF
-};
-
-// What the command line asked for, with the defaults of a plain run.
-struct Settings {
-    int width = 1920;
-    int height = 1080;
-    int bits = 12;
-    int aspectNum = 16;
-    int aspectDen = 9;
-    PatternGen::colorAxes_e axes = PatternGen::Colour_RGB;
-    PatternGen::sampling_e sampling = PatternGen::Sampling_444;
-    PatternGen::quadrant_e quadrant = PatternGen::Quadrant_None;
-    int optionValue = 0;
-    bool edgeTaperOff = false;
+// What the command line asked for, with the defaults of a plain run: the card's own settings, then
+// what the program does with the card.
+struct Settings : pm5544::CardSettings {
     bool selfTest = false;
     bool haveFileName = false;
     std::string fileName;  // "-": standard output
     std::string format;    // --format: the writer to use whatever the name's extension; empty: by extension
     std::string preview;   // --preview: a PNG preview written as well; empty: none
     int frames = 1;        // --frames
-    int rateNum = 25;      // --rate NUM[/DEN], frames per second
-    int rateDen = 1;
-    std::string ident;                 // --ident
-    std::string caption;               // --caption
-    bool clock = false;                // --clock
-    std::string font;                  // --font; empty: the pattern's own
-    std::optional<Timecode> timecode;  // --timecode of the first frame
 };
 
 // Call before anything else. Prints the usage (--help) or the versions (--version) on standard output
@@ -93,12 +65,6 @@ struct Option {
     bool (*apply)(const char* option, const char* value, Settings& settings);
     // The words the value can be, for completion; nullptr: free text, or a file when value says FILE.
     std::vector<std::string> (*words)();
-};
-
-struct ColourWord {
-    const char* word;  // as "-c" takes it: case matters
-    PatternGen::colorAxes_e axes;
-    const char* meaning;
 };
 
 struct Example {

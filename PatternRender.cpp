@@ -16,53 +16,20 @@
 #include <vector>
 
 #include "OutputFormats.h"
-#include "colour/rounding.h"
+#include "library/Card.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
 #include "output/StopSignals.h"
+#include "pattern/FrameRow.h"
 #include "pattern/RowSource.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
-#include "text/ClockText.h"
 
 using PatternGen::colorAxes_e;
 
 namespace PatternRender {
 
 namespace {
-
-using namespace Limits;
-
-constexpr int samplesPerFramePixel = 4;
-
-// Rejects rasters the integer geometry cannot represent, before any memory is committed. The
-// canvas is what the pattern draws on: twice the size in each direction in quadrant mode.
-bool checkRaster(const Settings& s) {
-    const int scale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
-    const int64_t canvasWidth = int64_t(s.width) * scale, canvasHeight = int64_t(s.height) * scale;
-    if (s.width < minimumSide || s.height < minimumSide || canvasWidth > maximumSide || canvasHeight > maximumSide) {
-        std::fprintf(stderr, "Error: Size %dx%d is outside %dx%d to %dx%d (-d)\n", s.width, s.height, minimumSide,
-                     minimumSide, maximumSide / scale, maximumSide / scale);
-        return false;
-    }
-    if (s.aspectNum <= 0 || s.aspectDen <= 0) {
-        std::fprintf(stderr, "Error: Aspect ratio %d:%d must be two positive numbers (-a)\n", s.aspectNum, s.aspectDen);
-        return false;
-    }
-    // Pixels more than four times wider or narrower than high leave the grids degenerate.
-    const double pixelAspect = (double(s.aspectDen) * s.width) / (double(s.aspectNum) * s.height);
-    if (pixelAspect < minimumPixelAspect || pixelAspect > maximumPixelAspect) {
-        std::fprintf(
-            stderr, "Error: Aspect ratio %d:%d gives %dx%d pixels an aspect of 1:%.3f, outside 1:%.2f to 1:%.2f (-a)\n",
-            s.aspectNum, s.aspectDen, s.width, s.height, pixelAspect, minimumPixelAspect, maximumPixelAspect);
-        return false;
-    }
-    if (s.bits < minimumBits || s.bits > maximumBits) {
-        std::fprintf(stderr, "Error: Bit depth %d is outside %d to %d (-b)\n", s.bits, minimumBits, maximumBits);
-        return false;
-    }
-    return true;
-}
 
 std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& pattern, const Settings& s, LineRepeats& lineRepeats) {
     switch (loop) {
@@ -161,7 +128,7 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     double* writeTime = times != nullptr ? &times->write : nullptr;
     const size_t pixels = static_cast<size_t>(s.width);
     const std::function<void(uint16_t*)> roundRow = [&](uint16_t* row) {
-        timed(renderTime, [&] { return roundFrame(row, pixels, s.axes, s.bits), true; });
+        timed(renderTime, [&] { return FrameRow::round(row, pixels, s.axes, s.bits), true; });
     };
     const auto writeRow = [&](const uint16_t* row) { return timed(writeTime, [&] { return writer->writeRow(row); }); };
     const auto stream = [&](RowSource& frameRows) {
@@ -201,65 +168,16 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     }
 }
 
-// ---- Text in the card's boxes: the ident above, a caption or a clock below.
-
-bool hasBoxText(const Settings& s) { return !s.ident.empty() || !s.caption.empty() || s.clock; }
-
-ClockStart clockStart(const Settings& s) {
-    if (!s.timecode) return ClockText::timeOfDay(std::time(nullptr));
-    const Timecode& t = *s.timecode;
-    return ClockStart{true, t.hours, t.minutes, t.seconds, t.frames, t.dropFrame};
-}
-
-// The lower box's text in a given frame: the clock moves on with the frames, a caption stays.
-std::string lowerText(const Settings& s, const ClockStart& start, int frame) {
-    return s.clock ? ClockText::clockText(start, frame, s.rateNum, s.rateDen) : s.caption;
-}
-
-// Rows are mostly runs of equal pixels: each run is rounded once and copied along. A long run is
-// found a block at a time: a block that starts with the run's pixel and equals itself shifted by one
-// pixel holds nothing else. A pixel moves as one 64-bit word.
-template <typename RoundPixel>
-void roundEachPixel(uint16_t* frame, size_t pixels, RoundPixel roundPixel) {
-    using PixelWord = uint64_t;
-    static_assert(sizeof(PixelWord) == samplesPerFramePixel * sizeof(uint16_t), "a pixel is one word");
-    constexpr size_t blockPixels = 16;
-    const auto load = [](const uint16_t* p) {
-        PixelWord word;
-        std::memcpy(&word, p, sizeof word);
-        return word;
-    };
-    uint16_t* p = frame;
-    uint16_t* const end = frame + pixels * samplesPerFramePixel;
-    while (p != end) {
-        const PixelWord in = load(p);
-        uint16_t rounded[samplesPerFramePixel];
-        std::memcpy(rounded, p, sizeof rounded);
-        roundPixel(rounded);
-        const PixelWord out = load(rounded);
-        const auto store = [&] {
-            std::memcpy(p, &out, sizeof out);
-            p += samplesPerFramePixel;
-        };
-        store();
-        while (static_cast<size_t>(end - p) >= blockPixels * samplesPerFramePixel && load(p) == in &&
-               std::memcmp(p, p + samplesPerFramePixel, (blockPixels - 1) * sizeof in) == 0) {
-            for (size_t i = 0; i < blockPixels; ++i) store();
-        }
-        while (p != end && load(p) == in) store();
-    }
-}
-
 // The preview is a pass of its own over the full frame, rounded as a PNG of the same settings is, so
 // that whatever the main format it shows the same picture. It is finished, not committed: the caller
 // commits it with the main output. False after reporting, as the PNG format reports a failure.
-bool writePreview(PatternSpec& pattern, const Settings& s, OutputFile& out) {
+bool writePreview(pm5544::Card& card, const Settings& s, OutputFile& out) {
     Preview preview(s.axes, s.bits, s.width, s.height, s.aspectNum, s.aspectDen);
-    const std::unique_ptr<RowSource> rows = pattern.fullFrameRows(s.width, s.height);
+    const std::unique_ptr<RowSource> rows = card.frameRows();
     const size_t pixels = static_cast<size_t>(s.width);
     const bool written = out.open() && preview.begin(out) &&
                          streamRows(
-                             *rows, [&](uint16_t* row) { roundFrame(row, pixels, s.axes, s.bits); },
+                             *rows, [&](uint16_t* row) { FrameRow::round(row, pixels, s.axes, s.bits); },
                              [&](const uint16_t* row) { return preview.addRow(row); }) &&
                          preview.finish() && out.finish();
     if (!written) reportFailure(previewFormat(), s.preview, out, nullptr);
@@ -295,30 +213,26 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
 
     std::printf("size %dx%d\n", s.width, s.height);
-    timed(times != nullptr ? &times->setup : nullptr, [&] {
-        pattern.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
-                     s.edgeTaperOff);
-        const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;
-        return withStopSignalsBlocked(
-            [&] { return pattern.render_text(s.width * canvasScale, s.height * canvasScale); });
-    });
-
-    const ClockStart start = clockStart(s);
-    if (hasBoxText(s))
-        withStopSignalsBlocked([&] { return pattern.setBoxTexts(s.font, s.ident, lowerText(s, start, 0)), true; });
+    pm5544::Card card(pattern, printingSink());
+    const bool prepared = timed(times != nullptr ? &times->setup : nullptr,
+                                [&] { return withStopSignalsBlocked([&] { return card.prepare(s); }); });
+    if (!prepared) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "Error: %s\n", card.fault().c_str());
+        return 1;
+    }
     VideoFrames video;
     if (format.takesFrames) {
         video.count = s.frames;
         if (s.clock) {
             video.changedRows = [&](int frame) {
-                pattern.setLowerText(lowerText(s, start, frame));
-                const auto [first, end] = pattern.lowerTextRows();
-                return FrameRows{first, pattern.fullFrameRows(s.width, s.height, first, end)};
+                const pm5544::RowSpan changed = card.showFrame(frame);
+                return FrameRows{changed.first, card.frameRows(changed)};
             };
         }
         video.allRows = [&](int frame) {
-            if (s.clock) pattern.setLowerText(lowerText(s, start, frame));
-            return pattern.fullFrameRows(s.width, s.height);
+            card.showFrame(frame);
+            return card.frameRows();
         };
     }
 
@@ -332,7 +246,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     std::unique_ptr<OutputFile> preview;
     if (!s.preview.empty()) {
         preview = std::make_unique<OutputFile>(s.preview, standardOutput);
-        if (!writePreview(pattern, s, *preview)) return 1;
+        if (!writePreview(card, s, *preview)) return 1;
     }
     return commitOutputs(format, s, output, preview.get()) ? 0 : 1;
 }
@@ -346,28 +260,6 @@ bool outputsApart(const Settings& s) {
 }
 
 }  // namespace
-
-void roundFrame(uint16_t* frame, size_t pixels, colorAxes_e axes, int bits) {
-    const int s = 16 - bits;
-    constexpr int inBits = 16;
-    if (axes == PatternGen::Colour_RGB) {
-        roundEachPixel(frame, pixels, [s](uint16_t* p) {
-            for (int i = 0; i < samplesPerFramePixel; ++i) p[i] = Rounding::roundTo(s, p[i]);
-        });
-    } else if (axes == PatternGen::Colour_RGB_219) {
-        roundEachPixel(frame, pixels, [s](uint16_t* p) {
-            for (int i = 0; i < samplesPerFramePixel; ++i) p[i] = Rounding::roundLumaTo(inBits, s, p[i]);
-        });
-    } else {
-        // Samples 0 and 2 carry chroma (or R and B, which take the chroma rule too).
-        roundEachPixel(frame, pixels, [s](uint16_t* p) {
-            p[0] = Rounding::roundChromaTo(inBits, s, p[0]);
-            p[1] = Rounding::roundLumaTo(inBits, s, p[1]);
-            p[2] = Rounding::roundChromaTo(inBits, s, p[2]);
-            p[3] = Rounding::roundLumaTo(inBits, s, p[3]);
-        });
-    }
-}
 
 int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times) {
     if (const int status = handleInformationalOptions(argc, argv); status >= 0) return status;
@@ -386,7 +278,11 @@ int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times
         std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
         return 1;
     }
-    if (!checkRaster(settings) || !outputsApart(settings)) return 1;
+    if (const std::string fault = pm5544::rasterFault(settings); !fault.empty()) {
+        std::fprintf(stderr, "Error: %s\n", fault.c_str());
+        return 1;
+    }
+    if (!outputsApart(settings)) return 1;
     warnAboutSettings(settings);
     // With "-" (the file or the preview) that output goes to the real standard output and every progress
     // line to standard error.

@@ -9,10 +9,6 @@
 
 namespace PatternRender {
 
-// Rounds every sample of a full frame (four samples a pixel) to the output depth, in place,
-// staying on the 16-bit scale.
-void roundFrame(uint16_t* frame, size_t pixels, PatternGen::colorAxes_e axes, int bits);
-
 // Seconds spent in the stages of one render, for the benchmark. Rows are rendered on a worker while
 // the writer encodes the rows before them, so render and write overlap within stream.
 struct StageTimes {

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "pattern/FrameRow.h"
 #include "PatternRender.h"
 #include "colour/Pixel.h"
 #include "philips-PM5544-new.h"
@@ -139,7 +140,7 @@ public:
         dup2(savedStdout, STDOUT_FILENO);
         close(savedStdout);
         close(devNull);
-        PatternRender::roundFrame(frame.data(), frame.size() / 4, PatternGen::Colour_YCbCr_709, 12);
+        FrameRow::round(frame.data(), frame.size() / 4, PatternGen::Colour_YCbCr_709, 12);
         bytes_.resize(frame.size() * 2);
         for (size_t i = 0; i < frame.size(); ++i)
             bytes_[2 * i] = png_byte(frame[i] >> 8), bytes_[2 * i + 1] = png_byte(frame[i]);

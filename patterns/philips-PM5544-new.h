@@ -25,9 +25,11 @@ public:
     bool useFullCanvasSize() override;
     // The identification in the black box at the top of the circle, the caption or clock in the black
     // bar below the grey scale. Before or after init; without text nothing is drawn or allocated.
-    void setBoxTexts(const std::string& family, const std::string& upper, const std::string& lower) override;
-    void setLowerText(const std::string& lower) override;
-    std::pair<int, int> lowerTextRows() override;
+    void setBoxTexts(const std::string& family, const std::string& upper, const std::string& lower);
+    // Replaces the lower box's text, for a clock that moves on from frame to frame. Returns the frame
+    // rows first .. end - 1 outside which nothing changed (whole 4:2:0 row pairs); empty when the text
+    // is the same. Only the new text is drawn.
+    std::pair<int, int> setLowerText(const std::string& lower);
 
     // The card's pixel at canvas position (x, y), with hard edges.
     Pixel render(int x, int y);
@@ -140,7 +142,7 @@ private:
         int left, top, width, height;
     };
     void drawTextBoxes();
-    void drawTextBox(TextBoxPlace place);
+    std::pair<int, int> drawTextBox(TextBoxPlace place);
     void loadFont();
     TextArea textArea(TextBoxPlace place) const;
     std::pair<int, int> bandRows(Band band) const;

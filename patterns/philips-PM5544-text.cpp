@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <utility>
 #include <new>
 
 #include "philips-PM5544-rows.h"
@@ -28,18 +30,17 @@ void PhilipsPm5544Spec::setBoxTexts(const std::string& family, const std::string
 }
 
 // A clock showing whole seconds keeps its text for many frames: only a new text is drawn.
-void PhilipsPm5544Spec::setLowerText(const std::string& lower) {
-    if (lower == boxTexts[LowerBox]) return;
+std::pair<int, int> PhilipsPm5544Spec::setLowerText(const std::string& lower) {
+    if (lower == boxTexts[LowerBox]) return {0, 0};
     boxTexts[LowerBox] = lower;
-    if (!rows) return;
-    drawTextBox(LowerBox);
+    if (!rows) return {0, 0};
+    auto [first, end] = drawTextBox(LowerBox);
     rows->textChanged();
-}
-
-// The rows of the lower box's text area, from an even row so that 4:2:0 row pairs stay whole.
-std::pair<int, int> PhilipsPm5544Spec::lowerTextRows() {
-    const TextArea area = textArea(LowerBox);
-    return {area.top - area.top % 2, area.top + area.height};
+    if (first < end && sampling == PatternGen::Sampling_420) {
+        first -= first % 2;
+        end += end % 2;
+    }
+    return {first, std::min(end, height)};
 }
 
 // Before setup() the geometry is unknown; setup() draws the boxes then. The first text starts Pango,
@@ -56,14 +57,22 @@ void PhilipsPm5544Spec::drawTextBoxes() {
     rows->textChanged();
 }
 
-void PhilipsPm5544Spec::drawTextBox(TextBoxPlace place) {
+// The canvas rows first .. end - 1 outside which the box's pixels stay as they were.
+std::pair<int, int> PhilipsPm5544Spec::drawTextBox(TextBoxPlace place) {
+    const TextArea area = textArea(place);
+    const std::pair<int, int> wholeArea{area.top, area.top + area.height};
     if (boxTexts[place].empty()) {
+        const bool hadText = textBoxes[place] != nullptr;
         textBoxes[place].reset();
-        return;
+        return hadText ? wholeArea : std::pair{0, 0};
     }
     loadFont();
-    if (!textBoxes[place]) textBoxes[place] = std::make_unique<TextBox>(textArea(place), black, white);
-    textBoxes[place]->draw(*this, boxTexts[place], pixelAspect());
+    if (!textBoxes[place]) {
+        textBoxes[place] = std::make_unique<TextBox>(area, black, white);
+        textBoxes[place]->draw(*this, boxTexts[place], pixelAspect());
+        return wholeArea;
+    }
+    return textBoxes[place]->draw(*this, boxTexts[place], pixelAspect());
 }
 
 // Font 0, loaded once, by the family of the first call with text. A family that matches nothing
@@ -72,8 +81,7 @@ void PhilipsPm5544Spec::loadFont() {
     if (!fonts.empty()) return;
     const std::string family = fontFamily.empty() ? defaultFontFamily : fontFamily;
     if (defineFont(family.c_str()) != TTFont::Loaded) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "Warning: Font \"%s\" could not be loaded; the text is drawn in the default sans-serif\n",
+        report(messages, MessageKind::Warning, "Warning: Font \"%s\" could not be loaded; the text is drawn in the default sans-serif\n",
                      family.c_str());
     }
 }
@@ -139,7 +147,10 @@ PhilipsPm5544Spec::TextBox::TextBox(const TextArea& area, const Pixel& black, co
     shades.push_back(white);
 }
 
-void PhilipsPm5544Spec::TextBox::draw(PatternSpec& pattern, const std::string& text, double pixelAspect) {
+std::pair<int, int> PhilipsPm5544Spec::TextBox::draw(PatternSpec& pattern, const std::string& text,
+                                                      double pixelAspect) {
+    // The text before is kept to find the rows the new one changes; the two rasters take turns.
+    std::swap(coverage, previous);
     TextFit fit;
     fit.lineHeight = area.height * (1.0 - 2.0 * textMargin);
     fit.sideMargin = area.height * textMargin / pixelAspect;
@@ -147,6 +158,21 @@ void PhilipsPm5544Spec::TextBox::draw(PatternSpec& pattern, const std::string& t
     coverage.width = area.width;
     coverage.height = area.height;
     pattern.renderTextInto(coverage, text, fit);
+    return changedRows();
+}
+
+std::pair<int, int> PhilipsPm5544Spec::TextBox::changedRows() const {
+    if (previous.levels.size() != coverage.levels.size()) return {area.top, area.top + area.height};
+    const size_t stride = static_cast<size_t>(coverage.stride);
+    const auto rowDiffers = [&](int r) {
+        const size_t at = static_cast<size_t>(r) * stride;
+        return std::memcmp(&coverage.levels[at], &previous.levels[at], stride) != 0;
+    };
+    int first = 0, end = area.height;
+    while (first < end && !rowDiffers(first)) ++first;
+    while (end > first && !rowDiffers(end - 1)) --end;
+    if (first == end) return {0, 0};
+    return {area.top + first, area.top + end};
 }
 
 void PhilipsPm5544Spec::TextBox::blendInto(int y, Pixel* row) const {

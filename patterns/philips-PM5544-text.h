@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "philips-PM5544-new.h"
@@ -13,8 +14,9 @@ class PhilipsPm5544Spec::TextBox {
 public:
     TextBox(const TextArea& area, const Pixel& black, const Pixel& white);
 
-    // Draws the text afresh: centred, as high as the box less a margin, shrunk to fit its width.
-    void draw(PatternSpec& pattern, const std::string& text, double pixelAspect);
+    // Draws the text afresh: centred, as high as the box less a margin, shrunk to fit its width. Returns
+    // the canvas rows first .. end - 1 outside which its coverage is what the text before left.
+    std::pair<int, int> draw(PatternSpec& pattern, const std::string& text, double pixelAspect);
 
     bool crossesRow(int y) const { return y >= area.top && y < area.top + area.height; }
     // Blends the text of canvas row y into the row's pixels.
@@ -22,6 +24,9 @@ public:
 
 private:
     TextArea area;
+    std::pair<int, int> changedRows() const;
+
     TextCoverage coverage;
+    TextCoverage previous;  // of the text drawn before
     std::vector<Pixel> shades;  // white over black, by coverage level
 };

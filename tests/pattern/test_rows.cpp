@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "pattern/FrameRow.h"
 #include "PatternRender.h"
 #include "colour/rounding.h"
 #include "pattern/RowSource.h"
@@ -85,7 +86,7 @@ TEST(RowRounding, RunsRoundAsSamplesRoundAlone) {
                         row.push_back(uint16_t(0x7FE0 + 37 * run * (i + 1) + (run % 3) * 0x7F00));
             std::vector<uint16_t> expected(row);
             for (size_t i = 0; i < expected.size(); ++i) expected[i] = c.rule[i % 4](expected[i], 16 - c.bits);
-            PatternRender::roundFrame(row.data(), pixels, c.axes, c.bits);
+            FrameRow::round(row.data(), pixels, c.axes, c.bits);
             ASSERT_EQ(row, expected) << "axes " << c.axes << ", " << pixels << " pixels";
         }
 }

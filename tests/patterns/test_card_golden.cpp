@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "pattern/FrameRow.h"
 #include "PatternRender.h"
 #include "TestFiles.h"
 #include "philips-PM5544-new.h"
@@ -29,7 +30,7 @@ std::string frameChecksum(PatternGen::colorAxes_e axes, int bits, PatternGen::sa
         card.init(kWidth, kHeight, 16, 9, axes, sampling, bits, PatternGen::Quadrant_None, 0, false);
         card.run_body(0, kWidth, kHeight, frame.data());
     });
-    PatternRender::roundFrame(frame.data(), size_t(kWidth) * kHeight, axes, bits);
+    FrameRow::round(frame.data(), size_t(kWidth) * kHeight, axes, bits);
     uint64_t hash = 14695981039346656037ull;
     for (uint16_t v : frame)
         for (uint8_t byte : {uint8_t(v & 0xFF), uint8_t(v >> 8)}) hash = (hash ^ byte) * 1099511628211ull;

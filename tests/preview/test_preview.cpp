@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "pattern/FrameRow.h"
 #include "PatternRender.h"
 #include "TestFiles.h"
 #include "output/OutputFile.h"
@@ -48,7 +49,7 @@ Image preview(const Render& r, const TestFiles::ScratchDir& dir) {
         card.init(r.width, r.height, r.aspectNum, r.aspectDen, r.axes, Sampling_444, r.bits, Quadrant_None, 0, false);
         card.run_body(0, r.width, r.height, frame.data());
     });
-    PatternRender::roundFrame(frame.data(), size_t(r.width) * r.height, r.axes, r.bits);
+    FrameRow::round(frame.data(), size_t(r.width) * r.height, r.axes, r.bits);
     const std::string path = dir.path(std::string(axisToString(r.axes)) + ".png");
     OutputFile out(path);
     Preview p(r.axes, r.bits, r.width, r.height, r.aspectNum, r.aspectDen);

@@ -9,21 +9,20 @@
 #include <vector>
 
 #include "colour/ConversionCache.h"
+#include "pattern/FrameRow.h"
 #include "pattern/ListedLineRows.h"
 #include "pattern/PatternWrapper.h"
 #include "pattern/RowSource.h"
 
 namespace {
 
-// Frames hold 12-bit code values scaled to the full 16-bit range.
-constexpr int frameShift = 4;
-constexpr int frameSamples = 4;  // per pixel: R G B A or Cr Y Cb A
+constexpr int frameShift = FrameRow::loopCodeShift;
+constexpr int frameSamples = FrameRow::samplesPerPixel;
+using FrameRow::crOrR, FrameRow::yOrG, FrameRow::cbOrB, FrameRow::alpha;
 constexpr int lineSamples = 3;   // per pixel: R G B or Y Cb Cr
 // Edge taper: weight of black in the outermost column and in the one next to it.
 constexpr double taperOuter = 0.9;
 constexpr double taperInner = 0.33;
-// Pixels compared at once while finding the end of a run.
-constexpr int runBlock = 16;
 
 uint16_t toFrame(uint16_t code) { return static_cast<uint16_t>(code << frameShift); }
 
@@ -125,13 +124,7 @@ private:
     // Pixels have no padding (ConversionCache asserts it): they are identical exactly when their bytes are.
     int runEnd(int x, const Pixel* in) const {
         if (x < plainBegin_ || x >= plainEnd_) return x + 1;
-        const Pixel* const end = in + (plainEnd_ - x);
-        const Pixel* p = in + 1;
-        // Long runs go a block at a time: a block equal to itself shifted by one pixel repeats the pixel
-        // before it throughout.
-        while (end - p >= runBlock && std::memcmp(p - 1, p, runBlock * sizeof(Pixel)) == 0) p += runBlock;
-        while (p != end && std::memcmp(p, in, sizeof(Pixel)) == 0) ++p;
-        return x + static_cast<int>(p - in);
+        return x + static_cast<int>(Runs::endOfRun(in, in + (plainEnd_ - x)) - in);
     }
 
     void storePixel(int x, const Pixel& q, RowCursor& at) {
@@ -140,18 +133,18 @@ private:
             heldCb_ = q.sample[Pixel::CB_B];
         }
         uint16_t* out = at.out;
-        out[1] = toFrame(q.sample[Pixel::Y_G]);
-        out[3] = toFrame(q.sample[Pixel::ALPHA]);
+        out[yOrG] = toFrame(q.sample[Pixel::Y_G]);
+        out[alpha] = toFrame(q.sample[Pixel::ALPHA]);
         if (at.repeatRowAbove) {
-            out[0] = *at.above++;
-            out[2] = *at.above++;
+            out[crOrR] = *at.above++;
+            out[cbOrB] = *at.above++;
         } else {
-            out[0] = toFrame(subsampled_ ? heldCr_ : q.sample[Pixel::CR_R]);
-            out[2] = toFrame(subsampled_ ? heldCb_ : q.sample[Pixel::CB_B]);
+            out[crOrR] = toFrame(subsampled_ ? heldCr_ : q.sample[Pixel::CR_R]);
+            out[cbOrB] = toFrame(subsampled_ ? heldCb_ : q.sample[Pixel::CB_B]);
         }
         if (at.keepChroma) {
-            *at.kept++ = out[0];
-            *at.kept++ = out[2];
+            *at.kept++ = out[crOrR];
+            *at.kept++ = out[cbOrB];
         }
         at.out += frameSamples;
     }
@@ -167,18 +160,18 @@ private:
         uint16_t* const end = at.out + static_cast<size_t>(count) * frameSamples;
         if (at.repeatRowAbove) {
             for (uint16_t* out = at.out; out != end; out += frameSamples, at.above += 2) {
-                out[0] = at.above[0];
-                out[1] = value[1];
-                out[2] = at.above[1];
-                out[3] = value[3];
+                out[crOrR] = at.above[0];
+                out[yOrG] = value[yOrG];
+                out[cbOrB] = at.above[1];
+                out[alpha] = value[alpha];
             }
         } else {
             for (uint16_t* out = at.out; out != end; out += frameSamples) std::memcpy(out, value, sizeof value);
         }
         if (at.keepChroma) {
             for (uint16_t* kept = at.kept + 2 * static_cast<size_t>(count); at.kept != kept; at.kept += 2) {
-                at.kept[0] = value[0];
-                at.kept[1] = value[2];
+                at.kept[0] = value[crOrR];
+                at.kept[1] = value[cbOrB];
             }
         }
         at.out = end;

@@ -83,11 +83,11 @@ bool PatternSpec::init(int width, int height, int aspectNum, int aspectDen, Patt
             bars100[i] = bars100[i].convertTo(axes);
     }
 
-    printf("Width x Height: %dx%d\n", this->width, this->height);
-    printf("Aspect: %d:%d\n", this->aspectNum, this->aspectDen);
+    report(messages, MessageKind::Progress, "Width x Height: %dx%d\n", this->width, this->height);
+    report(messages, MessageKind::Progress, "Aspect: %d:%d\n", this->aspectNum, this->aspectDen);
     const double pixelAspect =
         (static_cast<double>(this->aspectDen) * this->width) / (static_cast<double>(this->aspectNum) * this->height);
-    printf("Pixel aspect: 1:%.3lf\n", pixelAspect);
+    report(messages, MessageKind::Progress, "Pixel aspect: 1:%.3lf\n", pixelAspect);
 
     calculateTransition(defaultRiseTimeNs, defaultClockMHz);
     setup();

@@ -9,6 +9,7 @@
 
 #include "colour/ColourSpace.h"
 #include "colour/Pixel.h"
+#include "pattern/Messages.h"
 #include "text/TTFont.h"
 #include "text/TextBlocks.h"
 
@@ -112,16 +113,6 @@ public:
     // width and height the caller set (its levels are replaced).
     void renderTextInto(TextCoverage& coverage, const std::string& text, const TextFit& fit);
 
-    // Text in the boxes a pattern keeps for it: an identification in the upper box, a caption or clock
-    // in the lower one. The family picks the font (empty: the pattern's own); an empty text leaves its
-    // box plain. Patterns without such boxes ignore both.
-    virtual void setBoxTexts(const std::string& /*family*/, const std::string& /*upper*/,
-                             const std::string& /*lower*/) {}
-    // Replaces the lower box's text, for a clock that moves on from frame to frame.
-    virtual void setLowerText(const std::string& /*lower*/) {}
-    // The frame rows first .. end - 1 that a new lower text can change (all of them by default).
-    virtual std::pair<int, int> lowerTextRows() { return {0, height}; }
-
     // Members, in declaration order.
     cairo_t* cairoContext = nullptr;
     std::vector<TTFont> fonts;
@@ -149,6 +140,8 @@ public:
     std::deque<double> lumaTransition;
     std::deque<double> chromaTransition;
     int optionValue = 0;
+    // Where the lines reported while setting up go (the geometry, the font found, warnings).
+    MessageSink messages = printingSink();
 
 protected:
     // Patterns are never deleted through a PatternSpec pointer.

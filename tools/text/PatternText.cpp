@@ -193,7 +193,7 @@ int PatternSpec::textSize(int sizePercent) {
 
 int PatternSpec::defineFont(const char* family) {
     TTFont font;
-    const int status = font.createCairoFontfaceFromFile(cairoContext, family);
+    const int status = font.load(family, messages);
     // Kept even when loading failed, so font numbers follow the order of the calls.
     fonts.push_back(font);
     return status;

@@ -8,6 +8,7 @@
 #include FT_FREETYPE_H
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,20 +17,20 @@ namespace {
 // Shown in the messages when no font file matched the name.
 const char* const noFontPath = "(none)";
 
-// Loaded faces live for the whole run and TTFont copies share them, so nothing ever releases them.
-// Each FreeType library (which owns its faces), Cairo face and matched pattern is recorded here so
-// they stay reachable rather than lost when the last TTFont copy goes away.
-struct KeptFont {
-    FT_Library library;
-    cairo_font_face_t* cairoFace;
-    FcPattern* match;
+// Cairo may keep a face cached after its last user lets it go: the FreeType face and library are
+// released with the Cairo face, through its user data.
+const cairo_user_data_key_t freeTypeKey{};
+
+struct FreeTypeFace {
+    FT_Library library = nullptr;
+    FT_Face face = nullptr;
+    ~FreeTypeFace() {
+        if (face) FT_Done_Face(face);
+        if (library) FT_Done_FreeType(library);
+    }
 };
 
-std::vector<KeptFont>& keptFonts() {
-    // Deliberately never destroyed: the recorded objects outlive every static destructor.
-    static std::vector<KeptFont>* kept = new std::vector<KeptFont>();
-    return *kept;
-}
+void releaseFreeType(void* data) { delete static_cast<FreeTypeFace*>(data); }
 
 // Reads the "file" property of a font; false when it has none.
 bool fontFilePath(const FcPattern* font, std::string& path) {
@@ -117,8 +118,8 @@ FcFontSet* listFamily(FcConfig* config, const std::string& family) {
     return fonts;
 }
 
-// Prints the fonts of the matched family: the match first as "Font:", then the others.
-void reportMatch(FcConfig* config, const FcPattern* match, const std::string& path) {
+// Reports the fonts of the matched family: the match first as "Font:", then the others.
+void reportMatch(FcConfig* config, const FcPattern* match, const std::string& path, const MessageSink& messages) {
     std::vector<std::string> others;
     FcFontSet* family = listFamily(config, familyOf(match));
     for (int i = 0; family != nullptr && i < family->nfont; ++i) {
@@ -128,16 +129,25 @@ void reportMatch(FcConfig* config, const FcPattern* match, const std::string& pa
         if (!other.empty() && !isMatch) others.push_back(other);
     }
     if (family != nullptr) FcFontSetDestroy(family);
-    printf("Available fonts: %d\n", static_cast<int>(others.size()) + 1);
-    printf("Font: %s\n", path.c_str());
-    for (const std::string& other : others) printf("Alt Font: %s\n", other.c_str());
+    report(messages, MessageKind::Progress, "Available fonts: %d\n", static_cast<int>(others.size()) + 1);
+    report(messages, MessageKind::Progress, "Font: %s\n", path.c_str());
+    for (const std::string& other : others) report(messages, MessageKind::Progress, "Alt Font: %s\n", other.c_str());
 }
 
 const char* orEmpty(const char* text) { return text ? text : ""; }
 
 }  // namespace
 
-int TTFont::createCairoFontfaceFromFile(cairo_t* /*cr*/, const char* name) {
+struct TTFont::Resources {
+    FcPattern* match = nullptr;
+    cairo_font_face_t* cairoFace = nullptr;
+    ~Resources() {
+        if (cairoFace) cairo_font_face_destroy(cairoFace);
+        if (match) FcPatternDestroy(match);
+    }
+};
+
+int TTFont::load(const char* name, const MessageSink& messages) {
     FcInit();
     FcConfig* config = FcConfigGetCurrent();
     // The font list is not re-read while the program runs.
@@ -147,29 +157,36 @@ int TTFont::createCairoFontfaceFromFile(cairo_t* /*cr*/, const char* name) {
     std::string path;
     if (found == nullptr || !fontFilePath(found, path)) {
         if (found != nullptr) FcPatternDestroy(found);
-        printf("Available fonts: 0\nFont: %s\n", noFontPath);
-        printf("FreetypeFont: Failed to load '%s' \n", noFontPath);
+        report(messages, MessageKind::Progress, "Available fonts: 0\nFont: %s\n", noFontPath);
+        report(messages, MessageKind::Progress, "FreetypeFont: Failed to load '%s' \n", noFontPath);
         return OpenFailed;
     }
-    reportMatch(config, found, path);
+    reportMatch(config, found, path, messages);
+    auto resources = std::make_shared<Resources>();
+    resources->match = found;
 
-    FT_Library library = nullptr;
-    if (FT_Init_FreeType(&library) != 0 || FT_New_Face(library, path.c_str(), faceIndex(found), &face) != 0) {
-        face = nullptr;
-        if (library) FT_Done_FreeType(library);
-        FcPatternDestroy(found);
-        printf("FreetypeFont: Failed to load '%s' \n", path.c_str());
+    auto freeType = std::make_unique<FreeTypeFace>();
+    if (FT_Init_FreeType(&freeType->library) != 0 ||
+        FT_New_Face(freeType->library, path.c_str(), faceIndex(found), &freeType->face) != 0) {
+        report(messages, MessageKind::Progress, "FreetypeFont: Failed to load '%s' \n", path.c_str());
         return OpenFailed;
     }
-
-    cairoFace = cairo_ft_font_face_create_for_ft_face(face, FT_LOAD_NO_AUTOHINT);
-    match = found;
-    keptFonts().push_back(KeptFont{library, cairoFace, match});
-    if (cairo_font_face_status(cairoFace) != CAIRO_STATUS_SUCCESS) {
-        printf("FreetypeFont: Failed to make Cairo font '%s' \n", path.c_str());
+    resources->cairoFace = cairo_ft_font_face_create_for_ft_face(freeType->face, FT_LOAD_NO_AUTOHINT);
+    FT_Face loaded = freeType->face;
+    if (cairo_font_face_status(resources->cairoFace) != CAIRO_STATUS_SUCCESS ||
+        cairo_font_face_set_user_data(resources->cairoFace, &freeTypeKey, freeType.get(), releaseFreeType) !=
+            CAIRO_STATUS_SUCCESS) {
+        report(messages, MessageKind::Progress, "FreetypeFont: Failed to make Cairo font '%s' \n", path.c_str());
+        resources.reset();  // before the FreeType face it was made from
         return CairoFailed;
     }
+    freeType.release();  // now the Cairo face's
 
-    printf("FreetypeFont: '%s'  style: '%s'\n", orEmpty(face->family_name), orEmpty(face->style_name));
+    resources_ = std::move(resources);
+    cairoFace = resources_->cairoFace;
+    face = loaded;
+    match = found;
+    report(messages, MessageKind::Progress, "FreetypeFont: '%s'  style: '%s'\n", orEmpty(face->family_name),
+           orEmpty(face->style_name));
     return Loaded;
 }

@@ -1,6 +1,10 @@
 // A font found through Fontconfig's matching and loaded with FreeType for Cairo.
 #pragma once
 
+#include <memory>
+
+#include "pattern/Messages.h"
+
 typedef struct _cairo cairo_t;
 typedef struct _cairo_font_face cairo_font_face_t;
 typedef struct FT_FaceRec_* FT_Face;
@@ -11,15 +15,20 @@ public:
     // Load status codes.
     enum { Loaded = 0, OpenFailed = 2, CairoFailed = 3 };
 
-    // Shared between copies and kept for the whole run: the destructor releases nothing.
+    // Null until loaded. Copies share them; the last copy releases them (Cairo lets the FreeType face go
+    // once it holds no reference to it).
     cairo_font_face_t* cairoFace = nullptr;
     FT_Face face = nullptr;
-    // The font Fontconfig matched, which text is drawn with; null until loaded.
+    // The font Fontconfig matched, which text is drawn with.
     FcPattern* match = nullptr;
 
     // Finds the best match for a Fontconfig name ("DejaVu Sans", "Monospace", "Sans:bold"; what the name
     // leaves open is taken as bold, upright and of normal width, the look of the text), opens it and wraps
-    // it for Cairo; the context is not used. A name whose family is not installed, and that the
-    // configuration names no substitute for, fails like a name that matches nothing.
-    int createCairoFontfaceFromFile(cairo_t* cr, const char* name);
+    // it for Cairo, reporting the font found to `messages`. A name whose family is not installed, and that
+    // the configuration names no substitute for, fails like a name that matches nothing.
+    int load(const char* name, const MessageSink& messages);
+
+private:
+    struct Resources;
+    std::shared_ptr<Resources> resources_;
 };

@@ -1,0 +1,248 @@
+/* libpm5544: the PM5544 test card rendered bit-exactly into caller memory.
+ *
+ * A handle (pm5544_card) holds the settings of one card and what rendering it keeps between frames.
+ * Separate handles are independent and may be used on separate threads at the same time; one handle
+ * is used from one thread at a time. Functions that can fail return PM5544_OK (0) or a negative
+ * pm5544_status, and leave a message for pm5544_last_error(). Nothing is printed: the lines the
+ * command-line program prints while it renders reach the caller through pm5544_set_message_callback().
+ *
+ * Typical use (error checks left out):
+ *
+ *     pm5544_card* card = pm5544_card_new();
+ *     pm5544_set_raster(card, 1920, 1080);
+ *     pm5544_set_encoding(card, PM5544_ENCODING_709);
+ *     pm5544_use_layout(card, PM5544_LAYOUT_V210);           (10 bits, 4:2:2)
+ *     pm5544_plane plane[PM5544_MAX_PLANES];
+ *     pm5544_layout_planes(PM5544_LAYOUT_V210, 1920, 1080, plane);
+ *     void* data[1] = {malloc(plane[0].bytes)};
+ *     size_t stride[1] = {plane[0].row_bytes};
+ *     if (pm5544_render_frame(card, 0, PM5544_LAYOUT_V210, data, stride) != PM5544_OK)
+ *         fprintf(stderr, "%s\n", pm5544_last_error(card));
+ *     pm5544_card_free(card);
+ */
+#ifndef PM5544_PM5544_H
+#define PM5544_PM5544_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(PM5544_BUILDING_LIBRARY)
+#define PM5544_API __attribute__((visibility("default")))
+#else
+#define PM5544_API
+#endif
+
+/* The library's version, as numbers and as "MAJOR.MINOR.PATCH". */
+#define PM5544_VERSION_MAJOR 1
+PM5544_API const char* pm5544_version(void);
+
+typedef enum pm5544_status {
+    PM5544_OK = 0,
+    PM5544_ERROR_ARGUMENT = -1,  /* a null pointer, an unknown value, a short stride, a misaligned plane */
+    PM5544_ERROR_SETTINGS = -2,  /* settings the card cannot have, or a layout they do not allow */
+    PM5544_ERROR_MEMORY = -3,    /* not enough memory */
+    PM5544_ERROR_FAILED = -4     /* anything else; the message says what */
+} pm5544_status;
+
+/* The colour encodings, as the command line's -c names them (pm5544_set_encoding_name takes the names). */
+typedef enum pm5544_encoding {
+    PM5544_ENCODING_RGB = 0,                   /* "RGB": R'G'B', full range */
+    PM5544_ENCODING_RGB_HEADROOM = 1,          /* "RGB-headroom": R'G'B', studio range */
+    PM5544_ENCODING_601 = 2,                   /* "601": Y'CbCr, BT.601 */
+    PM5544_ENCODING_709 = 3,                   /* "709": Y'CbCr, BT.709 */
+    PM5544_ENCODING_PQ = 4,                    /* "PQ": Y'CbCr, BT.2020, PQ */
+    PM5544_ENCODING_PQ_MAPPED = 5,             /* "PQ-Mapped" */
+    PM5544_ENCODING_HLG = 6,                   /* "HLG": Y'CbCr, BT.2020, HLG */
+    PM5544_ENCODING_HLG_MAPPED = 7,            /* "HLG-Mapped" */
+    PM5544_ENCODING_2020 = 8,                  /* "2020": Y'CbCr, BT.2020, standard dynamic range */
+    PM5544_ENCODING_SLOG3 = 9,                 /* "S-Log3": Y'CbCr, BT.2020, S-Log3 */
+    PM5544_ENCODING_SLOG3_MAPPED = 10,         /* "S-Log3-Mapped" */
+    PM5544_ENCODING_SLOG3_LIVE = 11,           /* "S-Log3-Live" */
+    PM5544_ENCODING_SLOG3_LIVE_MAPPED = 12,    /* "S-Log3-Live-Mapped" */
+    PM5544_ENCODING_RGB_PQ = 13,               /* "RGB-PQ": R'G'B', studio range, PQ */
+    PM5544_ENCODING_RGB_HLG = 14,              /* "RGB-HLG" */
+    PM5544_ENCODING_RGB_SLOG3 = 15,            /* "RGB-S-Log3" */
+    PM5544_ENCODING_RGB_SLOG3_LIVE = 16,       /* "RGB-S-Log3-Live" */
+    PM5544_ENCODING_RGB_PQ_MAPPED = 17,        /* "RGB-PQ-Mapped" */
+    PM5544_ENCODING_RGB_HLG_MAPPED = 18,       /* "RGB-HLG-Mapped" */
+    PM5544_ENCODING_RGB_SLOG3_MAPPED = 19,     /* "RGB-S-Log3-Mapped" */
+    PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED = 20 /* "RGB-S-Log3-Live-Mapped" */
+} pm5544_encoding;
+
+/* Whether the encoding is Y'CbCr (1) or R'G'B' (0); -1 for a value that is no encoding. */
+PM5544_API int pm5544_encoding_is_ycbcr(pm5544_encoding encoding);
+/* The -c name of an encoding; NULL for a value that is no encoding. */
+PM5544_API const char* pm5544_encoding_name(pm5544_encoding encoding);
+
+/* How an encoding's codes are to be tagged downstream. */
+typedef enum pm5544_matrix {
+    PM5544_MATRIX_RGB = 0, /* R'G'B': no matrix */
+    PM5544_MATRIX_BT601 = 1,
+    PM5544_MATRIX_BT709 = 2,
+    PM5544_MATRIX_BT2020_NCL = 3
+} pm5544_matrix;
+typedef enum pm5544_transfer {
+    PM5544_TRANSFER_BT709 = 0, /* the SDR curve of BT.601, BT.709 and BT.2020 */
+    PM5544_TRANSFER_PQ = 1,    /* SMPTE ST 2084 */
+    PM5544_TRANSFER_HLG = 2,   /* ARIB STD-B67, BT.2100 */
+    PM5544_TRANSFER_SLOG3 = 3  /* S-Log3, which most tagging schemes cannot name */
+} pm5544_transfer;
+typedef enum pm5544_primaries {
+    PM5544_PRIMARIES_BT601_625 = 0, /* EBU 3213 / BT.470 B,G */
+    PM5544_PRIMARIES_BT709 = 1,
+    PM5544_PRIMARIES_BT2020 = 2
+} pm5544_primaries;
+typedef struct pm5544_colorimetry {
+    pm5544_matrix matrix;
+    pm5544_transfer transfer;
+    pm5544_primaries primaries;
+    int full_range; /* 1: codes 0 to 2^bits - 1; 0: studio range (black 16, white 235 at 8 bits) */
+} pm5544_colorimetry;
+PM5544_API pm5544_status pm5544_encoding_colorimetry(pm5544_encoding encoding, pm5544_colorimetry* colorimetry);
+
+/* Memory layouts a frame can be rendered in. Rows run top to bottom; each plane has its own stride in
+ * bytes (at least the plane's row bytes, see pm5544_describe_planes). "LE" samples are little-endian
+ * whatever the machine; a 10-, 12- or 16-bit sample in a 16-bit word sits in its low bits.
+ * Every layout but FRAME16 fixes the bit depth and chroma sampling (pm5544_use_layout sets them).
+ *
+ * FRAME16      one plane, four uint16_t a pixel in machine byte order: Cr, Y', Cb, A for Y'CbCr
+ *              encodings, R', G', B', A for R'G'B'; each the code at the card's bit depth shifted into
+ *              the high bits (code << (16 - bits)). Any depth and sampling; the subsampled chroma is
+ *              repeated over the pixels that share it. The frame the PNG and DPX files are written from.
+ * I420_n, I422_n, I444_n
+ *              three planes Y', Cb, Cr; n = 8: one byte a sample; 10, 12, 16: uint16_t LE. Chroma planes
+ *              are (width + 1) / 2 wide in 4:2:2 and 4:2:0, (height + 1) / 2 high in 4:2:0; the chroma
+ *              of a pair is that of its left (top-left) pixel. The samples the Y4M files hold.
+ * V210         one plane, 10-bit 4:2:2: each group of six pixels is four uint32_t LE words of three
+ *              10-bit fields (bits 0-9, 10-19, 20-29): Cb0 Y0 Cr0 | Y1 Cb2 Y2 | Cr2 Y3 Cb4 | Y4 Cr4 Y5.
+ *              A row is ((width + 5) / 6) * 16 bytes, the last group padded with zeros; the stride must
+ *              be a multiple of 4 (SDI cards and GStreamer use ((width + 47) / 48) * 128).
+ * UYVY         one plane, 8-bit 4:2:2: Cb0 Y0 Cr0 Y1 per pixel pair; a row is 2 * width bytes
+ *              (odd widths round up to whole pairs).
+ * RGBA16       one plane, 16-bit R'G'B'A, four uint16_t LE a pixel: R', G', B', A (R'G'B' encodings).
+ * GBR_n        three planes G', B', R', n = 10, 12, 16, uint16_t LE (R'G'B' encodings).
+ * Planes of 16-bit samples must be 2-byte aligned and their strides even; V210 wants 4 bytes. */
+typedef enum pm5544_layout {
+    PM5544_LAYOUT_FRAME16 = 0,
+    PM5544_LAYOUT_I420_8 = 1,
+    PM5544_LAYOUT_I420_10 = 2,
+    PM5544_LAYOUT_I420_12 = 3,
+    PM5544_LAYOUT_I420_16 = 4,
+    PM5544_LAYOUT_I422_8 = 5,
+    PM5544_LAYOUT_I422_10 = 6,
+    PM5544_LAYOUT_I422_12 = 7,
+    PM5544_LAYOUT_I422_16 = 8,
+    PM5544_LAYOUT_I444_8 = 9,
+    PM5544_LAYOUT_I444_10 = 10,
+    PM5544_LAYOUT_I444_12 = 11,
+    PM5544_LAYOUT_I444_16 = 12,
+    PM5544_LAYOUT_V210 = 13,
+    PM5544_LAYOUT_UYVY = 14,
+    PM5544_LAYOUT_RGBA16 = 15,
+    PM5544_LAYOUT_GBR_10 = 16,
+    PM5544_LAYOUT_GBR_12 = 17,
+    PM5544_LAYOUT_GBR_16 = 18
+} pm5544_layout;
+#define PM5544_LAYOUT_COUNT 19
+#define PM5544_MAX_PLANES 3
+
+/* A layout's name ("FRAME16", "I422_10", "V210", ...); NULL for a value that is no layout. */
+PM5544_API const char* pm5544_layout_name(pm5544_layout layout);
+/* The bit depth and sampling (444, 422 or 420) a layout fixes; 0 for both with FRAME16, which takes
+ * the card's. PM5544_ERROR_ARGUMENT for an unknown layout or null pointers. */
+PM5544_API pm5544_status pm5544_layout_format(pm5544_layout layout, int* bits, int* sampling);
+/* Whether frames of this encoding can be rendered in the layout: 1 or 0 (-1: unknown values). */
+PM5544_API int pm5544_layout_allows(pm5544_layout layout, pm5544_encoding encoding);
+
+/* One plane of a layout at a raster: the least stride, its rows and its bytes at that stride. */
+typedef struct pm5544_plane {
+    size_t row_bytes;
+    int rows;
+    size_t bytes; /* row_bytes * rows */
+} pm5544_plane;
+
+/* Fills planes[0 .. count - 1] for the layout at width x height and returns the count (1 or 3), or a
+ * negative pm5544_status. */
+PM5544_API int pm5544_layout_planes(pm5544_layout layout, int width, int height,
+                                    pm5544_plane planes[PM5544_MAX_PLANES]);
+
+/* ---- The card ---- */
+
+typedef struct pm5544_card pm5544_card;
+
+/* A card with the command line's defaults: 1920x1080, 16:9, 12 bits, 4:4:4, "RGB", 25 frames a
+ * second, no text. NULL when memory runs out. */
+PM5544_API pm5544_card* pm5544_card_new(void);
+PM5544_API void pm5544_card_free(pm5544_card* card);
+
+/* The message of the last failing call on this handle ("" if none); valid until the next call. */
+PM5544_API const char* pm5544_last_error(const pm5544_card* card);
+
+/* Lines the command line prints while it renders: the geometry, the font found, warnings. */
+typedef enum pm5544_message_kind {
+    PM5544_MESSAGE_PROGRESS = 0, /* the program prints these on standard output */
+    PM5544_MESSAGE_WARNING = 1   /* ... and these on standard error */
+} pm5544_message_kind;
+/* Called on the calling thread with one line at a time, ending in '\n'. NULL: messages are dropped
+ * (the default). */
+typedef void (*pm5544_message_fn)(void* user_data, pm5544_message_kind kind, const char* line);
+PM5544_API pm5544_status pm5544_set_message_callback(pm5544_card* card, pm5544_message_fn callback,
+                                                     void* user_data);
+
+/* Settings. Each is checked when the card is next prepared (explicitly or by the first render after a
+ * change), which refuses settings the card cannot have with the command line's reason. */
+PM5544_API pm5544_status pm5544_set_raster(pm5544_card* card, int width, int height);           /* -d */
+PM5544_API pm5544_status pm5544_set_aspect(pm5544_card* card, int numerator, int denominator);  /* -a, display */
+PM5544_API pm5544_status pm5544_set_encoding(pm5544_card* card, pm5544_encoding encoding);       /* -c */
+PM5544_API pm5544_status pm5544_set_encoding_name(pm5544_card* card, const char* name);          /* -c word */
+PM5544_API pm5544_status pm5544_set_bits(pm5544_card* card, int bits);                           /* -b, 8 to 16 */
+PM5544_API pm5544_status pm5544_set_sampling(pm5544_card* card, int sampling);                   /* -s 444/422/420 */
+/* The bit depth and sampling a layout fixes (FRAME16 changes nothing). */
+PM5544_API pm5544_status pm5544_use_layout(pm5544_card* card, pm5544_layout layout);
+PM5544_API pm5544_status pm5544_set_edge_taper(pm5544_card* card, int enabled);   /* -e turns it off */
+PM5544_API pm5544_status pm5544_set_ident(pm5544_card* card, const char* utf8);   /* NULL or "": none */
+PM5544_API pm5544_status pm5544_set_caption(pm5544_card* card, const char* utf8); /* NULL or "": none */
+/* A clock in the lower box instead of the caption: the time of day when the card is prepared, or the
+ * timecode if one is set, advancing frame by frame at the frame rate. */
+PM5544_API pm5544_status pm5544_set_clock(pm5544_card* card, int enabled);
+/* The clock's first frame as "HH:MM:SS:FF", or "HH:MM:SS;FF" counted drop-frame (at 30000/1001 and
+ * 60000/1001); NULL or "" returns to the time of day. */
+PM5544_API pm5544_status pm5544_set_timecode(pm5544_card* card, const char* timecode);
+PM5544_API pm5544_status pm5544_set_font(pm5544_card* card, const char* fontconfig_name); /* NULL: default */
+PM5544_API pm5544_status pm5544_set_frame_rate(pm5544_card* card, int numerator, int denominator);
+
+/* Checks the settings and builds the card (palette, geometry, text). Renders do it when needed; call it
+ * to learn early whether the settings hold. */
+PM5544_API pm5544_status pm5544_prepare(pm5544_card* card);
+
+/* The picture of frame `frame` (0 for the first) in `layout`, into planes[0 .. count - 1] with their
+ * strides in bytes. Without a clock every frame is frame 0. */
+PM5544_API pm5544_status pm5544_render_frame(pm5544_card* card, int64_t frame, pm5544_layout layout,
+                                             void* const planes[], const size_t strides[]);
+
+/* Rows first_row .. first_row + row_count - 1 that differ between two frames. */
+typedef struct pm5544_rows {
+    int first_row;
+    int row_count; /* 0: the frames are identical */
+} pm5544_rows;
+
+/* The rows in which frame `to` differs from frame `from`: only rows of the clock's text, and none
+ * without a clock or where both show the same text. Rows outside the range are identical in every
+ * layout; for 4:2:0 layouts the range starts and ends on whole row pairs. */
+PM5544_API pm5544_status pm5544_changed_rows(pm5544_card* card, int64_t from, int64_t to, pm5544_rows* rows);
+
+/* Brings planes that hold frame `held` (in the same layout, at these strides) to frame `frame`,
+ * rendering only the rows that differ; `written` (may be NULL) says which. held < 0: the planes hold
+ * nothing yet, and the whole frame is rendered. */
+PM5544_API pm5544_status pm5544_update_frame(pm5544_card* card, int64_t frame, int64_t held, pm5544_layout layout,
+                                             void* const planes[], const size_t strides[], pm5544_rows* written);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,72 @@
+// What a card is rendered with (the command line's settings that the picture depends on), its limits,
+// the words that name the colour encodings, and the checks that refuse settings the card cannot have.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "colour/ColourSpace.h"
+#include "pattern/PatternWrapper.h"
+
+namespace pm5544 {
+
+// The limits of a render: checked here and by the command line, and listed by --help.
+namespace Limits {
+constexpr int minimumSide = 64;
+constexpr int maximumSide = 16384;  // of the canvas, which is twice the raster in quadrant mode
+constexpr int minimumBits = 8;
+constexpr int maximumBits = 16;
+constexpr double minimumPixelAspect = 0.25;
+constexpr double maximumPixelAspect = 4.0;
+constexpr int maximumFrames = 1000000;
+constexpr int maximumRateTerm = 1000000;  // numerator and denominator of the frame rate
+}  // namespace Limits
+
+struct Timecode {
+    int hours = 0, minutes = 0, seconds = 0, frames = 0;
+    bool dropFrame = false;  // HH:MM:SS;FF
+};
+
+struct CardSettings {
+    int width = 1920;
+    int height = 1080;
+    int bits = 12;
+    int aspectNum = 16;
+    int aspectDen = 9;
+    PatternGen::colorAxes_e axes = PatternGen::Colour_RGB;
+    PatternGen::sampling_e sampling = PatternGen::Sampling_444;
+    PatternGen::quadrant_e quadrant = PatternGen::Quadrant_None;
+    int optionValue = 0;
+    bool edgeTaperOff = false;
+    int rateNum = 25;  // frames per second, rateNum / rateDen
+    int rateDen = 1;
+    std::string ident;                 // upper box; empty: none
+    std::string caption;               // lower box, unless a clock is shown there
+    bool clock = false;                // a clock in the lower box
+    std::string font;                  // a Fontconfig name; empty: the card's own
+    std::optional<Timecode> timecode;  // the clock's first frame; none: the time of day
+};
+
+// One word of "-c": the encodings by name, in the order the usage lists them.
+struct ColourWord {
+    const char* word;  // case matters
+    PatternGen::colorAxes_e axes;
+    const char* meaning;
+};
+extern const ColourWord colourWordTable[PatternGen::colourAxesCount];
+// The row whose word is exactly `word`; nullptr if none.
+const ColourWord* colourWordNamed(const std::string& word);
+// "?" for a value that is no axis.
+const char* colourWordOf(PatternGen::colorAxes_e axes);
+
+// Why the card cannot have these settings, in the command line's words; empty when it can. The raster
+// (size, aspect ratio and bit depth) is checked first, then the timecode against the frame rate, then
+// what only a library caller can get wrong (values outside the enumerations, text that is not UTF-8).
+std::string rasterFault(const CardSettings& settings);
+std::string timecodeFault(const Timecode& timecode, int rateNum, int rateDen);
+std::string settingsFault(const CardSettings& settings);
+
+// "HH:MM:SS:FF", or "HH:MM:SS;FF" for drop-frame; nothing when the text is not a timecode.
+std::optional<Timecode> readTimecode(const std::string& text);
+
+}  // namespace pm5544
