@@ -125,7 +125,14 @@ TEST_F(Library, EveryLayoutEqualsTheProgramsFileAsFfmpegReadsIt) {
             }
             const Bytes expected = programFrame(c, width, height);
             ASSERT_FALSE(expected.empty());
-            const Bytes got = render(card.get(), c.layout, width, height, 0, 64).packed(c.layout, width, height);
+            Bytes got = render(card.get(), c.layout, width, height, 0, 64).packed(c.layout, width, height);
+            if (c.layout == PM5544_LAYOUT_RGBA16) {
+                // Opaque, where the PNG keeps the card's own alpha.
+                for (size_t a = 6; a + 1 < got.size(); a += 8) {
+                    ASSERT_EQ(0xFFFF, littleEndian(got, a, 2));
+                    got[a] = expected[a], got[a + 1] = expected[a + 1];
+                }
+            }
             EXPECT_TRUE(expected == got) << expected.size() << " bytes against " << got.size();
         }
     }
