@@ -32,6 +32,7 @@ bench: deps build
 	./build/pm5544_bench
 	./build/pm5544_bench --light
 	./build/pm5544_bench_library
+	cmake --build build -j $(JOBS) --target gstpm5544 && ./bench/bench_gstreamer.sh build/gstreamer
 
 # The program, its manual page and its bash completion, under $(PREFIX) in $(DESTDIR).
 PREFIX         ?= /usr/local
