@@ -10,8 +10,8 @@
 
 namespace PatternRender {
 
-// Which rows a loop produces: full frame (four samples a pixel, rounded to the output depth), the
-// stored lines of the line-repeat loop (three samples) or device-file samples.
+// Which rows a loop produces: full frame (four samples a pixel), the stored lines of the line-repeat
+// loop (three samples) or device-file samples.
 enum class Loop { FullFrame, LineRepeats, DeviceLines };
 
 struct OutputFormat {
@@ -20,10 +20,12 @@ struct OutputFormat {
     Loop loop;
     bool (*settingsFit)(const Settings&);  // prints why not and returns false; nullptr: any settings
     std::unique_ptr<ImageWriter> (*makeWriter)(const Settings&);
-    bool needSeek;
     const char* failure;       // printf format taking the file name
     const char* cannotCreate;  // said first when the file cannot be created; nullptr: the failure line only
+    bool needSeek;             // the writer seeks back into its file
     bool takesFrames;          // video: writes --frames frames; a still format writes one
+    bool roundsToOutputDepth;  // rows are rounded to -b before the writer takes them (full-frame rows only)
+    bool announcesFileName;    // "writing to: NAME" precedes the format's progress line
 };
 
 Rows<OutputFormat> formats();

@@ -52,7 +52,7 @@ void announce(const OutputFormat& format, const Settings& s) {
         std::puts("Writing PNG file by default");
         return;
     }
-    if (format.loop != Loop::DeviceLines) std::printf("writing to: %s\n", s.fileName.c_str());
+    if (format.announcesFileName) std::printf("writing to: %s\n", s.fileName.c_str());
     std::printf("Writing %s file\n", s.format.empty() ? ext.c_str() : s.format.c_str());
 }
 
@@ -133,7 +133,7 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     const auto writeRow = [&](const uint16_t* row) { return timed(writeTime, [&] { return writer->writeRow(row); }); };
     const auto stream = [&](RowSource& frameRows) {
         TimedRows rows(frameRows, renderTime);
-        return streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr, writeRow);
+        return streamRows(rows, format.roundsToOutputDepth ? roundRow : nullptr, writeRow);
     };
     const auto laterFrames = [&] {
         for (int frame = 1; video.changedRows && frame < video.count; ++frame) {
