@@ -40,8 +40,3 @@ public:
     // startNextFrame is not used: a planar stream too large to hold takes the rows once per plane.
     virtual int rowPasses() const { return 1; }
 };
-
-// Opens fileName, writes `height` rows of `rowSamples` samples from `frame` and commits: 0, or -1
-// with no file left. For callers that hold a whole frame.
-int writeWholeFrame(ImageWriter& writer, const ImageHeader& header, const uint16_t* frame, size_t rowSamples,
-                    const char* fileName, bool needSeek = false);

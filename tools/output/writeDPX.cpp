@@ -199,8 +199,7 @@ constexpr size_t kBatchBytes = 256 * 1024;
 
 class Writer final : public ImageWriter {
 public:
-    Writer(DPX::eFormat format, DPX::Metadata metadata, int headerBits)
-        : format_(format), metadata_(std::move(metadata)), headerBits_(headerBits) {}
+    Writer(DPX::eFormat format, DPX::Metadata metadata) : format_(format), metadata_(std::move(metadata)) {}
 
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
@@ -212,7 +211,7 @@ public:
             Layout::kImageDataOffset + static_cast<uint32_t>(line_.size()) * static_cast<uint32_t>(header.height);
         std::vector<uint8_t> headers(Layout::kImageDataOffset, 0);
         fillFileHeader(headers, fileSize, out.name().c_str(), metadata_);
-        fillImageHeader(headers, format_, header.width, header.height, headerBits_);
+        fillImageHeader(headers, format_, header.width, header.height, DPX::kDataBits);
         return out.write(headers.data(), headers.size());
     }
 
@@ -233,7 +232,6 @@ private:
 
     DPX::eFormat format_;
     DPX::Metadata metadata_;
-    int headerBits_;
     OutputFile* out_ = nullptr;
     int width_ = 0;
     std::vector<uint8_t> line_;
@@ -251,16 +249,7 @@ DPX::eFormat descriptorFor(PatternGen::colorAxes_e axes, int sampling) {
 }
 
 std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata) {
-    return std::make_unique<Writer>(format, metadata, DPX::kDataBits);
-}
-
-int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, int bits, const char* fileName,
-             DPX::Metadata& metadata) {
-    ImageHeader header;
-    header.width = width;
-    header.height = height;
-    Writer writer(format, metadata, bits);
-    return writeWholeFrame(writer, header, frame, 4 * static_cast<size_t>(width), fileName);
+    return std::make_unique<Writer>(format, metadata);
 }
 
 }  // namespace DPXWriter

@@ -108,12 +108,4 @@ namespace PngWriter {
 
 std::unique_ptr<ImageWriter> make() { return std::make_unique<Writer>(); }
 
-int writePng(unsigned short* frame, bool /*isYCbCr*/, int width, int height, int /*bits*/, const char* fileName) {
-    ImageHeader header;
-    header.width = width;
-    header.height = height;
-    Writer writer;
-    return writeWholeFrame(writer, header, frame, static_cast<size_t>(width) * kSamplesPerPixel, fileName);
-}
-
 }  // namespace PngWriter

@@ -13,7 +13,4 @@ namespace PngWriter {
 // the PNG's red, green, blue and alpha. The YCbCr flag and the bit depth do not change the file.
 std::unique_ptr<ImageWriter> make();
 
-// The whole-frame form: 0 on success, -1 on failure; a file that could not be completed is removed.
-int writePng(unsigned short* frame, bool isYCbCr, int width, int height, int bits, const char* fileName);
-
 }  // namespace PngWriter

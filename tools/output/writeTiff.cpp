@@ -186,16 +186,4 @@ namespace TiffWriter {
 
 std::unique_ptr<ImageWriter> make() { return std::make_unique<Writer>(); }
 
-int writeTiff(unsigned char* buffer, bool isYCbCr, int width, int height, int /*bits*/,
-              const std::vector<std::pair<int, int>>& lineRepeats, const char* fileName) {
-    ImageHeader header;
-    header.width = width;
-    header.height = height;
-    header.axes = isYCbCr ? PatternGen::Colour_YCbCr_709 : PatternGen::Colour_RGB;
-    header.lineRepeats = &lineRepeats;
-    Writer writer;
-    return writeWholeFrame(writer, header, reinterpret_cast<const uint16_t*>(buffer),
-                           static_cast<size_t>(width) * kSamplesPerPixel, fileName, true);
-}
-
 }  // namespace TiffWriter
