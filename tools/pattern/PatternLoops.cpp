@@ -121,7 +121,7 @@ private:
     };
 
     // The end of the run of input pixels identical to in[0] at column x; tapered columns stand alone.
-    // Pixels have no padding (ConversionCache asserts it): they are identical exactly when their bytes are.
+    // Pixels are identical exactly when their bytes are (Pixel.h asserts it).
     int runEnd(int x, const Pixel* in) const {
         if (x < plainBegin_ || x >= plainEnd_) return x + 1;
         return x + static_cast<int>(Runs::endOfRun(in, in + (plainEnd_ - x)) - in);
