@@ -315,7 +315,7 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
     const int width = 37, height = 21, firstChangedRow = 13, frames = 4;
     // Frame 0 is one picture; every later frame is another from firstChangedRow down.
     const auto writeClip = [&](OutputFile& out, size_t budget) {
-        const std::unique_ptr<ImageWriter> writer = Y4mWriter::make(frames, 25, 1, 4, 3, budget);
+        const std::unique_ptr<FullFrameWriter> writer = Y4mWriter::make(frames, 25, 1, 4, 3, budget);
         ImageHeader header;
         header.width = width, header.height = height, header.bits = 10, header.sampling = 420;
         header.axes = PatternGen::Colour_YCbCr_709;
@@ -324,7 +324,7 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
             for (int y = from; y < height; ++y) {
                 const uint16_t seed = frame > 0 && y >= firstChangedRow ? 2 : 1;
                 for (size_t i = 0; i < row.size(); ++i) row[i] = uint16_t((seed + y * 977 + i * 131) << 6);
-                if (!writer->writeRow(row.data())) return false;
+                if (!writer->writeRow({row.data()})) return false;
             }
             return true;
         };

@@ -40,6 +40,6 @@ DPX::eFormat descriptorFor(PatternGen::colorAxes_e axes, int sampling);
 
 // Rows of width x four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A; alpha is not stored),
 // packed into lines of the given descriptor; the header says 10 bits.
-std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata);
+std::unique_ptr<FullFrameWriter> make(DPX::eFormat format, const DPX::Metadata& metadata);
 
 }  // namespace DPXWriter
