@@ -5,7 +5,7 @@ TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg man-db groff-base b
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png
 
-.PHONY: run test build bench check-arm deps deps-test clean install package
+.PHONY: run test tsan build bench check-arm deps deps-test clean install package
 
 run: deps build
 	./build/pm5544 $(OUTPUT)
@@ -17,14 +17,21 @@ test: deps-test build
 	cmake --build build/asan -j $(JOBS)
 	ctest --test-dir build/asan --output-on-failure -j $(JOBS)
 
+# The library's tests under ThreadSanitizer: handles on threads share nothing.
+tsan: deps-test
+	cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPM5544_TSAN=ON -DPM5544_BUILD_TESTS=ON
+	cmake --build build/tsan -j $(JOBS) --target test_library
+	TSAN_OPTIONS=suppressions=$(CURDIR)/tests/support/tsan.supp ctest --test-dir build/tsan --output-on-failure -R '^Library'
+
 build:
 	cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DPM5544_BUILD_TESTS=OFF
 	cmake --build build -j $(JOBS) --target pm5544
 
 bench: deps build
-	cmake --build build -j $(JOBS) --target pm5544_bench
+	cmake --build build -j $(JOBS) --target pm5544_bench pm5544_bench_library
 	./build/pm5544_bench
 	./build/pm5544_bench --light
+	./build/pm5544_bench_library
 
 # The program, its manual page and its bash completion, under $(PREFIX) in $(DESTDIR).
 PREFIX         ?= /usr/local

@@ -26,6 +26,7 @@
 #include "pattern/RowSource.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
+#include "text/TextMemory.h"
 
 using PatternGen::colorAxes_e;
 
@@ -248,6 +249,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
 
     std::printf("size %dx%d\n", s.width, s.height);
+    pattern.textTrial = drawsWithinMemoryLimit;
     pm5544::Card card(pattern, printingSink());
     const bool prepared = timed(times != nullptr ? &times->setup : nullptr,
                                 [&] { return withStopSignalsBlocked([&] { return card.prepare(s); }); });
