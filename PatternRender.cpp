@@ -106,7 +106,7 @@ private:
 // the card moves on, so the rows it crosses are rendered again.
 struct FrameRows {
     int firstRow;
-    std::unique_ptr<RowSource> rows;
+    std::unique_ptr<FullFrameRowSource> rows;
 };
 
 // Where the rows of a video's frames come from, once the first frame's have been streamed.
@@ -115,11 +115,11 @@ struct VideoFrames {
     // The rows of frame n that differ from frame n - 1; unset when every frame repeats the first.
     std::function<FrameRows(int frame)> changedRows;
     // Every row of frame n, for a writer that takes each frame's rows more than once.
-    std::function<std::unique_ptr<RowSource>(int frame)> allRows;
+    std::function<std::unique_ptr<FullFrameRowSource>(int frame)> allRows;
 };
 
 // Rounding to the output depth before the writer, where the format asks for it. Only full-frame rows
-// are rounded: the others are at their device's depth already.
+// are rounded; the other kinds keep the loops' 12-bit codes.
 template <typename Kind>
 std::function<void(uint16_t*)> depthRounding(const OutputFormat&, const Settings&, double*) {
     return nullptr;
@@ -209,7 +209,7 @@ bool renderInto(ImageWriterOf<Kind>& writer, const OutputFormat& format, Pattern
 // commits it with the main output. False after reporting, as the PNG format reports a failure.
 bool writePreview(pm5544::Card& card, const Settings& s, OutputFile& out) {
     Preview preview(s.axes, s.bits, s.width, s.height, s.aspectNum, s.aspectDen);
-    const std::unique_ptr<RowSource> rows = card.frameRows();
+    const std::unique_ptr<FullFrameRowSource> rows = card.frameRows();
     const size_t pixels = static_cast<size_t>(s.width);
     const bool written = out.open() && preview.begin(out) &&
                          streamRows(
