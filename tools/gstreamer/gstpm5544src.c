@@ -308,6 +308,25 @@ static gboolean gst_pm5544_src_set_caps(GstBaseSrc* base, GstCaps* caps) {
 
 /* ---- Buffers ---- */
 
+/* The base class gives the pool the query's first allocator: ours, unless downstream asks for memory other
+ * than system memory (which ours is), keeping the alignment and padding it asks for. */
+static void use_own_allocator(GstQuery* query, GstAllocator* own) {
+    GstAllocator* theirs = NULL;
+    GstAllocationParams params;
+    gst_allocation_params_init(&params);
+    const gboolean offered = gst_query_get_n_allocation_params(query) > 0;
+    if (offered) gst_query_parse_nth_allocation_param(query, 0, &theirs, &params);
+    const gboolean system_memory =
+        theirs == NULL || theirs == own || g_strcmp0(theirs->mem_type, GST_ALLOCATOR_SYSMEM) == 0;
+    if (system_memory) {
+        if (offered)
+            gst_query_set_nth_allocation_param(query, 0, own, &params);
+        else
+            gst_query_add_allocation_param(query, own, &params);
+    }
+    if (theirs != NULL) gst_object_unref(theirs);
+}
+
 static gboolean gst_pm5544_src_decide_allocation(GstBaseSrc* base, GstQuery* query) {
     GstPm5544Src* src = GST_PM5544_SRC(base);
     GstBufferPool* pool = NULL;
@@ -330,6 +349,7 @@ static gboolean gst_pm5544_src_decide_allocation(GstBaseSrc* base, GstQuery* que
     if (allocator == NULL || GST_IS_PM5544_ALLOCATOR(allocator)) {
         if (src->allocator == NULL) src->allocator = gst_pm5544_allocator_new();
         gst_buffer_pool_config_set_allocator(config, src->allocator, NULL);
+        use_own_allocator(query, src->allocator);
     }
     gst_buffer_pool_set_config(pool, config);
     if (update)
