@@ -1,0 +1,457 @@
+// pm5544src under GStreamer: the caps it negotiates and refuses, buffers equal to the library's and the
+// program's frames, timestamps, live pacing, time codes and seeking, the command-line tools, properties.
+#include <gst/check/gstharness.h>
+#include <gst/check/gsttestclock.h>
+#include <gst/gst.h>
+#include <gst/video/video.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <numeric>
+#include <regex>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "TestFiles.h"
+#include "pm5544/pm5544.h"
+#include "pm5544/pm5544.hpp"
+
+using namespace TestFiles;
+
+namespace {
+
+// GStreamer finds the plugin in this build, and keeps its registry apart from the user's; the scan runs
+// in this process, which carries the sanitizers' runtime the plugin needs.
+class GstreamerEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        g_setenv("GST_PLUGIN_PATH", PM5544_GST_PLUGIN_DIR, TRUE);
+        g_setenv("GST_REGISTRY", PM5544_GST_REGISTRY, TRUE);
+        g_setenv("GST_REGISTRY_FORK", "no", TRUE);
+        gst_init(nullptr, nullptr);
+    }
+    void TearDown() override { gst_deinit(); }
+};
+[[maybe_unused]] ::testing::Environment* const gstreamer = ::testing::AddGlobalTestEnvironment(new GstreamerEnvironment);
+
+template <typename T, void (*Free)(T*)>
+struct Deleter {
+    void operator()(T* object) const { Free(object); }
+};
+void unrefCaps(GstCaps* caps) { gst_caps_unref(caps); }
+void unrefBuffer(GstBuffer* buffer) { gst_buffer_unref(buffer); }
+void unrefObject(GstElement* element) { gst_object_unref(element); }
+using Caps = std::unique_ptr<GstCaps, Deleter<GstCaps, unrefCaps>>;
+using Buffer = std::unique_ptr<GstBuffer, Deleter<GstBuffer, unrefBuffer>>;
+using Element = std::unique_ptr<GstElement, Deleter<GstElement, unrefObject>>;
+using Harness = std::unique_ptr<GstHarness, Deleter<GstHarness, gst_harness_teardown>>;
+
+constexpr GstClockTime kWaitLimit = 30 * GST_SECOND;
+
+// How a pipeline ended: at its end, or with the first error on its bus.
+struct Ending {
+    bool error = false;
+    GQuark domain = 0;
+    int code = 0;
+    std::string message, debug;
+};
+
+class Pipeline {
+public:
+    explicit Pipeline(const std::string& description) {
+        GError* error = nullptr;
+        pipeline_.reset(gst_parse_launch(description.c_str(), &error));
+        if (error != nullptr) {
+            ADD_FAILURE() << description << ": " << error->message;
+            g_error_free(error);
+        }
+    }
+    ~Pipeline() {
+        if (pipeline_) gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
+    }
+    GstElement* get() const { return pipeline_.get(); }
+    Element byName(const char* name) const { return Element(gst_bin_get_by_name(GST_BIN(get()), name)); }
+
+    // Plays until the end of the stream or an error; the pipeline stays playing.
+    Ending playToEnd() {
+        gst_element_set_state(get(), GST_STATE_PLAYING);
+        GstBus* bus = gst_element_get_bus(get());
+        GstMessage* message =
+            gst_bus_timed_pop_filtered(bus, kWaitLimit, GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+        gst_object_unref(bus);
+        Ending ending;
+        if (message == nullptr) {
+            ADD_FAILURE() << "neither the end nor an error within the time limit";
+            return ending;
+        }
+        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+            GError* error = nullptr;
+            gchar* debug = nullptr;
+            gst_message_parse_error(message, &error, &debug);
+            ending = {true, error->domain, error->code, error->message, debug != nullptr ? debug : ""};
+            g_error_free(error);
+            g_free(debug);
+        }
+        gst_message_unref(message);
+        return ending;
+    }
+    // Plays and takes the next sample from the appsink named "sink".
+    GstSample* pullSample() {
+        gst_element_set_state(get(), GST_STATE_PLAYING);
+        GstSample* sample = nullptr;
+        g_signal_emit_by_name(byName("sink").get(), "pull-sample", &sample);
+        return sample;
+    }
+    // The caps on the sink's pad (named "sink") once data has flowed.
+    Caps sinkCaps() const {
+        Element sink = byName("sink");
+        GstPad* pad = gst_element_get_static_pad(sink.get(), "sink");
+        Caps caps(gst_pad_get_current_caps(pad));
+        gst_object_unref(pad);
+        return caps;
+    }
+
+private:
+    Element pipeline_;
+};
+
+// ---- The formats ----
+
+struct Format {
+    const char* name;
+    pm5544_layout layout;
+    bool ycbcr;
+    int bits, sampling;
+};
+
+const Format kFormats[] = {
+    {"I420", PM5544_LAYOUT_I420_8, true, 8, 420},          {"I420_10LE", PM5544_LAYOUT_I420_10, true, 10, 420},
+    {"I420_12LE", PM5544_LAYOUT_I420_12, true, 12, 420},   {"Y42B", PM5544_LAYOUT_I422_8, true, 8, 422},
+    {"I422_10LE", PM5544_LAYOUT_I422_10, true, 10, 422},   {"I422_12LE", PM5544_LAYOUT_I422_12, true, 12, 422},
+    {"Y444", PM5544_LAYOUT_I444_8, true, 8, 444},          {"Y444_10LE", PM5544_LAYOUT_I444_10, true, 10, 444},
+    {"Y444_12LE", PM5544_LAYOUT_I444_12, true, 12, 444},   {"Y444_16LE", PM5544_LAYOUT_I444_16, true, 16, 444},
+    {"v210", PM5544_LAYOUT_V210, true, 10, 422},           {"UYVY", PM5544_LAYOUT_UYVY, true, 8, 422},
+    {"RGBA64_LE", PM5544_LAYOUT_RGBA16, false, 16, 444},   {"GBR_10LE", PM5544_LAYOUT_GBR_10, false, 10, 444},
+    {"GBR_12LE", PM5544_LAYOUT_GBR_12, false, 12, 444},
+};
+
+const Format& formatNamed(const std::string& name) {
+    for (const Format& format : kFormats)
+        if (name == format.name) return format;
+    throw std::invalid_argument(name);
+}
+
+// How downstream is told to read an encoding's codes: BT.601 with SMPTE 170M primaries, SDR BT.2020 with
+// the transfer GStreamer names after the bit depth, S-Log3 with its matrix and primaries but no curve.
+struct Tagging {
+    const char* encoding;
+    GstVideoColorRange range;
+    GstVideoColorMatrix matrix;
+    GstVideoTransferFunction transfer;
+    GstVideoColorPrimaries primaries;
+    const char* name;  // the colorimetry's name in caps, where GStreamer has one
+};
+
+const Tagging kTaggings[] = {
+    {"709", GST_VIDEO_COLOR_RANGE_16_235, GST_VIDEO_COLOR_MATRIX_BT709, GST_VIDEO_TRANSFER_BT709,
+     GST_VIDEO_COLOR_PRIMARIES_BT709, "bt709"},
+    {"601", GST_VIDEO_COLOR_RANGE_16_235, GST_VIDEO_COLOR_MATRIX_BT601, GST_VIDEO_TRANSFER_BT601,
+     GST_VIDEO_COLOR_PRIMARIES_SMPTE170M, "bt601"},
+    {"2020", GST_VIDEO_COLOR_RANGE_16_235, GST_VIDEO_COLOR_MATRIX_BT2020, GST_VIDEO_TRANSFER_BT2020_10,
+     GST_VIDEO_COLOR_PRIMARIES_BT2020, "bt2020-10"},
+    {"PQ", GST_VIDEO_COLOR_RANGE_16_235, GST_VIDEO_COLOR_MATRIX_BT2020, GST_VIDEO_TRANSFER_SMPTE2084,
+     GST_VIDEO_COLOR_PRIMARIES_BT2020, "bt2100-pq"},
+    {"HLG-Mapped", GST_VIDEO_COLOR_RANGE_16_235, GST_VIDEO_COLOR_MATRIX_BT2020, GST_VIDEO_TRANSFER_ARIB_STD_B67,
+     GST_VIDEO_COLOR_PRIMARIES_BT2020, "bt2100-hlg"},
+    {"S-Log3", GST_VIDEO_COLOR_RANGE_16_235, GST_VIDEO_COLOR_MATRIX_BT2020, GST_VIDEO_TRANSFER_UNKNOWN,
+     GST_VIDEO_COLOR_PRIMARIES_BT2020, nullptr},
+    {"RGB", GST_VIDEO_COLOR_RANGE_0_255, GST_VIDEO_COLOR_MATRIX_RGB, GST_VIDEO_TRANSFER_BT709,
+     GST_VIDEO_COLOR_PRIMARIES_BT709, nullptr},
+    {"RGB-PQ", GST_VIDEO_COLOR_RANGE_16_235, GST_VIDEO_COLOR_MATRIX_RGB, GST_VIDEO_TRANSFER_SMPTE2084,
+     GST_VIDEO_COLOR_PRIMARIES_BT2020, nullptr},
+};
+
+// SDR BT.2020 above 10 bits is the 12-bit transfer, and its name "bt2020".
+Tagging taggingAt(const Tagging& tagging, int bits) {
+    Tagging at = tagging;
+    if (tagging.transfer == GST_VIDEO_TRANSFER_BT2020_10 && bits > 10) {
+        at.transfer = GST_VIDEO_TRANSFER_BT2020_12;
+        at.name = "bt2020";
+    }
+    return at;
+}
+
+pm5544_encoding encodingNamed(const std::string& name) {
+    for (int e = 0; pm5544_encoding_name(pm5544_encoding(e)) != nullptr; ++e)
+        if (name == pm5544_encoding_name(pm5544_encoding(e))) return pm5544_encoding(e);
+    throw std::invalid_argument(name);
+}
+
+std::string text(const GstStructure* s, const char* field) {
+    const gchar* value = gst_structure_get_string(s, field);
+    return value != nullptr ? value : "";
+}
+
+// ---- 1. Negotiation ----
+
+TEST(Pm5544Src, NegotiatesEveryFormatWithEachEncodingsTagging) {
+    int negotiated = 0;
+    for (const Tagging& family : kTaggings) {
+        for (const Format& format : kFormats) {
+            if (format.ycbcr != (pm5544_encoding_is_ycbcr(encodingNamed(family.encoding)) == 1)) continue;
+            ++negotiated;
+            SCOPED_TRACE(std::string(format.name) + " " + family.encoding);
+            Pipeline pipeline(std::string("pm5544src num-buffers=1 encoding=") + family.encoding +
+                              " ! video/x-raw,format=" + format.name + ",width=64,height=64 ! fakesink name=sink");
+            const Ending ending = pipeline.playToEnd();
+            ASSERT_FALSE(ending.error) << ending.message << "\n" << ending.debug;
+            Caps caps = pipeline.sinkCaps();
+            ASSERT_TRUE(caps);
+            const GstStructure* s = gst_caps_get_structure(caps.get(), 0);
+
+            const Tagging expected = taggingAt(family, format.bits);
+            GstVideoColorimetry colorimetry;
+            ASSERT_TRUE(gst_video_colorimetry_from_string(&colorimetry, gst_structure_get_string(s, "colorimetry")));
+            EXPECT_EQ(expected.range, colorimetry.range);
+            EXPECT_EQ(expected.matrix, colorimetry.matrix);
+            EXPECT_EQ(expected.transfer, colorimetry.transfer);
+            EXPECT_EQ(expected.primaries, colorimetry.primaries);
+            if (expected.name != nullptr) {
+                EXPECT_EQ(expected.name, text(s, "colorimetry"));
+            }
+
+            // The chroma of a pair is its left pixel's, and in 4:2:0 its top row's.
+            const std::string site = text(s, "chroma-site");
+            const GstVideoChromaSite expectedSite = format.sampling == 420   ? GST_VIDEO_CHROMA_SITE_COSITED
+                                                    : format.sampling == 422 ? GST_VIDEO_CHROMA_SITE_H_COSITED
+                                                                             : GST_VIDEO_CHROMA_SITE_UNKNOWN;
+            EXPECT_EQ(expectedSite, site.empty() ? GST_VIDEO_CHROMA_SITE_UNKNOWN
+                                                 : gst_video_chroma_site_from_string(site.c_str()))
+                << site;
+
+            int rate_n = 0, rate_d = 0, par_n = 0, par_d = 0;
+            EXPECT_TRUE(gst_structure_get_fraction(s, "framerate", &rate_n, &rate_d));
+            EXPECT_TRUE(gst_structure_get_fraction(s, "pixel-aspect-ratio", &par_n, &par_d));
+            EXPECT_EQ(25, rate_n);
+            EXPECT_EQ(1, rate_d);
+            EXPECT_EQ(1, par_n);
+            EXPECT_EQ(1, par_d);
+            EXPECT_EQ("progressive", text(s, "interlace-mode"));
+        }
+    }
+    EXPECT_EQ(6 * 12 + 2 * 3, negotiated);
+}
+
+TEST(Pm5544Src, FixatesToHdAt25FramesWithSquarePixelsWhenOnlyTheFormatIsGiven) {
+    for (const char* caps : {"video/x-raw,format=v210", "video/x-raw,format=GBR_10LE", "video/x-raw"}) {
+        SCOPED_TRACE(caps);
+        const bool rgb = std::strstr(caps, "GBR") != nullptr;
+        Pipeline pipeline(std::string("pm5544src num-buffers=1 encoding=") + (rgb ? "RGB" : "709") + " ! " + caps +
+                          " ! fakesink name=sink");
+        const Ending ending = pipeline.playToEnd();
+        ASSERT_FALSE(ending.error) << ending.message;
+        GstVideoInfo info;
+        ASSERT_TRUE(gst_video_info_from_caps(&info, pipeline.sinkCaps().get()));
+        EXPECT_EQ(1920, info.width);
+        EXPECT_EQ(1080, info.height);
+        EXPECT_EQ(25, info.fps_n);
+        EXPECT_EQ(1, info.fps_d);
+        EXPECT_EQ(1, info.par_n);
+        EXPECT_EQ(1, info.par_d);
+    }
+}
+
+TEST(Pm5544Src, RefusesCapsItCannotMakeWithAnErrorOnTheBus) {
+    const struct {
+        const char* properties;
+        const char* caps;
+    } refusals[] = {
+        {"encoding=709", "video/x-raw,format=RGBA64_LE"},           // R'G'B' format, Y'CbCr encoding
+        {"encoding=RGB", "video/x-raw,format=v210"},                // and the other way round
+        {"", "video/x-raw,format=I420,width=20000"},                // wider than the card's limit
+        {"", "video/x-raw,format=I420,pixel-aspect-ratio=5/1"},     // pixel aspect beyond 4/1
+        {"", "video/x-raw,format=I420,interlace-mode=interleaved"}, // the card is progressive
+    };
+    for (const auto& refusal : refusals) {
+        SCOPED_TRACE(refusal.caps);
+        // Caps set after linking, as a sink would insist on them.
+        Pipeline pipeline(std::string("pm5544src num-buffers=1 ") + refusal.properties +
+                          " ! capsfilter name=filter ! fakesink name=sink");
+        Caps caps(gst_caps_from_string(refusal.caps));
+        g_object_set(pipeline.byName("filter").get(), "caps", caps.get(), nullptr);
+        const Ending ending = pipeline.playToEnd();
+        ASSERT_TRUE(ending.error);
+        EXPECT_EQ(GST_CORE_ERROR, ending.domain);
+        EXPECT_EQ(GST_CORE_ERROR_NEGOTIATION, ending.code);
+        EXPECT_FALSE(ending.message.empty());
+        EXPECT_FALSE(pipeline.sinkCaps()) << "nothing reached the sink";
+    }
+}
+
+// ---- 2. Buffers equal frames ----
+
+// A frame's planes one after another, each row only its samples, whatever strides the buffer has.
+Bytes packedFrame(const GstVideoInfo& info, GstBuffer* buffer, pm5544_layout layout) {
+    pm5544_plane planes[PM5544_MAX_PLANES];
+    const int count = pm5544_layout_planes(layout, info.width, info.height, planes);
+    GstVideoFrame frame;
+    Bytes bytes;
+    if (count < 1 || !gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ)) return bytes;
+    for (int p = 0; p < count; ++p) {
+        const auto* data = static_cast<const uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, p));
+        const size_t stride = size_t(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, p));
+        for (int r = 0; r < planes[p].rows; ++r)
+            bytes.insert(bytes.end(), data + r * stride, data + r * stride + planes[p].row_bytes);
+    }
+    gst_video_frame_unmap(&frame);
+    return bytes;
+}
+
+// The library's frame at the least strides, planes one after another.
+Bytes libraryFrame(pm5544::TestCard& card, int64_t n, pm5544_layout layout, int width, int height) {
+    pm5544_plane planes[PM5544_MAX_PLANES];
+    const int count = pm5544_layout_planes(layout, width, height, planes);
+    size_t total = 0;
+    for (int p = 0; p < count; ++p) total += planes[p].bytes;
+    Bytes bytes(total);
+    void* data[PM5544_MAX_PLANES];
+    size_t strides[PM5544_MAX_PLANES];
+    for (int p = 0, at = 0; p < count; at += int(planes[p].bytes), ++p) data[p] = bytes.data() + at, strides[p] = planes[p].row_bytes;
+    card.render(n, layout, data, strides);
+    return bytes;
+}
+
+// The frames of a Y4M file.
+std::vector<Bytes> y4mFrames(const Bytes& file, size_t frameBytes) {
+    std::vector<Bytes> frames;
+    const std::string marker = "FRAME";
+    auto at = std::search(file.begin(), file.end(), marker.begin(), marker.end());
+    while (at != file.end()) {
+        at = std::find(at, file.end(), '\n');
+        if (at == file.end() || size_t(file.end() - at - 1) < frameBytes) break;
+        frames.emplace_back(at + 1, at + 1 + frameBytes);
+        at = std::search(at + 1 + frameBytes, file.end(), marker.begin(), marker.end());
+    }
+    return frames;
+}
+
+// The card keeps its circle round: the display aspect it draws for is the raster times the pixel aspect.
+TEST(Pm5544Src, DrawsForTheDisplayAspectOfRasterAndPixelAspect) {
+    Pipeline pipeline("pm5544src ! video/x-raw,format=I420,width=256,height=144,pixel-aspect-ratio=4/3 ! "
+                      "appsink name=sink sync=false");
+    GstSample* sample = pipeline.pullSample();
+    ASSERT_NE(nullptr, sample);
+    GstVideoInfo info;
+    ASSERT_TRUE(gst_video_info_from_caps(&info, gst_sample_get_caps(sample)));
+    const Bytes pulled = packedFrame(info, gst_sample_get_buffer(sample), PM5544_LAYOUT_I420_8);
+    gst_sample_unref(sample);
+    pm5544::TestCard card;
+    card.raster(256, 144).aspect(256 * 4, 144 * 3).encoding("709").layout(PM5544_LAYOUT_I420_8);
+    EXPECT_EQ(libraryFrame(card, 0, PM5544_LAYOUT_I420_8, 256, 144), pulled);
+    card.aspect(16, 9);
+    EXPECT_NE(libraryFrame(card, 0, PM5544_LAYOUT_I420_8, 256, 144), pulled) << "the pixel aspect matters";
+}
+
+// A source in a harness with these properties (gst-launch syntax) and caps, its buffers pulled.
+Harness sourceHarness(const std::string& properties, const std::string& caps) {
+    Harness h(gst_harness_new_parse(("pm5544src " + properties).c_str()));
+    gst_harness_set_sink_caps_str(h.get(), caps.c_str());
+    // Downstream reads strides from the video meta, as a real sink would.
+    gst_harness_add_propose_allocation_meta(h.get(), GST_VIDEO_META_API_TYPE, nullptr);
+    gst_harness_play(h.get());
+    return h;
+}
+
+GstVideoInfo negotiatedInfo(GstHarness* h) {
+    GstVideoInfo info;
+    gst_video_info_init(&info);
+    Caps caps(gst_pad_get_current_caps(h->sinkpad));
+    if (caps) gst_video_info_from_caps(&info, caps.get());
+    return info;
+}
+
+constexpr int kWidth = 250, kHeight = 180;  // strides of every format padded beyond the samples
+constexpr const char* kTimecode = "10:00:00:00";
+
+TEST(Pm5544Src, BuffersEqualTheLibrarysFramesAndTheProgramsY4m) {
+    const struct {
+        const char* format;
+        const char* encoding;
+    } cases[] = {{"v210", "709"}, {"I422_10LE", "709"}, {"I420", "709"},
+                 {"Y444_16LE", "PQ"}, {"RGBA64_LE", "RGB"}, {"GBR_10LE", "RGB-HLG"}};
+    const int frames = 3;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.format) + " " + c.encoding);
+        const Format& format = formatNamed(c.format);
+        Harness h = sourceHarness(std::string("clock=true timecode=") + kTimecode + " encoding=" + c.encoding,
+                                  "video/x-raw,format=" + std::string(c.format) + ",width=" + std::to_string(kWidth) +
+                                      ",height=" + std::to_string(kHeight) + ",framerate=25/1");
+        std::vector<Bytes> pulled;
+        for (int n = 0; n < frames; ++n) {
+            Buffer buffer(gst_harness_pull(h.get()));
+            ASSERT_TRUE(buffer);
+            ASSERT_NE(nullptr, gst_buffer_get_video_meta(buffer.get()));
+            pulled.push_back(packedFrame(negotiatedInfo(h.get()), buffer.get(), format.layout));
+        }
+        ASSERT_NE(pulled[0], pulled[1]) << "the clock moves, so frames differ";
+
+        const int divisor = std::gcd(kWidth, kHeight);
+        pm5544::TestCard card;
+        card.raster(kWidth, kHeight).aspect(kWidth / divisor, kHeight / divisor).encoding(c.encoding);
+        card.layout(format.layout).clock(true).timecode(kTimecode).frameRate(25, 1);
+        for (int n = 0; n < frames; ++n)
+            EXPECT_EQ(libraryFrame(card, n, format.layout, kWidth, kHeight), pulled[size_t(n)]) << "frame " << n;
+
+        if (!format.ycbcr || format.layout == PM5544_LAYOUT_V210) continue;
+        ScratchDir dir;
+        const std::string args = "-d " + std::to_string(kWidth) + "x" + std::to_string(kHeight) + " -a " +
+                                 std::to_string(kWidth) + "x" + std::to_string(kHeight) + " -c " + c.encoding +
+                                 " -b " + std::to_string(format.bits) + " -s " + std::to_string(format.sampling) +
+                                 " --clock --timecode " + kTimecode + " --frames " + std::to_string(frames) +
+                                 " card.y4m";
+        ASSERT_EQ(0, runProgram(dir.path(""), args)) << args;
+        const std::vector<Bytes> y4m = y4mFrames(readFile(dir.path("card.y4m")), pulled[0].size());
+        ASSERT_EQ(size_t(frames), y4m.size());
+        for (int n = 0; n < frames; ++n) EXPECT_EQ(y4m[size_t(n)], pulled[size_t(n)]) << "Y4M frame " << n;
+    }
+}
+
+// A buffer of the element's own pool that downstream wrote into comes back and must not be updated in
+// place as if it still held the frame before.
+TEST(Pm5544Src, FramesStayRightAfterDownstreamWritesIntoBuffers) {
+    const std::string caps = "video/x-raw,format=I420,width=" + std::to_string(kWidth) +
+                             ",height=" + std::to_string(kHeight) + ",framerate=25/1";
+    Harness h = sourceHarness(std::string("clock=true timecode=") + kTimecode, caps);
+    const int divisor = std::gcd(kWidth, kHeight);
+    pm5544::TestCard card;
+    card.raster(kWidth, kHeight).aspect(kWidth / divisor, kHeight / divisor).encoding("709");
+    card.layout(PM5544_LAYOUT_I420_8).clock(true).timecode(kTimecode).frameRate(25, 1);
+    std::set<const void*> memories;
+    const int frames = 40;
+    for (int n = 0; n < frames; ++n) {
+        Buffer buffer(gst_harness_pull(h.get()));
+        ASSERT_TRUE(buffer);
+        ASSERT_EQ(libraryFrame(card, n, PM5544_LAYOUT_I420_8, kWidth, kHeight),
+                  packedFrame(negotiatedInfo(h.get()), buffer.get(), PM5544_LAYOUT_I420_8))
+            << "frame " << n;
+        GstMemory* memory = gst_buffer_peek_memory(buffer.get(), 0);
+        ASSERT_TRUE(gst_memory_is_type(memory, "pm5544-memory")) << "the element's own memory, which tracks writes";
+        memories.insert(memory);
+        // Every other buffer is scribbled on, in rows the clock never changes (the middle of the first row,
+        // the last row).
+        if (n % 2 == 0) {
+            GstMapInfo map;
+            ASSERT_TRUE(gst_buffer_map(buffer.get(), &map, GST_MAP_WRITE));
+            map.data[kWidth / 2] ^= 0xff;
+            map.data[size_t(kWidth) * (kHeight - 1)] ^= 0xff;
+            gst_buffer_unmap(buffer.get(), &map);
+        }
+    }
+    EXPECT_LT(memories.size(), size_t(frames)) << "the pool reused its buffers";
+}
+
+}  // namespace
