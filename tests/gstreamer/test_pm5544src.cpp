@@ -454,4 +454,193 @@ TEST(Pm5544Src, FramesStayRightAfterDownstreamWritesIntoBuffers) {
     EXPECT_LT(memories.size(), size_t(frames)) << "the pool reused its buffers";
 }
 
+// ---- 3. Time ----
+
+GstClockTime frameTime(uint64_t n, int rate_n, int rate_d) {
+    return gst_util_uint64_scale(n, uint64_t(rate_d) * GST_SECOND, uint64_t(rate_n));
+}
+
+struct Stamp {
+    GstClockTime pts, duration;
+    uint64_t offset;
+};
+
+GstPadProbeReturn recordStamp(GstPad*, GstPadProbeInfo* info, gpointer stamps) {
+    const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    static_cast<std::vector<Stamp>*>(stamps)->push_back(
+        {GST_BUFFER_PTS(buffer), GST_BUFFER_DURATION(buffer), GST_BUFFER_OFFSET(buffer)});
+    return GST_PAD_PROBE_OK;
+}
+
+// Every timestamp is the exact instant of its frame, and durations add up to it: no drift at rates that
+// are not whole nanoseconds a frame.
+TEST(Pm5544Src, TimestampsAreExactOverAHundredThousandFrames) {
+    const uint64_t frames = 100000;
+    const struct {
+        int rate_n, rate_d;
+        GstClockTime offset;
+    } rates[] = {{30000, 1001, 0}, {60000, 1001, 3600 * GST_SECOND + 1}};
+    for (const auto& rate : rates) {
+        SCOPED_TRACE(rate.rate_n);
+        Pipeline pipeline("pm5544src name=src num-buffers=" + std::to_string(frames) + " timestamp-offset=" +
+                          std::to_string(rate.offset) + " ! video/x-raw,format=I420,width=64,height=64,framerate=" +
+                          std::to_string(rate.rate_n) + "/" + std::to_string(rate.rate_d) +
+                          " ! fakesink name=sink sync=false");
+        std::vector<Stamp> stamps;
+        stamps.reserve(frames);
+        GstPad* pad = gst_element_get_static_pad(pipeline.byName("src").get(), "src");
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, recordStamp, &stamps, nullptr);
+        gst_object_unref(pad);
+        ASSERT_FALSE(pipeline.playToEnd().error);
+        ASSERT_EQ(frames, stamps.size());
+        GstClockTime sum = 0;
+        for (uint64_t n = 0; n < frames; ++n) {
+            const Stamp& stamp = stamps[n];
+            ASSERT_EQ(rate.offset + frameTime(n, rate.rate_n, rate.rate_d), stamp.pts) << "frame " << n;
+            ASSERT_EQ(frameTime(n + 1, rate.rate_n, rate.rate_d) - frameTime(n, rate.rate_n, rate.rate_d),
+                      stamp.duration)
+                << "frame " << n;
+            ASSERT_EQ(n, stamp.offset);
+            sum += stamp.duration;
+        }
+        // 100,000 frames at 30000/1001 take exactly 3336.6666... s, at 60000/1001 half that.
+        EXPECT_EQ(frameTime(frames, rate.rate_n, rate.rate_d), sum);
+        EXPECT_EQ(rate.rate_n == 30000 ? 3336666666666u : 1668333333333u, sum);
+    }
+}
+
+// A live source hands each frame over when the pipeline clock reaches its time, and says it is one frame
+// late.
+TEST(Pm5544Src, LiveBuffersWaitForTheClockAndLatencyIsOneFrame) {
+    Harness h(gst_harness_new_parse("pm5544src is-live=true"));
+    gst_harness_use_testclock(h.get());
+    gst_harness_set_sink_caps_str(h.get(), "video/x-raw,format=I420,width=64,height=64,framerate=30000/1001");
+    gst_harness_play(h.get());
+    GstTestClock* clock = gst_harness_get_testclock(h.get());
+    for (uint64_t n = 0; n < 3; ++n) {
+        ASSERT_TRUE(gst_harness_wait_for_clock_id_waits(h.get(), 1, 10));
+        GstClockID pending = nullptr;
+        ASSERT_TRUE(gst_test_clock_peek_next_pending_id(clock, &pending));
+        EXPECT_EQ(frameTime(n, 30000, 1001), gst_clock_id_get_time(pending)) << "frame " << n << "'s wait";
+        gst_clock_id_unref(pending);
+        EXPECT_EQ(n, gst_harness_buffers_received(h.get())) << "frame " << n << " held until its time";
+        ASSERT_TRUE(gst_harness_crank_single_clock_wait(h.get()));
+        Buffer buffer(gst_harness_pull(h.get()));
+        ASSERT_TRUE(buffer);
+        EXPECT_EQ(frameTime(n, 30000, 1001), GST_BUFFER_PTS(buffer.get()));
+    }
+    gst_object_unref(clock);
+
+    GstQuery* query = gst_query_new_latency();
+    ASSERT_TRUE(gst_pad_peer_query(h->sinkpad, query));
+    gboolean live = FALSE;
+    GstClockTime min = 0, max = 0;
+    gst_query_parse_latency(query, &live, &min, &max);
+    gst_query_unref(query);
+    EXPECT_TRUE(live);
+    EXPECT_EQ(GstClockTime(33366666), min);  // 1001/30000 s
+    EXPECT_TRUE(max == GST_CLOCK_TIME_NONE || max >= min);
+}
+
+TEST(Pm5544Src, NotLiveSaysSo) {
+    Harness h = sourceHarness("", "video/x-raw,format=I420,width=64,height=64,framerate=25/1");
+    Buffer buffer(gst_harness_pull(h.get()));
+    GstQuery* query = gst_query_new_latency();
+    ASSERT_TRUE(gst_pad_peer_query(h->sinkpad, query));
+    gboolean live = TRUE;
+    gst_query_parse_latency(query, &live, nullptr, nullptr);
+    gst_query_unref(query);
+    EXPECT_FALSE(live);
+}
+
+std::string timecodeOf(GstBuffer* buffer) {
+    GstVideoTimeCodeMeta* meta = gst_buffer_get_video_time_code_meta(buffer);
+    if (meta == nullptr) return "no time code";
+    gchar* text = gst_video_time_code_to_string(&meta->tc);
+    std::string result = text;
+    g_free(text);
+    return result;
+}
+
+// Drop-frame counting skips frames 00 and 01 of each minute but every tenth: 00:00:59;29 is followed by
+// 00:01:00;02, and the clock on the card shows what the program draws for that time code.
+TEST(Pm5544Src, TimeCodeMetaCountsDropFrameAndMatchesTheClockOnTheCard) {
+    const char* first = "00:00:59;29";
+    Harness h = sourceHarness(std::string("clock=true timecode=") + first,
+                              "video/x-raw,format=I420,width=" + std::to_string(kWidth) + ",height=" +
+                                  std::to_string(kHeight) + ",framerate=30000/1001");
+    std::vector<Buffer> buffers;
+    for (int n = 0; n < 20; ++n) buffers.emplace_back(gst_harness_pull(h.get()));
+    ASSERT_TRUE(buffers.back());
+    EXPECT_EQ(first, timecodeOf(buffers[0].get()));
+    EXPECT_EQ("00:01:00;02", timecodeOf(buffers[1].get()));
+    EXPECT_EQ("00:01:00;20", timecodeOf(buffers[19].get()));
+
+    GstVideoTimeCodeMeta* meta = gst_buffer_get_video_time_code_meta(buffers[0].get());
+    EXPECT_EQ(30000u, meta->tc.config.fps_n);
+    EXPECT_EQ(1001u, meta->tc.config.fps_d);
+    EXPECT_TRUE(meta->tc.config.flags & GST_VIDEO_TIME_CODE_FLAGS_DROP_FRAME);
+    for (int n = 0; n < 20; ++n) {
+        GstVideoTimeCode* expected = gst_video_time_code_copy(&meta->tc);
+        gst_video_time_code_add_frames(expected, n);
+        EXPECT_EQ(0, gst_video_time_code_compare(expected, &gst_buffer_get_video_time_code_meta(buffers[size_t(n)].get())->tc))
+            << "frame " << n;
+        gst_video_time_code_free(expected);
+    }
+
+    ScratchDir dir;
+    const std::string args = "-d " + std::to_string(kWidth) + "x" + std::to_string(kHeight) + " -a " +
+                             std::to_string(kWidth) + "x" + std::to_string(kHeight) +
+                             " -c 709 -b 8 -s 420 --rate 30000/1001 --clock --timecode '00:01:00;02' still.y4m";
+    ASSERT_EQ(0, runProgram(dir.path(""), args)) << args;
+    const Bytes frame1 = packedFrame(negotiatedInfo(h.get()), buffers[1].get(), PM5544_LAYOUT_I420_8);
+    const std::vector<Bytes> still = y4mFrames(readFile(dir.path("still.y4m")), frame1.size());
+    ASSERT_EQ(1u, still.size());
+    EXPECT_EQ(still[0], frame1);
+    EXPECT_NE(still[0], packedFrame(negotiatedInfo(h.get()), buffers[0].get(), PM5544_LAYOUT_I420_8));
+}
+
+// Without a time code property the meta counts from the time of day the clock started.
+TEST(Pm5544Src, TimeCodeMetaStartsFromTheTimeOfDay) {
+    Harness h = sourceHarness("", "video/x-raw,format=I420,width=64,height=64,framerate=25/1");
+    GDateTime* now = g_date_time_new_now_local();
+    const int nowSeconds = g_date_time_get_hour(now) * 3600 + g_date_time_get_minute(now) * 60 + g_date_time_get_second(now);
+    g_date_time_unref(now);
+    Buffer buffer(gst_harness_pull(h.get()));
+    GstVideoTimeCodeMeta* meta = gst_buffer_get_video_time_code_meta(buffer.get());
+    ASSERT_NE(nullptr, meta);
+    EXPECT_EQ(0u, meta->tc.frames);
+    const int metaSeconds = int(meta->tc.hours * 3600 + meta->tc.minutes * 60 + meta->tc.seconds);
+    const int apart = std::abs(metaSeconds - nowSeconds);
+    EXPECT_LE(std::min(apart, 86400 - apart), 60) << timecodeOf(buffer.get());
+}
+
+// A seek lands on the first frame at or after its position: its timestamp, its time code, its picture.
+TEST(Pm5544Src, SeekGivesTheFrameAtThatTime) {
+    Pipeline pipeline(std::string("pm5544src clock=true timecode=") + kTimecode +
+                      " ! video/x-raw,format=I420,width=" + std::to_string(kWidth) + ",height=" +
+                      std::to_string(kHeight) + ",framerate=30000/1001 ! appsink name=sink sync=false max-buffers=1");
+    ASSERT_EQ(GST_STATE_CHANGE_ASYNC, gst_element_set_state(pipeline.get(), GST_STATE_PAUSED));
+    ASSERT_EQ(GST_STATE_CHANGE_SUCCESS, gst_element_get_state(pipeline.get(), nullptr, nullptr, kWaitLimit));
+    // 1 s is between frames 29 and 30 (at 0.967 s and 1.001 s).
+    ASSERT_TRUE(gst_element_seek_simple(pipeline.get(), GST_FORMAT_TIME,
+                                        GstSeekFlags(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE), GST_SECOND));
+    ASSERT_EQ(GST_STATE_CHANGE_SUCCESS, gst_element_get_state(pipeline.get(), nullptr, nullptr, kWaitLimit));
+    GstSample* sample = nullptr;
+    g_signal_emit_by_name(pipeline.byName("sink").get(), "pull-preroll", &sample);
+    ASSERT_NE(nullptr, sample);
+    GstBuffer* buffer = gst_sample_get_buffer(sample);
+    EXPECT_EQ(frameTime(30, 30000, 1001), GST_BUFFER_PTS(buffer));
+    EXPECT_EQ("10:00:01:00", timecodeOf(buffer));
+    GstVideoInfo info;
+    gst_video_info_from_caps(&info, gst_sample_get_caps(sample));
+    const int divisor = std::gcd(kWidth, kHeight);
+    pm5544::TestCard card;
+    card.raster(kWidth, kHeight).aspect(kWidth / divisor, kHeight / divisor).encoding("709");
+    card.layout(PM5544_LAYOUT_I420_8).clock(true).timecode(kTimecode).frameRate(30000, 1001);
+    EXPECT_EQ(libraryFrame(card, 30, PM5544_LAYOUT_I420_8, kWidth, kHeight),
+              packedFrame(info, buffer, PM5544_LAYOUT_I420_8));
+    gst_sample_unref(sample);
+}
+
 }  // namespace
