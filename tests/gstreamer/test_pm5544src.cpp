@@ -7,11 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <numeric>
-#include <regex>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -641,6 +643,170 @@ TEST(Pm5544Src, SeekGivesTheFrameAtThatTime) {
     EXPECT_EQ(libraryFrame(card, 30, PM5544_LAYOUT_I420_8, kWidth, kHeight),
               packedFrame(info, buffer, PM5544_LAYOUT_I420_8));
     gst_sample_unref(sample);
+}
+
+// ---- 4. The command-line tools ----
+
+std::string trimmed(std::string text) {
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.pop_back();
+    return text;
+}
+
+// A GStreamer command-line tool run on this build's plugin (the environment names it). A sanitized
+// plugin needs the sanitizer's runtime loaded first, which the tool does not have; "" when it cannot
+// be found.
+std::string gstreamerTool(const std::string& tool) {
+    if (std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) != 0) return "";
+#if defined(__SANITIZE_ADDRESS__)
+    const std::string runtime = trimmed(commandOutput("gcc -print-file-name=libasan.so 2>/dev/null"));
+    if (runtime.empty() || runtime[0] != '/' || !exists(runtime)) return "";
+    return "LD_PRELOAD='" + runtime + "' ASAN_OPTIONS=detect_leaks=0 " + tool;
+#else
+    return tool;
+#endif
+}
+
+// 8-bit R'G'B' samples of an image as ffmpeg decodes it (through `filters`, if any).
+Bytes rgb24(const std::string& path, const std::string& filters = "") {
+    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' " +
+                                          (filters.empty() ? "" : "-vf " + filters) +
+                                          " -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
+    return Bytes(raw.begin(), raw.end());
+}
+
+// Whether the 5x5 pixels around (x, y) all have the colour of (x, y).
+bool uniformAround(const Bytes& rgb, int width, int x, int y) {
+    const uint8_t* centre = &rgb[(size_t(y) * width + x) * 3];
+    for (int dy = -2; dy <= 2; ++dy)
+        for (int dx = -2; dx <= 2; ++dx)
+            if (std::memcmp(centre, &rgb[(size_t(y + dy) * width + x + dx) * 3], 3) != 0) return false;
+    return true;
+}
+
+// The card through videoconvert into a PNG looks like the program's Y4M of the same card (BT.709, 4:2:0)
+// as ffmpeg converts it: same size, and within a few codes wherever the card is flat (the two
+// converters differ in rounding and in how they interpolate chroma at edges).
+TEST(Pm5544Src, GstLaunchMakesAPngOfTheCard) {
+    const std::string launch = gstreamerTool("gst-launch-1.0");
+    if (launch.empty()) GTEST_SKIP() << "gst-launch-1.0 or the sanitizer's runtime for it is missing";
+    if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0) GTEST_SKIP() << "ffmpeg is missing";
+    ScratchDir dir;
+    const std::string command = launch + " -q pm5544src num-buffers=50 ! videoconvert ! pngenc snapshot=true ! "
+                                         "filesink location='" + dir.path("gst.png") + "' >/dev/null 2>&1";
+    ASSERT_EQ(0, std::system(command.c_str())) << command;
+    ASSERT_EQ(0, runProgram(dir.path(""), "-c 709 -b 8 -s 420 card.y4m"));
+    const int width = 1920, height = 1080;
+    const Bytes gst = rgb24(dir.path("gst.png"));
+    const Bytes card = rgb24(dir.path("card.y4m"), "scale=in_color_matrix=bt709:in_range=tv");
+    ASSERT_EQ(size_t(width) * height * 3, card.size());
+    ASSERT_EQ(card.size(), gst.size());
+    // The PNG's header: width and height, big-endian, after the signature and the chunk's length and type.
+    const Bytes png = readFile(dir.path("gst.png"));
+    ASSERT_GE(png.size(), 24u);
+    EXPECT_EQ(Bytes({0, 0, 0x07, 0x80, 0, 0, 0x04, 0x38}), Bytes(png.begin() + 16, png.begin() + 24)) << "1920 x 1080";
+    int flat = 0, off = 0;
+    for (int y = 2; y < height - 2; y += 4)
+        for (int x = 2; x < width - 2; x += 4) {
+            if (!uniformAround(card, width, x, y)) continue;
+            ++flat;
+            const size_t at = (size_t(y) * width + x) * 3;
+            for (int c = 0; c < 3; ++c)
+                if (std::abs(int(gst[at + c]) - int(card[at + c])) > 4) {
+                    if (++off <= 5) ADD_FAILURE() << "at " << x << "," << y << " channel " << c << ": "
+                                                  << int(gst[at + c]) << " against " << int(card[at + c]);
+                    break;
+                }
+        }
+    EXPECT_GT(flat, width / 4 * height / 4 / 2) << "most of the card is flat";
+    EXPECT_EQ(0, off) << "of " << flat << " flat places";
+}
+
+// Whether a line of the listing reads `<lead><name>  : <text>` (or `- <text>` with separator '-').
+bool describes(const std::string& listing, const std::string& lead, const std::string& name, char separator) {
+    std::istringstream lines(listing);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t at = line.find(lead + name + " ");
+        if (at == std::string::npos || line.find_first_not_of(' ') != at) continue;
+        const size_t mark = line.find_first_not_of(' ', at + lead.size() + name.size());
+        if (mark != std::string::npos && line[mark] == separator &&
+            line.find_first_not_of(' ', mark + 1) != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+// gst-inspect lists every property with a description, and the encodings by the program's -c words.
+TEST(Pm5544Src, GstInspectDescribesEveryProperty) {
+    const std::string inspect = gstreamerTool("gst-inspect-1.0");
+    if (inspect.empty()) GTEST_SKIP() << "gst-inspect-1.0 or the sanitizer's runtime for it is missing";
+    const std::string listing = commandOutput(inspect + " pm5544src 2>/dev/null");
+    ASSERT_NE(std::string::npos, listing.find("pm5544src")) << listing;
+    for (const char* property : {"encoding", "ident", "caption", "clock", "timecode", "font", "edge-taper", "is-live",
+                                 "timestamp-offset", "num-buffers"})
+        EXPECT_TRUE(describes(listing, "", property, ':')) << property;
+    for (int e = 0; pm5544_encoding_name(pm5544_encoding(e)) != nullptr; ++e) {
+        const std::string name = pm5544_encoding_name(pm5544_encoding(e));
+        EXPECT_TRUE(describes(listing, "(" + std::to_string(e) + "): ", name, '-')) << name;
+    }
+}
+
+// ---- 5. Properties ----
+
+TEST(Pm5544Src, PropertiesRoundTripAndEncodingsGoByTheirWords) {
+    Element src(gst_element_factory_make("pm5544src", nullptr));
+    ASSERT_TRUE(src);
+    gst_object_ref_sink(src.get());
+    for (int e = 0; pm5544_encoding_name(pm5544_encoding(e)) != nullptr; ++e) {
+        gst_util_set_object_arg(G_OBJECT(src.get()), "encoding", pm5544_encoding_name(pm5544_encoding(e)));
+        int value = -1;
+        g_object_get(src.get(), "encoding", &value, nullptr);
+        EXPECT_EQ(e, value) << pm5544_encoding_name(pm5544_encoding(e));
+    }
+    g_object_set(src.get(), "ident", "PM5544 ☺", "caption", "Caption", "timecode", "01:02:03;04", "font",
+                 "Monospace", "clock", TRUE, "edge-taper", FALSE, "is-live", TRUE, "timestamp-offset",
+                 gint64(G_MAXINT64), nullptr);
+    gchar *ident = nullptr, *caption = nullptr, *timecode = nullptr, *font = nullptr;
+    gboolean clock = FALSE, taper = TRUE, live = FALSE;
+    gint64 offset = 0;
+    g_object_get(src.get(), "ident", &ident, "caption", &caption, "timecode", &timecode, "font", &font, "clock",
+                 &clock, "edge-taper", &taper, "is-live", &live, "timestamp-offset", &offset, nullptr);
+    EXPECT_STREQ("PM5544 ☺", ident);
+    EXPECT_STREQ("Caption", caption);
+    EXPECT_STREQ("01:02:03;04", timecode);
+    EXPECT_STREQ("Monospace", font);
+    EXPECT_TRUE(clock);
+    EXPECT_FALSE(taper);
+    EXPECT_TRUE(live);
+    EXPECT_EQ(G_MAXINT64, offset);
+    g_free(ident), g_free(caption), g_free(timecode), g_free(font);
+}
+
+// Settings the card cannot have stop the stream with the library's own reason, before any buffer.
+TEST(Pm5544Src, RefusesBadTimecodesWithTheLibrarysReason) {
+    const struct {
+        const char* timecode;
+        int rate_n, rate_d;
+    } refusals[] = {{"10:00:00", 25, 1}, {"24:00:00:00", 25, 1}, {"10:00:00:25", 25, 1}, {"10:00:00;00", 25, 1},
+                    {"clock", 30000, 1001}};
+    for (const auto& refusal : refusals) {
+        SCOPED_TRACE(refusal.timecode);
+        const std::string rate = std::to_string(refusal.rate_n) + "/" + std::to_string(refusal.rate_d);
+        Pipeline pipeline(std::string("pm5544src num-buffers=1 clock=true timecode=\"") + refusal.timecode +
+                          "\" ! video/x-raw,format=I420,width=64,height=64,framerate=" + rate + " ! fakesink name=sink");
+        const Ending ending = pipeline.playToEnd();
+        ASSERT_TRUE(ending.error);
+
+        pm5544_card* card = pm5544_card_new();
+        pm5544_set_raster(card, 64, 64);
+        pm5544_set_aspect(card, 1, 1);
+        pm5544_set_encoding(card, PM5544_ENCODING_709);
+        pm5544_set_clock(card, 1);
+        pm5544_set_frame_rate(card, refusal.rate_n, refusal.rate_d);
+        const bool refusedAtOnce = pm5544_set_timecode(card, refusal.timecode) != PM5544_OK;
+        EXPECT_TRUE(refusedAtOnce || pm5544_prepare(card) != PM5544_OK);
+        EXPECT_EQ(pm5544_last_error(card), ending.message);
+        pm5544_card_free(card);
+    }
 }
 
 }  // namespace
