@@ -26,16 +26,21 @@ bench: deps build
 	./build/pm5544_bench
 	./build/pm5544_bench --light
 
-# The program, its manual page and its bash completion, under $(PREFIX) in $(DESTDIR).
+# The program, its manual page and its bash completion, the library libpm5544, its header and pm5544.pc,
+# under $(PREFIX) in $(DESTDIR). The build is configured for the prefix: it picks the library directory
+# (Debian's multiarch one under /usr) and the paths pm5544.pc names.
 PREFIX         ?= /usr/local
+INSTALLED      := pm5544 pm5544_docs libpm5544
 install: deps build
-	cmake --build build -j $(JOBS) --target pm5544 pm5544_docs
-	DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)"
+	cmake -S . -B build -DCMAKE_INSTALL_PREFIX="$(PREFIX)"
+	cmake --build build -j $(JOBS) --target $(INSTALLED)
+	DESTDIR="$(DESTDIR)" cmake --install build
 
-# A Debian package in build/, its Depends worked out by dpkg-shlibdeps.
+# Debian packages in build/: pm5544, libpm5544-1 and libpm5544-dev, their Depends worked out by dpkg-shlibdeps.
 package: deps build
 	@./scripts/install-packages.sh dpkg-dev
-	cmake --build build -j $(JOBS) --target pm5544 pm5544_docs
+	cmake -S . -B build -DCMAKE_INSTALL_PREFIX=/usr
+	cmake --build build -j $(JOBS) --target $(INSTALLED)
 	cd build && cpack -G DEB
 
 # The program and the tests cross-built for 32-bit ARM hard-float in build/armhf, the suite run under qemu-arm.
