@@ -192,11 +192,9 @@ bool applyClock(const char*, const char*, Settings& s) {
 
 // HH:MM:SS:FF, or HH:MM:SS;FF for drop-frame, two digits each; the frames are checked against the rate
 // once every option is read.
-bool applyTimecode(const char* option, const char* value, Settings& s) {
+bool applyTimecode(const char* /*option*/, const char* value, Settings& s) {
     s.timecode = pm5544::readTimecode(value);
-    if (!s.timecode)
-        return error("Timecode %s is not HH:MM:SS:FF (or HH:MM:SS;FF, drop-frame) within 23:59:59 (%s)", value, option);
-    return true;
+    return s.timecode || error("%s", pm5544::unreadableTimecode(value).c_str());
 }
 
 Words colourWordList() {

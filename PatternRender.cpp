@@ -21,7 +21,7 @@
 #include "output/OutputFile.h"
 #include "output/StopSignals.h"
 #include "pattern/FrameRow.h"
-#include "pattern/RowSource.h"
+#include "output/RowPipeline.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
 

@@ -70,7 +70,10 @@ typedef enum pm5544_encoding {
     PM5544_ENCODING_RGB_PQ_MAPPED = 17,        /* "RGB-PQ-Mapped" */
     PM5544_ENCODING_RGB_HLG_MAPPED = 18,       /* "RGB-HLG-Mapped" */
     PM5544_ENCODING_RGB_SLOG3_MAPPED = 19,     /* "RGB-S-Log3-Mapped" */
-    PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED = 20 /* "RGB-S-Log3-Live-Mapped" */
+    PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED = 20, /* "RGB-S-Log3-Live-Mapped" */
+    /* Not encodings: they make the type hold any int a caller may pass, which is then refused. */
+    PM5544_ENCODING_INT_MIN_ = -2147483647 - 1,
+    PM5544_ENCODING_INT_MAX_ = 2147483647
 } pm5544_encoding;
 
 /* Whether the encoding is Y'CbCr (1) or R'G'B' (0); -1 for a value that is no encoding. */
@@ -145,7 +148,10 @@ typedef enum pm5544_layout {
     PM5544_LAYOUT_RGBA16 = 15,
     PM5544_LAYOUT_GBR_10 = 16,
     PM5544_LAYOUT_GBR_12 = 17,
-    PM5544_LAYOUT_GBR_16 = 18
+    PM5544_LAYOUT_GBR_16 = 18,
+    /* Not layouts: they make the type hold any int a caller may pass, which is then refused. */
+    PM5544_LAYOUT_INT_MIN_ = -2147483647 - 1,
+    PM5544_LAYOUT_INT_MAX_ = 2147483647
 } pm5544_layout;
 #define PM5544_LAYOUT_COUNT 19
 #define PM5544_MAX_PLANES 3

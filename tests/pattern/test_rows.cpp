@@ -10,7 +10,7 @@
 #include "pattern/FrameRow.h"
 #include "PatternRender.h"
 #include "colour/rounding.h"
-#include "pattern/RowSource.h"
+#include "output/RowPipeline.h"
 
 namespace {
 

@@ -150,4 +150,9 @@ std::optional<Timecode> readTimecode(const std::string& text) {
     return Timecode{fields[0], fields[1], fields[2], fields[3], text[8] == ';'};
 }
 
+std::string unreadableTimecode(const std::string& text) {
+    return format("Timecode %s is not HH:MM:SS:FF (or HH:MM:SS;FF, drop-frame) within 23:59:59 (--timecode)",
+                  text.c_str());
+}
+
 }  // namespace pm5544

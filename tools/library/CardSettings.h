@@ -66,7 +66,9 @@ std::string rasterFault(const CardSettings& settings);
 std::string timecodeFault(const Timecode& timecode, int rateNum, int rateDen);
 std::string settingsFault(const CardSettings& settings);
 
-// "HH:MM:SS:FF", or "HH:MM:SS;FF" for drop-frame; nothing when the text is not a timecode.
+// "HH:MM:SS:FF", or "HH:MM:SS;FF" for drop-frame; nothing when the text is not a timecode, which
+// unreadableTimecode says.
 std::optional<Timecode> readTimecode(const std::string& text);
+std::string unreadableTimecode(const std::string& text);
 
 }  // namespace pm5544

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
+#include "library/FrameLayouts.h"
+
 namespace {
 
-constexpr int kSamplesPerPixel = 4;  // Cr, Y, Cb, A
-constexpr int kCr = 0, kY = 1, kCb = 2;
 const char kFrameMarker[] = "FRAME\n";
 constexpr size_t kCopyChunk = size_t(1) << 20;  // bytes per step when the kernel cannot copy a range
 
@@ -89,7 +89,7 @@ public:
         out_ = &out;
         width_ = header.width;
         height_ = header.height;
-        shift_ = 16 - header.bits;
+        bits_ = header.bits;
         bytesPerSample_ = header.bits > 8 ? 2 : 1;
         chromaColumnsStep_ = header.sampling == 444 ? 1 : 2;
         chromaRowsStep_ = header.sampling == 420 ? 2 : 1;
@@ -119,7 +119,7 @@ public:
 
     bool writeRow(const uint16_t* row) override {
         if (passes_ > 1) return writePlaneRow(row);
-        for (int x = 0; x < width_; ++x) put(luma_, x, row[kSamplesPerPixel * x + kY]);
+        pm5544::packLuma(row, width_, bits_, luma_.data());
         bool placed = place(luma_, static_cast<size_t>(width_) * row_ * bytesPerSample_);
         if (row_ % chromaRowsStep_ == 0) {
             fillChroma(row);
@@ -153,11 +153,7 @@ private:
     static constexpr int kPlanes = 3;
 
     void fillChroma(const uint16_t* row) {
-        for (int c = 0; c < chromaWidth_; ++c) {
-            const uint16_t* pixel = row + kSamplesPerPixel * static_cast<size_t>(c * chromaColumnsStep_);
-            put(chromaB_, c, pixel[kCb]);
-            put(chromaR_, c, pixel[kCr]);
-        }
+        pm5544::packChroma(row, chromaWidth_, chromaColumnsStep_, bits_, chromaB_.data(), chromaR_.data());
     }
 
     // Pass 0 writes the frame's Y' row by row, pass 1 its Cb and pass 2 its Cr, straight to the output.
@@ -165,7 +161,7 @@ private:
         bool written = true;
         if (plane_ == 0) {
             if (row_ == 0) written = out_->write(kFrameMarker, sizeof kFrameMarker - 1);
-            for (int x = 0; x < width_; ++x) put(luma_, x, row[kSamplesPerPixel * x + kY]);
+            pm5544::packLuma(row, width_, bits_, luma_.data());
             written = written && out_->write(luma_.data(), luma_.size());
         } else if (row_ % chromaRowsStep_ == 0) {
             fillChroma(row);
@@ -246,18 +242,10 @@ private:
         return true;
     }
 
-    // Samples at the output depth, little-endian when two bytes.
-    void put(std::vector<uint8_t>& bytes, int index, uint16_t sample) const {
-        const unsigned value = sample >> shift_;
-        uint8_t* at = &bytes[static_cast<size_t>(index) * bytesPerSample_];
-        at[0] = static_cast<uint8_t>(value);
-        if (bytesPerSample_ == 2) at[1] = static_cast<uint8_t>(value >> 8);
-    }
-
     int frames_;  // still to write, the current one included
     int rateNum_, rateDen_, aspectNum_, aspectDen_;
     OutputFile* out_ = nullptr;
-    int width_ = 0, shift_ = 0, bytesPerSample_ = 1;
+    int width_ = 0, bits_ = 8, bytesPerSample_ = 1;
     int chromaColumnsStep_ = 1, chromaRowsStep_ = 1, chromaWidth_ = 0;
     size_t frameBytes_ = 0;
     size_t cb_ = 0, cr_ = 0;                         // byte offsets of the chroma planes in a frame

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "output/StopSignals.h"
-#include "pattern/RowSource.h"
+#include "output/RowPipeline.h"
 
 namespace {
 

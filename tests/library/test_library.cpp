@@ -1,0 +1,331 @@
+// The C API against the program and ffmpeg: every layout equals what the program writes for the same
+// settings; frames of a clock equal stills; handles on threads agree with one alone; misuse is refused.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestFiles.h"
+#include "pm5544/pm5544.h"
+
+using namespace TestFiles;
+
+namespace {
+
+using Card = std::unique_ptr<pm5544_card, decltype(&pm5544_card_free)>;
+
+Card newCard(int width, int height, const char* encoding, pm5544_layout layout) {
+    Card card(pm5544_card_new(), pm5544_card_free);
+    EXPECT_EQ(PM5544_OK, pm5544_set_raster(card.get(), width, height));
+    EXPECT_EQ(PM5544_OK, pm5544_set_encoding_name(card.get(), encoding));
+    EXPECT_EQ(PM5544_OK, pm5544_use_layout(card.get(), layout));
+    return card;
+}
+
+// A frame in a layout: its planes one after another, rows at the least stride (or `padding` more).
+struct Frame {
+    std::vector<std::vector<uint8_t>> planes;
+    std::vector<size_t> strides;
+
+    Frame(pm5544_layout layout, int width, int height, size_t padding = 0) {
+        pm5544_plane sizes[PM5544_MAX_PLANES];
+        const int count = pm5544_layout_planes(layout, width, height, sizes);
+        for (int p = 0; p < count; ++p) {
+            strides.push_back(sizes[p].row_bytes + padding);
+            planes.emplace_back(strides.back() * size_t(sizes[p].rows), 0xAA);
+        }
+    }
+    std::vector<void*> pointers() {
+        std::vector<void*> at;
+        for (auto& plane : planes) at.push_back(plane.data());
+        return at;
+    }
+    // The planes' rows without padding, concatenated: what ffmpeg's raw video holds.
+    Bytes packed(pm5544_layout layout, int width, int height) const {
+        pm5544_plane sizes[PM5544_MAX_PLANES];
+        const int count = pm5544_layout_planes(layout, width, height, sizes);
+        Bytes bytes;
+        for (int p = 0; p < count; ++p)
+            for (int r = 0; r < sizes[p].rows; ++r) {
+                const uint8_t* row = planes[size_t(p)].data() + strides[size_t(p)] * size_t(r);
+                bytes.insert(bytes.end(), row, row + sizes[p].row_bytes);
+            }
+        return bytes;
+    }
+};
+
+Frame render(pm5544_card* card, pm5544_layout layout, int width, int height, int64_t frame = 0, size_t padding = 0) {
+    Frame out(layout, width, height, padding);
+    const std::vector<void*> planes = out.pointers();
+    EXPECT_EQ(PM5544_OK, pm5544_render_frame(card, frame, layout, planes.data(), out.strides.data()))
+        << pm5544_last_error(card);
+    return out;
+}
+
+Bytes ffmpegRaw(const std::string& input, const std::string& codecAndFormat) {
+    const std::string raw =
+        commandOutput("ffmpeg -nostdin -v error -i '" + input + "' " + codecAndFormat + " -f rawvideo - 2>/dev/null");
+    return Bytes(raw.begin(), raw.end());
+}
+
+struct LayoutCase {
+    const char* encoding;
+    pm5544_layout layout;
+    int bits;
+    const char* sampling;
+    const char* ffmpegOutput;  // what ffmpeg turns the program's file into, to compare with the layout
+    const char* extension;     // of the program's file
+};
+
+class Library : public ::testing::Test {
+protected:
+    // The program's file for the settings, as ffmpeg decodes it.
+    Bytes programFrame(const LayoutCase& c, int width, int height, const std::string& extra = "") {
+        const std::string file = std::string("card.") + c.extension;
+        const std::string args = "-d " + std::to_string(width) + "x" + std::to_string(height) + " -c " + c.encoding +
+                                 " -b " + std::to_string(c.bits) + " -s " + c.sampling + " " + extra + " " + file;
+        EXPECT_EQ(0, runProgram(dir.path(""), args)) << args;
+        return ffmpegRaw(dir.path(file), c.ffmpegOutput);
+    }
+    ScratchDir dir;
+};
+
+}  // namespace
+
+// Each layout against the program's Y4M or PNG file for the same settings, decoded and repacked by
+// ffmpeg (v210 and UYVY by its encoders, planar and 16-bit RGBA as raw video). An odd width checks the
+// padding of the packed layouts and the rounding up of the chroma planes.
+TEST_F(Library, EveryLayoutEqualsTheProgramsFileAsFfmpegReadsIt) {
+    const LayoutCase cases[] = {
+        {"709", PM5544_LAYOUT_V210, 10, "422", "-c:v v210", "y4m"},
+        {"601", PM5544_LAYOUT_UYVY, 8, "422", "-pix_fmt uyvy422", "y4m"},
+        {"709", PM5544_LAYOUT_I420_8, 8, "420", "-pix_fmt yuv420p", "y4m"},
+        {"2020", PM5544_LAYOUT_I420_10, 10, "420", "-pix_fmt yuv420p10le", "y4m"},
+        {"PQ", PM5544_LAYOUT_I422_12, 12, "422", "-pix_fmt yuv422p12le", "y4m"},
+        {"HLG", PM5544_LAYOUT_I444_16, 16, "444", "-pix_fmt yuv444p16le", "y4m"},
+        {"S-Log3-Live", PM5544_LAYOUT_I444_8, 8, "444", "-pix_fmt yuv444p", "y4m"},
+        {"RGB", PM5544_LAYOUT_RGBA16, 16, "444", "-pix_fmt rgba64le", "png"},
+        {"RGB-PQ", PM5544_LAYOUT_FRAME16, 10, "444", "-pix_fmt rgba64le", "png"},
+        {"709", PM5544_LAYOUT_FRAME16, 12, "422", "-pix_fmt rgba64le", "png"},
+    };
+    for (const auto& [width, height] : {std::pair{720, 576}, {723, 405}}) {
+        for (const LayoutCase& c : cases) {
+            SCOPED_TRACE(std::string(c.encoding) + " " + pm5544_layout_name(c.layout) + " " + std::to_string(width));
+            // ffmpeg's v210 takes even widths, and its UYVY fills the pad pixel of an odd width its own way.
+            if ((c.layout == PM5544_LAYOUT_V210 || c.layout == PM5544_LAYOUT_UYVY) && width % 2 != 0) continue;
+            Card card = newCard(width, height, c.encoding, c.layout);
+            if (c.layout == PM5544_LAYOUT_FRAME16) {
+                pm5544_set_bits(card.get(), c.bits);
+                pm5544_set_sampling(card.get(), std::atoi(c.sampling));
+            }
+            const Bytes expected = programFrame(c, width, height);
+            ASSERT_FALSE(expected.empty());
+            const Bytes got = render(card.get(), c.layout, width, height, 0, 64).packed(c.layout, width, height);
+            EXPECT_TRUE(expected == got) << expected.size() << " bytes against " << got.size();
+        }
+    }
+}
+
+// G'B'R' planes hold the program's PNG samples at the layout's depth, plane by plane.
+TEST_F(Library, GbrPlanesHoldThePngSamples) {
+    const int width = 256, height = 144;
+    for (pm5544_layout layout : {PM5544_LAYOUT_GBR_10, PM5544_LAYOUT_GBR_12, PM5544_LAYOUT_GBR_16}) {
+        int bits = 0, sampling = 0;
+        ASSERT_EQ(PM5544_OK, pm5544_layout_format(layout, &bits, &sampling));
+        Card card = newCard(width, height, "RGB-HLG", layout);
+        const std::string args = "-d 256x144 -c RGB-HLG -b " + std::to_string(bits) + " card.png";
+        ASSERT_EQ(0, runProgram(dir.path(""), args));
+        const std::vector<uint16_t> rgba = ffmpegSamples(dir.path("card.png"), "rgba64le", false);
+        const Frame frame = render(card.get(), layout, width, height);
+        const int rgbaIndex[] = {1, 2, 0};  // planes G', B', R'
+        for (int p = 0; p < 3; ++p)
+            for (size_t i = 0; i < size_t(width) * height; ++i) {
+                const unsigned expected = rgba.at(4 * i + size_t(rgbaIndex[p])) >> (16 - bits);
+                const unsigned got = littleEndian(Bytes(frame.planes[size_t(p)].begin() + long(2 * i),
+                                                        frame.planes[size_t(p)].begin() + long(2 * i + 2)),
+                                                  0, 2);
+                ASSERT_EQ(expected, got) << "plane " << p << " sample " << i;
+            }
+    }
+}
+
+// Frame n of a clock is the still of a card whose timecode starts at frame n's; what the changed rows
+// leave out is the same in both frames, and updating a frame held in the buffer gives the whole render.
+TEST_F(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
+    const int width = 640, height = 360;
+    const pm5544_layout layouts[] = {PM5544_LAYOUT_I420_10, PM5544_LAYOUT_V210};
+    for (pm5544_layout layout : layouts) {
+        SCOPED_TRACE(pm5544_layout_name(layout));
+        Card clock = newCard(width, height, "709", layout);
+        pm5544_set_clock(clock.get(), 1);
+        pm5544_set_frame_rate(clock.get(), 30000, 1001);
+        ASSERT_EQ(PM5544_OK, pm5544_set_timecode(clock.get(), "00:00:59;28"));
+        Frame held = render(clock.get(), layout, width, height, 0);
+        const struct {
+            int64_t frame;
+            const char* timecode;
+        } steps[] = {{1, "00:00:59;29"}, {2, "00:01:00;02"}, {2, "00:01:00;02"}, {1800, "00:02:00;02"}};
+        int64_t heldFrame = 0;
+        for (const auto& step : steps) {
+            Card still = newCard(width, height, "709", layout);
+            pm5544_set_clock(still.get(), 1);
+            pm5544_set_frame_rate(still.get(), 30000, 1001);
+            ASSERT_EQ(PM5544_OK, pm5544_set_timecode(still.get(), step.timecode));
+            const Frame expected = render(still.get(), layout, width, height, 0);
+
+            const Frame before = held;
+            const std::vector<void*> planes = held.pointers();
+            pm5544_rows written{};
+            ASSERT_EQ(PM5544_OK, pm5544_update_frame(clock.get(), step.frame, heldFrame, layout, planes.data(),
+                                                     held.strides.data(), &written));
+            EXPECT_TRUE(expected.planes == held.planes) << step.timecode;
+            EXPECT_TRUE(expected.planes == render(clock.get(), layout, width, height, step.frame).planes);
+            EXPECT_EQ(step.frame == heldFrame, written.row_count == 0) << step.timecode;
+            // Outside the rows written nothing differs; the first and last of them do.
+            const size_t stride = held.strides[0];
+            for (int r = 0; r < height; ++r) {
+                const bool inside = r >= written.first_row && r < written.first_row + written.row_count;
+                const bool same = std::memcmp(&before.planes[0][stride * r], &held.planes[0][stride * r], stride) == 0;
+                if (!inside) {
+                    ASSERT_TRUE(same) << "row " << r;
+                } else if (layout != PM5544_LAYOUT_I420_10 &&
+                           (r == written.first_row || r == written.first_row + written.row_count - 1)) {
+                    EXPECT_FALSE(same) << "row " << r << " is reported but unchanged";
+                }
+            }
+            pm5544_rows changed{};
+            ASSERT_EQ(PM5544_OK, pm5544_changed_rows(clock.get(), heldFrame, step.frame, &changed));
+            EXPECT_EQ(written.first_row, changed.first_row);
+            EXPECT_EQ(written.row_count, changed.row_count);
+            heldFrame = step.frame;
+        }
+    }
+}
+
+// Handles share nothing: four cards of different settings on four threads, twice over, give the frames
+// each gives alone. (ThreadSanitizer runs this in `make tsan`.)
+TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
+    struct Job {
+        const char* encoding;
+        pm5544_layout layout;
+        const char* ident;
+        Frame alone{PM5544_LAYOUT_FRAME16, 1, 1};
+        std::vector<Frame> threaded{};
+    };
+    Job jobs[] = {{"709", PM5544_LAYOUT_V210, "BBC"},
+                  {"PQ", PM5544_LAYOUT_I422_10, ""},
+                  {"RGB", PM5544_LAYOUT_RGBA16, "PM5544"},
+                  {"HLG", PM5544_LAYOUT_I420_8, "Test"}};
+    const int width = 480, height = 270;
+    const auto renderJob = [&](Job& job, int64_t frame) {
+        Card card = newCard(width, height, job.encoding, job.layout);
+        pm5544_set_ident(card.get(), job.ident);
+        pm5544_set_clock(card.get(), 1);
+        pm5544_set_timecode(card.get(), "10:00:00:00");
+        return render(card.get(), job.layout, width, height, frame);
+    };
+    for (Job& job : jobs) job.alone = renderJob(job, 7);
+    std::vector<std::thread> threads;
+    for (Job& job : jobs)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 2; ++round) job.threaded.push_back(renderJob(job, 7));
+        });
+    for (std::thread& thread : threads) thread.join();
+    for (Job& job : jobs)
+        for (const Frame& frame : job.threaded) EXPECT_TRUE(job.alone.planes == frame.planes) << job.encoding;
+}
+
+// Settings are refused with the program's own words; misuse returns an error and a message.
+TEST_F(Library, RefusesWhatItCannotDoWithAReason) {
+    const struct {
+        std::function<pm5544_status(pm5544_card*)> set;
+        const char* programArgs;
+    } refused[] = {
+        {[](pm5544_card* c) { return pm5544_set_raster(c, 32, 32); }, "-d 32x32 x.png"},
+        {[](pm5544_card* c) { return pm5544_set_aspect(c, 16, 1); }, "-a 16x1 x.png"},
+        {[](pm5544_card* c) { return pm5544_set_bits(c, 17); }, "-b 17 x.png"},
+        {[](pm5544_card* c) {
+             pm5544_set_frame_rate(c, 25, 1);
+             return pm5544_set_timecode(c, "10:00:00;00");
+         },
+         "--timecode '10:00:00;00' x.png"},
+    };
+    for (const auto& r : refused) {
+        Card card(pm5544_card_new(), pm5544_card_free);
+        r.set(card.get());
+        EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_prepare(card.get()));
+        EXPECT_EQ(1, runProgram(dir.path(""), r.programArgs));
+        const std::string programError = text(readFile(dir.path("stderr")));
+        EXPECT_NE(std::string::npos, programError.find(pm5544_last_error(card.get()))) << programError;
+    }
+
+    Card card = newCard(128, 96, "709", PM5544_LAYOUT_V210);
+    Frame frame(PM5544_LAYOUT_V210, 128, 96);
+    std::vector<void*> planes = frame.pointers();
+    std::vector<size_t> strides = frame.strides;
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(nullptr, 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, nullptr, strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), -1, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, pm5544_layout(99), planes.data(), strides.data()));
+    strides[0] -= 4;
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_NE(nullptr, std::strstr(pm5544_last_error(card.get()), "shorter than a row"));
+    strides[0] += 2;
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    strides = frame.strides;
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_RGBA16, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_UYVY, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_set_encoding_name(card.get(), "Rec709"));
+    EXPECT_EQ(PM5544_OK, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_STREQ("", pm5544_last_error(card.get()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_changed_rows(card.get(), 0, 1, nullptr));
+    EXPECT_EQ(-1, pm5544_layout_allows(pm5544_layout(-1), PM5544_ENCODING_709));
+    EXPECT_EQ(nullptr, pm5544_encoding_name(pm5544_encoding(21)));
+}
+
+// The lines the program prints reach the callback, and nothing is printed.
+TEST(LibraryMessages, ProgressLinesReachTheCallbackNotTheTerminal) {
+    Card card = newCard(1920, 1080, "709", PM5544_LAYOUT_FRAME16);
+    std::vector<std::string> lines;
+    pm5544_set_message_callback(
+        card.get(),
+        [](void* user, pm5544_message_kind kind, const char* line) {
+            static_cast<std::vector<std::string>*>(user)->push_back(std::to_string(int(kind)) + line);
+        },
+        &lines);
+    pm5544_set_caption(card.get(), "Caption");
+    pm5544_set_font(card.get(), "No Such Family");
+    const std::string printed = stdoutOf([&] { EXPECT_EQ(PM5544_OK, pm5544_prepare(card.get())); }) +
+                                stderrOf([&] { EXPECT_EQ(PM5544_OK, pm5544_prepare(card.get())); });
+    EXPECT_EQ("", printed);
+    ASSERT_GE(lines.size(), 4u);
+    EXPECT_EQ("0Width x Height: 1920x1080\n", lines[0]);
+    EXPECT_EQ("0Aspect: 16:9\n", lines[1]);
+    EXPECT_EQ("0Pixel aspect: 1:1.000\n", lines[2]);
+    EXPECT_EQ("1Warning: Font \"No Such Family\" could not be loaded; the text is drawn in the default sans-serif\n",
+              lines.back());
+}
+
+// The tags an encoding carries downstream.
+TEST(LibraryColorimetry, EncodingsNameTheirMatrixTransferPrimariesAndRange) {
+    const struct {
+        pm5544_encoding encoding;
+        pm5544_colorimetry expected;
+    } cases[] = {
+        {PM5544_ENCODING_RGB, {PM5544_MATRIX_RGB, PM5544_TRANSFER_BT709, PM5544_PRIMARIES_BT709, 1}},
+        {PM5544_ENCODING_601, {PM5544_MATRIX_BT601, PM5544_TRANSFER_BT709, PM5544_PRIMARIES_BT601_625, 0}},
+        {PM5544_ENCODING_2020, {PM5544_MATRIX_BT2020_NCL, PM5544_TRANSFER_BT709, PM5544_PRIMARIES_BT2020, 0}},
+        {PM5544_ENCODING_HLG_MAPPED, {PM5544_MATRIX_BT2020_NCL, PM5544_TRANSFER_HLG, PM5544_PRIMARIES_BT2020, 0}},
+        {PM5544_ENCODING_RGB_PQ, {PM5544_MATRIX_RGB, PM5544_TRANSFER_PQ, PM5544_PRIMARIES_BT2020, 0}},
+        {PM5544_ENCODING_SLOG3_LIVE, {PM5544_MATRIX_BT2020_NCL, PM5544_TRANSFER_SLOG3, PM5544_PRIMARIES_BT2020, 0}},
+    };
+    for (const auto& c : cases) {
+        pm5544_colorimetry got{};
+        ASSERT_EQ(PM5544_OK, pm5544_encoding_colorimetry(c.encoding, &got));
+        EXPECT_EQ(0, std::memcmp(&c.expected, &got, sizeof got)) << pm5544_encoding_name(c.encoding);
+    }
+}

@@ -1,0 +1,48 @@
+// The memory layouts frames are handed over in (see include/pm5544/pm5544.h for each one's bytes), and
+// the packing of rounded full-frame rows into them. The Y4M writer packs its planes with the same code.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "colour/ColourSpace.h"
+
+namespace pm5544 {
+
+enum class Packing { Frame16, Planar, V210, UYVY, RGBA16, GBR };
+
+struct LayoutFormat {
+    const char* name;
+    Packing packing;
+    int bits;      // 0: the card's (Frame16)
+    int sampling;  // 444, 422, 420; 0: the card's (Frame16)
+};
+
+constexpr int maximumPlanes = 3;
+
+struct PlaneSize {
+    size_t rowBytes;
+    int rows;
+};
+
+// nullptr for a number that is no layout (the numbers are the C API's).
+const LayoutFormat* layoutFormat(int layout);
+int layoutCount();
+// Whether frames of these axes can be had in the layout: Y'CbCr layouts for Y'CbCr axes, R'G'B' ones for
+// R'G'B' axes, the full-frame row for any.
+bool layoutAllows(const LayoutFormat& format, PatternGen::colorAxes_e axes);
+// The planes' least row bytes and rows at a raster; returns their count.
+int planeSizes(const LayoutFormat& format, int width, int height, PlaneSize sizes[maximumPlanes]);
+// The alignment in bytes every plane's start and stride needs.
+size_t planeAlignment(const LayoutFormat& format);
+
+// Packs frame row y (rounded to the layout's depth, width pixels) into the planes, each starting at its row 0.
+void packRow(const LayoutFormat& format, const uint16_t* row, int width, int y, uint8_t* const planes[],
+             const size_t strides[]);
+
+// Planar samples at `bits`: one byte at 8 bits, else 16-bit little-endian. Y' of each pixel; Cb and Cr
+// of every columnStep-th pixel from the first, chromaWidth of them.
+void packLuma(const uint16_t* row, int width, int bits, uint8_t* out);
+void packChroma(const uint16_t* row, int chromaWidth, int columnStep, int bits, uint8_t* cb, uint8_t* cr);
+
+}  // namespace pm5544
