@@ -2,10 +2,11 @@
 BUILD_PACKAGES := cmake g++ make pkg-config libpng-dev libtiff-dev nlohmann-json3-dev libcairo2-dev \
                   libpango1.0-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core
 TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg man-db groff-base bash-completion
+EXAMPLE_PACKAGES := python3-numpy python3-png ffmpeg
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png
 
-.PHONY: run test build bench check-arm deps deps-test clean install package
+.PHONY: run test build bench check-arm examples deps deps-test deps-examples clean install package
 
 run: deps build
 	./build/pm5544 $(OUTPUT)
@@ -47,11 +48,21 @@ package: deps build
 check-arm:
 	JOBS=$(JOBS) ./scripts/check-arm.sh
 
+# The library's examples (examples/) built and run against an install of it staged in build/stage,
+# their frames checked against the program's files. The build is configured for /usr, as packaged.
+examples: deps-examples build
+	cmake -S . -B build -DCMAKE_INSTALL_PREFIX=/usr
+	cmake --build build -j $(JOBS) --target pm5544 libpm5544
+	./scripts/check-examples.sh build
+
 deps:
 	@./scripts/install-packages.sh $(BUILD_PACKAGES)
 
 deps-test:
 	@./scripts/install-packages.sh $(BUILD_PACKAGES) $(TEST_PACKAGES)
+
+deps-examples:
+	@./scripts/install-packages.sh $(BUILD_PACKAGES) $(EXAMPLE_PACKAGES)
 
 clean:
 	rm -rf build

@@ -4,9 +4,10 @@
  *     render_v210 OUTPUT [WIDTHxHEIGHT [ENCODING]]      (defaults 1920x1080 and "709")
  *
  * Rows are written at the stride v210 readers expect, ((width + 47) / 48) * 128 bytes, the padding
- * zero, so that
- *     ffmpeg -f rawvideo -c:v v210 -video_size 1920x1080 -i card.v210 card.png
- * reads the file at any width. A failing run leaves OUTPUT as it was. */
+ * zero, so that ffmpeg reads the file at any width (its image2 demuxer takes the whole file as the
+ * frame; the rawvideo one would cut it by the size of a yuv420p frame):
+ *     ffmpeg -f image2 -c:v v210 -video_size 1920x1080 -i card.v210 card.png
+ * A failing run leaves OUTPUT as it was. */
 #include <errno.h>
 #include <pm5544/pm5544.h>
 #include <stdio.h>

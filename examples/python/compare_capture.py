@@ -178,7 +178,8 @@ def compare(settings):
     card, channels = render_card(load_library(settings.library), settings, width, height)
     compared = card[:, :, :capture.shape[2]] >> (16 - depth)
     print(f"capture: {settings.capture}, {width}x{height}, {depth}-bit {'RGBA' if capture.shape[2] == 4 else 'RGB'}")
-    print(f"card: {settings.encoding}, {settings.bits} bits, {settings.sampling}")
+    sampling = ":".join(str(settings.sampling))
+    print(f"card: {settings.encoding}, {settings.bits} bits, {sampling}, {settings.aspect[0]}:{settings.aspect[1]}")
     return report_differences(capture, compared, channels, (1 << depth) - 1)
 
 
