@@ -28,6 +28,14 @@ export PKG_CONFIG_LIBDIR="$pc_dir" PKG_CONFIG_PATH="" PKG_CONFIG_SYSROOT_DIR="$s
 libdir=$stage$(PKG_CONFIG_SYSROOT_DIR="" pkg-config --variable=libdir pm5544)
 [ -e "$libdir/libpm5544.so.1" ] || fail "pm5544.pc names $libdir, which holds no libpm5544.so.1"
 
+# The library is known by its SONAME and exports the header's functions, nothing else.
+library=$libdir/libpm5544.so.1
+readelf -d "$library" | grep -q "Library soname: \[libpm5544.so.1\]" || fail "libpm5544.so.1 has another SONAME"
+sed -n 's/^PM5544_API .*[ *]\(pm5544_[a-z0-9_]*\)(.*/\1/p' include/pm5544/pm5544.h | sort >"$work/declared.txt"
+nm -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' | sort >"$work/exported.txt"
+diff "$work/declared.txt" "$work/exported.txt" >&2 || fail "libpm5544 exports other symbols than the header declares"
+echo "libpm5544.so.1: $(wc -l <"$work/exported.txt") functions exported, those of pm5544.h"
+
 # The README's C example is examples/c/first_frame.c, word for word.
 "$python" - <<'EOF' || fail "README.md does not show examples/c/first_frame.c as it is"
 import sys
