@@ -94,10 +94,22 @@ import sys, numpy, png
 width, height, rows, info = png.Reader(filename=sys.argv[1]).read()
 pixels = numpy.array([numpy.asarray(row, numpy.uint16) for row in rows]).reshape(height, width, 4)
 pixels[50:53, 100:104, 1] ^= 0x0100
-png.Writer(width, height, greyscale=False, alpha=True, bitdepth=16).write(open(sys.argv[2], "wb"), pixels.reshape(height, -1))
+writer = png.Writer(width, height, greyscale=False, alpha=True, bitdepth=16)
+writer.write(open(sys.argv[2], "wb"), pixels.reshape(height, -1))
 EOF
 compare 1 "$work/altered.png" --encoding RGB --bits 16
-grep -qx "bounding box: x 100..103, y 50..52 (4x3)" "$work/compare.txt" || fail "compare_capture did not find the changed box"
-grep -qx "differing pixels: 12 of 2073600 (0.0006%)" "$work/compare.txt" || fail "compare_capture miscounted the changed pixels"
+grep -qx "bounding box: x 100..103, y 50..52 (4x3)" "$work/compare.txt" || fail "compare_capture missed the changed box"
+grep -qx "differing pixels: 12 of 2073600 (0.0006%)" "$work/compare.txt" || fail "compare_capture miscounted the pixels"
 compare 2 "$work/rgb16.png" --size 1280x720
-echo "compare_capture: identical captures pass, the changed box is found, another size is refused"
+# An 8-bit RGB capture of an 8-bit card (the PNG's samples' high bytes) matches; of a 10-bit one it is refused.
+"$program" -c 601 -b 8 -d 1280x720 "$work/sd601.png" >/dev/null
+"$python" - "$work/sd601.png" "$work/rgb8.png" <<'EOF'
+import sys, numpy, png
+width, height, rows, info = png.Reader(filename=sys.argv[1]).read()
+pixels = numpy.array([numpy.asarray(row, numpy.uint16) for row in rows]).reshape(height, width, 4)
+rgb8 = (pixels[:, :, :3] >> 8).astype(numpy.uint8).reshape(height, -1)
+png.Writer(width, height, greyscale=False, bitdepth=8).write(open(sys.argv[2], "wb"), rgb8)
+EOF
+compare 0 "$work/rgb8.png" --encoding 601 --bits 8
+compare 2 "$work/rgb8.png" --encoding 601 --bits 10
+echo "compare_capture: the same card passes (16 and 8 bits), the changed box is found, another size or depth refused"
