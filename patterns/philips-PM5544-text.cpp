@@ -163,10 +163,11 @@ std::pair<int, int> PhilipsPm5544Spec::TextBox::draw(PatternSpec& pattern, const
 
 std::pair<int, int> PhilipsPm5544Spec::TextBox::changedRows() const {
     if (previous.levels.size() != coverage.levels.size()) return {area.top, area.top + area.height};
+    if (coverage.levels.empty()) return {0, 0};  // a box with no room for text
     const size_t stride = static_cast<size_t>(coverage.stride);
     const auto rowDiffers = [&](int r) {
         const size_t at = static_cast<size_t>(r) * stride;
-        return std::memcmp(&coverage.levels[at], &previous.levels[at], stride) != 0;
+        return std::memcmp(coverage.levels.data() + at, previous.levels.data() + at, stride) != 0;
     };
     int first = 0, end = area.height;
     while (first < end && !rowDiffers(first)) ++first;
