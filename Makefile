@@ -28,8 +28,8 @@ bench: deps build
 	./build/pm5544_bench --light
 
 # The program, its manual page and its bash completion, the library libpm5544, its header and pm5544.pc,
-# under $(PREFIX) in $(DESTDIR). The build is configured for the prefix: it picks the library directory
-# (Debian's multiarch one under /usr) and the paths pm5544.pc names.
+# under $(PREFIX) in $(DESTDIR). The build is configured for the prefix, which picks the library
+# directory (Debian's multiarch one under /usr).
 PREFIX         ?= /usr/local
 INSTALLED      := pm5544 pm5544_docs libpm5544
 install: deps build
@@ -49,10 +49,9 @@ check-arm:
 	JOBS=$(JOBS) ./scripts/check-arm.sh
 
 # The library's examples (examples/) built and run against an install of it staged in build/stage,
-# their frames checked against the program's files. The build is configured for /usr, as packaged.
+# their frames checked against the program's files.
 examples: deps-examples build
-	cmake -S . -B build -DCMAKE_INSTALL_PREFIX=/usr
-	cmake --build build -j $(JOBS) --target pm5544 libpm5544
+	cmake --build build -j $(JOBS) --target libpm5544
 	./scripts/check-examples.sh build
 
 deps:
