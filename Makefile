@@ -6,7 +6,7 @@ EXAMPLE_PACKAGES := python3-numpy python3-png ffmpeg
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png
 
-.PHONY: run test build bench check-arm examples deps deps-test deps-examples clean install package
+.PHONY: run test tsan build bench check-arm examples deps deps-test deps-examples clean install package
 
 run: deps build
 	./build/pm5544 $(OUTPUT)
@@ -18,14 +18,21 @@ test: deps-test build
 	cmake --build build/asan -j $(JOBS)
 	ctest --test-dir build/asan --output-on-failure -j $(JOBS)
 
+# The library's tests under ThreadSanitizer: handles on threads share nothing.
+tsan: deps-test
+	cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPM5544_TSAN=ON -DPM5544_BUILD_TESTS=ON
+	cmake --build build/tsan -j $(JOBS) --target test_library
+	TSAN_OPTIONS=suppressions=$(CURDIR)/tests/support/tsan.supp ctest --test-dir build/tsan --output-on-failure -R '^Library'
+
 build:
 	cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DPM5544_BUILD_TESTS=OFF
 	cmake --build build -j $(JOBS) --target pm5544
 
 bench: deps build
-	cmake --build build -j $(JOBS) --target pm5544_bench
+	cmake --build build -j $(JOBS) --target pm5544_bench pm5544_bench_library
 	./build/pm5544_bench
 	./build/pm5544_bench --light
+	./build/pm5544_bench_library
 
 # The program, its manual page and its bash completion, the library libpm5544, its header and pm5544.pc,
 # under $(PREFIX) in $(DESTDIR). The build is configured for the prefix, which picks the library

@@ -24,6 +24,7 @@
 #include "output/RowPipeline.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
+#include "text/TextMemory.h"
 
 using PatternGen::colorAxes_e;
 
@@ -213,6 +214,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
 
     std::printf("size %dx%d\n", s.width, s.height);
+    pattern.textTrial = drawsWithinMemoryLimit;
     pm5544::Card card(pattern, printingSink());
     const bool prepared = timed(times != nullptr ? &times->setup : nullptr,
                                 [&] { return withStopSignalsBlocked([&] { return card.prepare(s); }); });

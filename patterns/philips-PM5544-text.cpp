@@ -8,7 +8,6 @@
 #include <new>
 
 #include "philips-PM5544-rows.h"
-#include "text/TextMemory.h"
 
 namespace {
 
@@ -44,15 +43,15 @@ std::pair<int, int> PhilipsPm5544Spec::setLowerText(const std::string& lower) {
 }
 
 // Before setup() the geometry is unknown; setup() draws the boxes then. The first text starts Pango,
-// which aborts the process when memory runs out: it is tried in a copy first, and a shortfall there is
-// reported as one here.
+// which aborts the process when memory runs out: the host's trial, if any, comes first, and a shortfall
+// there is reported as one here.
 void PhilipsPm5544Spec::drawTextBoxes() {
     if (!rows) return;
     const bool startsPango = fonts.empty() && !(boxTexts[UpperBox].empty() && boxTexts[LowerBox].empty());
     const auto drawBoth = [this] {
         for (TextBoxPlace place : {UpperBox, LowerBox}) drawTextBox(place);
     };
-    if (startsPango && !drawsWithinMemoryLimit(drawBoth)) throw std::bad_alloc();
+    if (startsPango && textTrial && !textTrial(drawBoth)) throw std::bad_alloc();
     drawBoth();
     rows->textChanged();
 }

@@ -370,8 +370,8 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     ASSERT_TRUE(contains(log, "installed\n")) << log;
     const std::string libdir = "./usr/" PM5544_INSTALL_LIBDIR "/";
     EXPECT_EQ(commandOutput("cd '" + root + "' && find . ! -type d | LC_ALL=C sort"),
-              "./usr/bin/pm5544\n./usr/include/pm5544/pm5544.h\n" + libdir + "libpm5544.so\n" + libdir +
-                  "libpm5544.so.1\n" + libdir + "libpm5544.so.1.0.0\n" + libdir +
+              "./usr/bin/pm5544\n./usr/include/pm5544/pm5544.h\n./usr/include/pm5544/pm5544.hpp\n" + libdir +
+                  "libpm5544.so\n" + libdir + "libpm5544.so.1\n" + libdir + "libpm5544.so.1.0.0\n" + libdir +
                   "pkgconfig/pm5544.pc\n"
                   "./usr/share/bash-completion/completions/pm5544\n./usr/share/man/man1/pm5544.1.gz\n");
     EXPECT_EQ(commandOutput("cd '" + root + "/" + libdir + "' && readlink libpm5544.so libpm5544.so.1"),

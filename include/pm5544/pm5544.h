@@ -126,7 +126,8 @@ PM5544_API pm5544_status pm5544_encoding_colorimetry(pm5544_encoding encoding, p
  *              be a multiple of 4 (SDI cards and GStreamer use ((width + 47) / 48) * 128).
  * UYVY         one plane, 8-bit 4:2:2: Cb0 Y0 Cr0 Y1 per pixel pair; a row is 2 * width bytes
  *              (odd widths round up to whole pairs).
- * RGBA16       one plane, 16-bit R'G'B'A, four uint16_t LE a pixel: R', G', B', A (R'G'B' encodings).
+ * RGBA16       one plane, 16-bit R'G'B'A, four uint16_t LE a pixel: R', G', B' as in FRAME16 at 16 bits,
+ *              and A 65535, opaque (R'G'B' encodings).
  * GBR_n        three planes G', B', R', n = 10, 12, 16, uint16_t LE (R'G'B' encodings).
  * Planes of 16-bit samples must be 2-byte aligned and their strides even; V210 wants 4 bytes. */
 typedef enum pm5544_layout {

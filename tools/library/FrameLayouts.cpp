@@ -72,9 +72,16 @@ void packUYVY(const uint16_t* row, int width, uint8_t* out) {
     }
 }
 
+// Video takes alpha as coverage: opaque is the largest code, where the frame row keeps the card's own.
+constexpr unsigned opaque16 = 0xFFFF;
+
 void packRGBA16(const uint16_t* row, int width, uint8_t* out) {
-    const size_t samples = static_cast<size_t>(width) * px;
-    for (size_t i = 0; i < samples; ++i) storeLE16(out + 2 * i, row[i]);
+    for (int x = 0; x < width; ++x, row += px, out += px * sizeof(uint16_t)) {
+        storeLE16(out, row[FrameRow::crOrR]);
+        storeLE16(out + 2, row[FrameRow::yOrG]);
+        storeLE16(out + 4, row[FrameRow::cbOrB]);
+        storeLE16(out + 6, opaque16);
+    }
 }
 
 void packPlane(const uint16_t* row, int width, int which, int bits, uint8_t* out) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -142,6 +143,10 @@ public:
     int optionValue = 0;
     // Where the lines reported while setting up go (the geometry, the font found, warnings).
     MessageSink messages = printingSink();
+    // Pango ends the process when memory runs out. A host that must not end that way can have the first
+    // text tried here before it is drawn for real: false means it would not fit, and the card reports
+    // a shortfall instead. Null: no trial.
+    std::function<bool(const std::function<void()>& draw)> textTrial;
 
 protected:
     // Patterns are never deleted through a PatternSpec pointer.
