@@ -5,12 +5,12 @@
                        [--size WIDTHxHEIGHT] [--library PATH] CAPTURE.png
 
 The card is rendered through libpm5544 (ctypes) at the capture's size, unless --size names one, into
-a numpy array laid out as pm5544's PNG files are: R', G', B', A for the R'G'B' encodings and Cr, Y',
-Cb, A for the Y'CbCr ones, each code in the high bits of 16 (the RGBA16 layout at 16 bits where the
+a numpy array laid out as pm5544's PNG files are: R', G', B' for the R'G'B' encodings and Cr, Y', Cb
+for the Y'CbCr ones, each code in the high bits of 16 (the RGBA16 layout at 16 bits where the
 encoding allows it, else FRAME16). The capture must be an 8- or 16-bit RGB or RGBA PNG of that size;
-an 8-bit capture is compared with a card of 8 bits only. The report gives
-the pixels that differ, the largest difference per channel, the box holding the differences and the
-PSNR, all in the capture's sample values.
+its alpha, which video does not carry, is not compared. An 8-bit capture is compared with a card of
+8 bits only. The report gives the pixels that differ, the largest difference per channel, the box
+holding the differences and the PSNR, all in the capture's sample values.
 
 The library is libpm5544.so.1 as the dynamic loader finds it, or the file named by --library or the
 environment variable PM5544_LIBRARY. Needs the Debian packages python3-numpy and python3-png.
@@ -33,8 +33,9 @@ PM5544_OK = 0
 LAYOUT_FRAME16 = 0
 LAYOUT_RGBA16 = 15
 MAX_PLANES = 3
-CHANNELS_RGB = ("R'", "G'", "B'", "A")
-CHANNELS_YCBCR = ("Cr", "Y'", "Cb", "A")
+COLOUR_CHANNELS = 3  # of the four samples a pixel, before alpha
+CHANNELS_RGB = ("R'", "G'", "B'")
+CHANNELS_YCBCR = ("Cr", "Y'", "Cb")
 
 
 class Failure(Exception):
@@ -176,11 +177,11 @@ def compare(settings):
     if depth == 8 and settings.bits != 8:
         raise Failure(f"the capture is 8-bit; a card of {settings.bits} bits needs a 16-bit capture")
     card, channels = render_card(load_library(settings.library), settings, width, height)
-    compared = card[:, :, :capture.shape[2]] >> (16 - depth)
+    compared = card[:, :, :COLOUR_CHANNELS] >> (16 - depth)
     print(f"capture: {settings.capture}, {width}x{height}, {depth}-bit {'RGBA' if capture.shape[2] == 4 else 'RGB'}")
     sampling = ":".join(str(settings.sampling))
     print(f"card: {settings.encoding}, {settings.bits} bits, {sampling}, {settings.aspect[0]}:{settings.aspect[1]}")
-    return report_differences(capture, compared, channels, (1 << depth) - 1)
+    return report_differences(capture[:, :, :COLOUR_CHANNELS], compared, channels, (1 << depth) - 1)
 
 
 def main():
