@@ -33,6 +33,7 @@ bench: deps build
 	./build/pm5544_bench
 	./build/pm5544_bench --light
 	./build/pm5544_bench_library
+	cmake --build build -j $(JOBS) --target gstpm5544 && ./bench/bench_gstreamer.sh build/gstreamer
 
 # The program, its manual page and its bash completion, the library libpm5544, its header and pm5544.pc,
 # under $(PREFIX) in $(DESTDIR). The build is configured for the prefix, which picks the library

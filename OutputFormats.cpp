@@ -1,5 +1,5 @@
-// The output formats: for each, the loop that renders it, the settings it needs, its writer and
-// how its failure reads.
+// The output formats: for each, the settings it needs, its writer, how its failure reads and the rules
+// around its writer.
 #include "OutputFormats.h"
 
 #include <cstdio>
@@ -68,43 +68,57 @@ bool fitsY4m(const Settings& s) {
 
 // ---- Writers, as the table makes them.
 
-std::unique_ptr<ImageWriter> makePng(const Settings&) { return PngWriter::make(); }
-std::unique_ptr<ImageWriter> makeDpx(const Settings& s) { return DPXWriter::make(DPXWriter::descriptorFor(s.axes, s.sampling), DPX::Metadata()); }
-std::unique_ptr<ImageWriter> makeTiff(const Settings&) { return TiffWriter::make(); }
-std::unique_ptr<ImageWriter> makeY4m(const Settings& s) {
+AnyImageWriter makePng(const Settings&) { return PngWriter::make(); }
+AnyImageWriter makeDpx(const Settings& s) {
+    return DPXWriter::make(DPXWriter::descriptorFor(s.axes, s.sampling), DPX::Metadata());
+}
+AnyImageWriter makeTiff(const Settings&) { return TiffWriter::make(); }
+AnyImageWriter makeY4m(const Settings& s) {
     return Y4mWriter::make(s.frames, s.rateNum, s.rateDen, s.aspectNum, s.aspectDen);
 }
 template <uint32_t format, bool toXYZ>
-std::unique_ptr<ImageWriter> makeDevice(const Settings&) {
+AnyImageWriter makeDevice(const Settings&) {
     return DeviceFileWriter::make(format, toXYZ);
 }
 
 // Every output format, by extension. The first is the default for names without a known extension.
+// The flags on each entry's last line: needSeek, takesFrames, roundsToOutputDepth, announcesFileName.
+// clang-format off
 const OutputFormat formatTable[] = {
     {"png",
      "16-bit RGBA PNG; Y'CbCr frames carry Cr, Y', Cb in R, G, B. Also written for a name without an "
      "extension, or with one that names no format",
-     Loop::FullFrame, nullptr, makePng, false, "Failed to write PNG file %s\n", nullptr, false},
-    {"tif", "16-bit three-sample TIFF, LZW, with the line-repeat list in tag 65456 \"LineRepeat\"", Loop::LineRepeats,
-     nullptr, makeTiff, true, "Failed to write TIFF file %s\n", "Could not create tiff file\n", false},
+     nullptr, makePng, "Failed to write PNG file %s\n", nullptr,
+     false, false, true, true},
+    {"tif", "16-bit three-sample TIFF, LZW, with the line-repeat list in tag 65456 \"LineRepeat\"",
+     nullptr, makeTiff, "Failed to write TIFF file %s\n", "Could not create tiff file\n",
+     true, false, false, true},
     {"dpx",
      "10-bit DPX (SMPTE 268M) whatever -b says: descriptor 50 (RGB) for RGB and RGB-headroom, 102 "
      "(CbYCr 4:4:4) for 709 with -s 444, 100 (CbYCrY 4:2:2) for every other encoding",
-     Loop::FullFrame, nullptr, makeDpx, false, "Failed to write DPX file %s\n", nullptr, false},
-    {"pat", "signal-generator pattern file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422", Loop::DeviceLines,
-     fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>, false, "Error: Can't save file: %s\n", nullptr,
-     false},
-    {"yc4", "signal-generator pattern file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444", Loop::DeviceLines,
-     fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>, false, "Error: Can't save file: %s\n", nullptr,
-     false},
+     nullptr, makeDpx, "Failed to write DPX file %s\n", nullptr,
+     false, false, true, true},
+    {"pat", "signal-generator pattern file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422",
+     fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>,
+     "Error: Can't save file: %s\n", nullptr,
+     false, false, false, false},
+    {"yc4", "signal-generator pattern file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444",
+     fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>,
+     "Error: Can't save file: %s\n", nullptr,
+     false, false, false, false},
     {"rgb", "signal-generator pattern file, R'G'B'; needs -b 12 and RGB-headroom or an HDR R'G'B' encoding",
-     Loop::DeviceLines, fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>, false,
-     "Error: Can't save file: %s\n", nullptr, false},
-    {"xyz", "as rgb, converted to DCI X'Y'Z'", Loop::DeviceLines, fitsXyz,
-     makeDevice<TovaKelmPatternFile::Format_RGB, true>, false, "Error: Can't save file: %s\n", nullptr, false},
-    {"y4m", "YUV4MPEG2 stream of --frames frames at --rate", Loop::FullFrame, fitsY4m, makeY4m, false,
-     "Failed to write Y4M file %s\n", nullptr, true},
+     fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>,
+     "Error: Can't save file: %s\n", nullptr,
+     false, false, false, false},
+    {"xyz", "as rgb, converted to DCI X'Y'Z'",
+     fitsXyz, makeDevice<TovaKelmPatternFile::Format_RGB, true>,
+     "Error: Can't save file: %s\n", nullptr,
+     false, false, false, false},
+    {"y4m", "YUV4MPEG2 stream of --frames frames at --rate",
+     fitsY4m, makeY4m, "Failed to write Y4M file %s\n", nullptr,
+     false, true, true, true},
 };
+// clang-format on
 
 }  // namespace
 

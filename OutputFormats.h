@@ -1,8 +1,8 @@
-// The output formats, one table keyed by the extension (and by the word --format takes): which loop
-// renders the rows, which settings the format needs, which writer writes it.
+// The output formats, one table keyed by the extension (and by the word --format takes): which settings
+// the format needs, which writer writes it (the kind of rows that writer takes picks the loop that
+// renders them) and the rules the driver follows around it.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "CommandLine.h"
@@ -10,20 +10,17 @@
 
 namespace PatternRender {
 
-// Which rows a loop produces: full frame (four samples a pixel, rounded to the output depth), the
-// stored lines of the line-repeat loop (three samples) or device-file samples.
-enum class Loop { FullFrame, LineRepeats, DeviceLines };
-
 struct OutputFormat {
-    const char* name;    // the extension, and the word --format takes
-    const char* writes;  // one line for --help and the manual page
-    Loop loop;
+    const char* name;                      // the extension, and the word --format takes
+    const char* writes;                    // one line for --help and the manual page
     bool (*settingsFit)(const Settings&);  // prints why not and returns false; nullptr: any settings
-    std::unique_ptr<ImageWriter> (*makeWriter)(const Settings&);
-    bool needSeek;
+    AnyImageWriter (*makeWriter)(const Settings&);
     const char* failure;       // printf format taking the file name
     const char* cannotCreate;  // said first when the file cannot be created; nullptr: the failure line only
+    bool needSeek;             // the writer seeks back into its file
     bool takesFrames;          // video: writes --frames frames; a still format writes one
+    bool roundsToOutputDepth;  // rows are rounded to -b before the writer takes them (full-frame rows only)
+    bool announcesFileName;    // "writing to: NAME" precedes the format's progress line
 };
 
 Rows<OutputFormat> formats();

@@ -1,5 +1,5 @@
-// The render driver: options, pattern initialisation, then the rows of the loop the format table
-// names streamed into the format's writer.
+// The render driver: options, pattern initialisation, then the format's writer and the rows of the
+// loop of the writer's kind streamed into it.
 #include "PatternRender.h"
 
 #include <chrono>
@@ -13,15 +13,17 @@
 #include <new>
 #include <stdexcept>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "OutputFormats.h"
 #include "library/Card.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
+#include "output/RowPipeline.h"
 #include "output/StopSignals.h"
 #include "pattern/FrameRow.h"
-#include "output/RowPipeline.h"
+#include "pattern/RowSource.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
 #include "text/TextMemory.h"
@@ -32,16 +34,18 @@ namespace PatternRender {
 
 namespace {
 
-std::unique_ptr<RowSource> makeRows(Loop loop, PatternSpec& pattern, const Settings& s, LineRepeats& lineRepeats) {
-    switch (loop) {
-        case Loop::LineRepeats:
-            return pattern.lineRepeatRows(s.width, s.height, lineRepeats);
-        case Loop::DeviceLines:
-            return pattern.deviceRows(s.width, s.height, lineRepeats);
-        case Loop::FullFrame:
-            break;
-    }
+// The loop that renders each kind of row.
+std::unique_ptr<FullFrameRowSource> makeRows(RowKind::FullFrame, PatternSpec& pattern, const Settings& s,
+                                             LineRepeats&) {
     return pattern.fullFrameRows(s.width, s.height);
+}
+std::unique_ptr<LineRepeatRowSource> makeRows(RowKind::LineRepeat, PatternSpec& pattern, const Settings& s,
+                                              LineRepeats& lineRepeats) {
+    return pattern.lineRepeatRows(s.width, s.height, lineRepeats);
+}
+std::unique_ptr<DeviceRowSource> makeRows(RowKind::Device, PatternSpec& pattern, const Settings& s,
+                                          LineRepeats& lineRepeats) {
+    return pattern.deviceRows(s.width, s.height, lineRepeats);
 }
 
 // The progress lines name --format's word, else the extension as typed; a name without a dot says
@@ -53,7 +57,7 @@ void announce(const OutputFormat& format, const Settings& s) {
         std::puts("Writing PNG file by default");
         return;
     }
-    if (format.loop != Loop::DeviceLines) std::printf("writing to: %s\n", s.fileName.c_str());
+    if (format.announcesFileName) std::printf("writing to: %s\n", s.fileName.c_str());
     std::printf("Writing %s file\n", s.format.empty() ? ext.c_str() : s.format.c_str());
 }
 
@@ -83,9 +87,10 @@ auto timed(double* seconds, Action&& action) {
 }
 
 // A row source whose rendering time is counted.
-class TimedRows final : public RowSource {
+template <typename Kind>
+class TimedRows final : public RowSourceOf<Kind> {
 public:
-    TimedRows(RowSource& rows, double* seconds) : rows_(rows), seconds_(seconds) {}
+    TimedRows(RowSourceOf<Kind>& rows, double* seconds) : rows_(rows), seconds_(seconds) {}
     int rows() const override { return rows_.rows(); }
     size_t rowSamples() const override { return rows_.rowSamples(); }
     void nextRow(uint16_t* row) override {
@@ -93,7 +98,7 @@ public:
     }
 
 private:
-    RowSource& rows_;
+    RowSourceOf<Kind>& rows_;
     double* seconds_;
 };
 
@@ -101,7 +106,7 @@ private:
 // the card moves on, so the rows it crosses are rendered again.
 struct FrameRows {
     int firstRow;
-    std::unique_ptr<RowSource> rows;
+    std::unique_ptr<FullFrameRowSource> rows;
 };
 
 // Where the rows of a video's frames come from, once the first frame's have been streamed.
@@ -110,13 +115,52 @@ struct VideoFrames {
     // The rows of frame n that differ from frame n - 1; unset when every frame repeats the first.
     std::function<FrameRows(int frame)> changedRows;
     // Every row of frame n, for a writer that takes each frame's rows more than once.
-    std::function<std::unique_ptr<RowSource>(int frame)> allRows;
+    std::function<std::unique_ptr<FullFrameRowSource>(int frame)> allRows;
 };
+
+// Rounding to the output depth before the writer, where the format asks for it. Only full-frame rows
+// are rounded; the other kinds keep the loops' 12-bit codes.
+template <typename Kind>
+std::function<void(uint16_t*)> depthRounding(const OutputFormat&, const Settings&, double*) {
+    return nullptr;
+}
+template <>
+std::function<void(uint16_t*)> depthRounding<RowKind::FullFrame>(const OutputFormat& format, const Settings& s,
+                                                                 double* renderTime) {
+    if (!format.roundsToOutputDepth) return nullptr;
+    const size_t pixels = static_cast<size_t>(s.width);
+    return [pixels, axes = s.axes, bits = s.bits, renderTime](uint16_t* row) {
+        timed(renderTime, [&] { return FrameRow::round(row, pixels, axes, bits), true; });
+    };
+}
+
+// The frames after the first, for a writer that takes frames: only full-frame writers do. A writer of
+// another kind that asked for its rows more than once could not have them.
+template <typename Kind, typename Stream>
+bool laterFrames(ImageWriterOf<Kind>& writer, const VideoFrames&, const Stream&) {
+    return writer.rowPasses() == 1;
+}
+template <typename Stream>
+bool laterFrames(FullFrameWriter& writer, const VideoFrames& video, const Stream& stream) {
+    // A writer that cannot hold a frame takes all its rows once per pass, rendered again each time.
+    if (writer.rowPasses() > 1) {
+        for (int frame = 0; frame < video.count; ++frame)
+            for (int pass = frame == 0 ? 1 : 0; pass < writer.rowPasses(); ++pass)
+                if (!stream(*video.allRows(frame))) return false;
+        return true;
+    }
+    for (int frame = 1; video.changedRows && frame < video.count; ++frame) {
+        const FrameRows next = video.changedRows(frame);
+        if (!writer.startNextFrame(next.firstRow) || !stream(*next.rows)) return false;
+    }
+    return true;
+}
 
 // Streams the rows into the writer through the file, and finishes it; the caller commits it. False
 // after reporting.
-bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& source, const LineRepeats& lineRepeats,
-                 const VideoFrames& video, OutputFile& out, StageTimes* times) {
+template <typename Kind>
+bool writeOutput(const OutputFormat& format, const Settings& s, ImageWriterOf<Kind>& writer, RowSourceOf<Kind>& source,
+                 const LineRepeats& lineRepeats, const VideoFrames& video, OutputFile& out, StageTimes* times) {
     ImageHeader header;
     header.width = s.width;
     header.height = source.rows();
@@ -124,40 +168,20 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     header.axes = s.axes;
     header.sampling = s.sampling;
     header.lineRepeats = &lineRepeats;
-    const std::unique_ptr<ImageWriter> writer = format.makeWriter(s);
     double* renderTime = times != nullptr ? &times->render : nullptr;
     double* writeTime = times != nullptr ? &times->write : nullptr;
-    const size_t pixels = static_cast<size_t>(s.width);
-    const std::function<void(uint16_t*)> roundRow = [&](uint16_t* row) {
-        timed(renderTime, [&] { return FrameRow::round(row, pixels, s.axes, s.bits), true; });
+    const std::function<void(uint16_t*)> prepare = depthRounding<Kind>(format, s, renderTime);
+    const std::function<bool(RowOf<Kind>)> writeRow = [&](RowOf<Kind> row) {
+        return timed(writeTime, [&] { return writer.writeRow(row); });
     };
-    const auto writeRow = [&](const uint16_t* row) { return timed(writeTime, [&] { return writer->writeRow(row); }); };
-    const auto stream = [&](RowSource& frameRows) {
-        TimedRows rows(frameRows, renderTime);
-        return streamRows(rows, format.loop == Loop::FullFrame ? roundRow : nullptr, writeRow);
+    const auto stream = [&](RowSourceOf<Kind>& rows) {
+        TimedRows<Kind> timedRows(rows, renderTime);
+        return streamRows(timedRows, prepare, writeRow);
     };
-    const auto laterFrames = [&] {
-        for (int frame = 1; video.changedRows && frame < video.count; ++frame) {
-            const FrameRows next = video.changedRows(frame);
-            if (!writer->startNextFrame(next.firstRow) || !stream(*next.rows)) return false;
-        }
-        return true;
-    };
-    // A writer that cannot hold a frame takes all its rows once per pass, rendered again each time.
-    const auto framesPassByPass = [&] {
-        for (int frame = 0; frame < video.count; ++frame)
-            for (int pass = frame == 0 ? 1 : 0; pass < writer->rowPasses(); ++pass)
-                if (!stream(*video.allRows(frame))) return false;
-        return true;
-    };
-    const auto frames = [&] {
-        if (!stream(source)) return false;
-        return writer->rowPasses() > 1 ? framesPassByPass() : laterFrames();
-    };
-    const auto finish = [&] { return timed(writeTime, [&] { return writer->finish() && out.finish(); }); };
+    const auto finish = [&] { return timed(writeTime, [&] { return writer.finish() && out.finish(); }); };
     try {
-        const bool written =
-            out.open(format.needSeek) && writer->begin(out, header) && frames() && finish();
+        const bool written = out.open(format.needSeek) && writer.begin(out, header) && stream(source) &&
+                             laterFrames(writer, video, stream) && finish();
         if (!written) reportFailure(format, s.fileName, out, nullptr);
         return written;
     } catch (const std::runtime_error& error) {
@@ -169,17 +193,28 @@ bool writeOutput(const OutputFormat& format, const Settings& s, RowSource& sourc
     }
 }
 
+// Renders the rows of the loop of the writer's kind into it.
+template <typename Kind>
+bool renderInto(ImageWriterOf<Kind>& writer, const OutputFormat& format, PatternSpec& pattern, const Settings& s,
+                const VideoFrames& video, OutputFile& out, StageTimes* times) {
+    LineRepeats lineRepeats;
+    const std::unique_ptr<RowSourceOf<Kind>> rows = makeRows(Kind{}, pattern, s, lineRepeats);
+    announce(format, s);
+    return timed(times != nullptr ? &times->stream : nullptr,
+                 [&] { return writeOutput(format, s, writer, *rows, lineRepeats, video, out, times); });
+}
+
 // The preview is a pass of its own over the full frame, rounded as a PNG of the same settings is, so
 // that whatever the main format it shows the same picture. It is finished, not committed: the caller
 // commits it with the main output. False after reporting, as the PNG format reports a failure.
 bool writePreview(pm5544::Card& card, const Settings& s, OutputFile& out) {
     Preview preview(s.axes, s.bits, s.width, s.height, s.aspectNum, s.aspectDen);
-    const std::unique_ptr<RowSource> rows = card.frameRows();
+    const std::unique_ptr<FullFrameRowSource> rows = card.frameRows();
     const size_t pixels = static_cast<size_t>(s.width);
     const bool written = out.open() && preview.begin(out) &&
                          streamRows(
                              *rows, [&](uint16_t* row) { FrameRow::round(row, pixels, s.axes, s.bits); },
-                             [&](const uint16_t* row) { return preview.addRow(row); }) &&
+                             [&](RowOf<RowKind::FullFrame> row) { return preview.addRow(row); }) &&
                          preview.finish() && out.finish();
     if (!written) reportFailure(previewFormat(), s.preview, out, nullptr);
     return written;
@@ -238,12 +273,13 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
         };
     }
 
-    LineRepeats lineRepeats;
-    const std::unique_ptr<RowSource> rows = makeRows(format.loop, pattern, s, lineRepeats);
-    announce(format, s);
+    // A writer may still reach its file as it goes (TIFF closes through it): made after the file, it
+    // goes first.
     OutputFile output(s.fileName, standardOutput);
-    const bool written = timed(times != nullptr ? &times->stream : nullptr,
-                               [&] { return writeOutput(format, s, *rows, lineRepeats, video, output, times); });
+    const AnyImageWriter writer = format.makeWriter(s);
+    const bool written = std::visit(
+        [&](const auto& kindWriter) { return renderInto(*kindWriter, format, pattern, s, video, output, times); },
+        writer);
     if (!written) return 1;
     std::unique_ptr<OutputFile> preview;
     if (!s.preview.empty()) {

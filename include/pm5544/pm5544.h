@@ -95,7 +95,7 @@ typedef enum pm5544_transfer {
     PM5544_TRANSFER_SLOG3 = 3  /* S-Log3, which most tagging schemes cannot name */
 } pm5544_transfer;
 typedef enum pm5544_primaries {
-    PM5544_PRIMARIES_BT601_625 = 0, /* EBU 3213 / BT.470 B,G */
+    PM5544_PRIMARIES_BT601 = 0, /* SMPTE 170M, which tagging schemes give BT.601 by default */
     PM5544_PRIMARIES_BT709 = 1,
     PM5544_PRIMARIES_BT2020 = 2
 } pm5544_primaries;
@@ -219,6 +219,9 @@ PM5544_API pm5544_status pm5544_set_clock(pm5544_card* card, int enabled);
 /* The clock's first frame as "HH:MM:SS:FF", or "HH:MM:SS;FF" counted drop-frame (at 30000/1001 and
  * 60000/1001); NULL or "" returns to the time of day. */
 PM5544_API pm5544_status pm5544_set_timecode(pm5544_card* card, const char* timecode);
+/* The time of day a clock without a timecode starts from (hours 0 to 23); hours < 0 returns to the
+ * local time when the card is prepared. */
+PM5544_API pm5544_status pm5544_set_time_of_day(pm5544_card* card, int hours, int minutes, int seconds);
 PM5544_API pm5544_status pm5544_set_font(pm5544_card* card, const char* fontconfig_name); /* NULL: default */
 PM5544_API pm5544_status pm5544_set_frame_rate(pm5544_card* card, int numerator, int denominator);
 

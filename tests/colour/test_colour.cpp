@@ -106,6 +106,19 @@ TEST(Pixel, RoundToRoundsAlphaLikeLuma) {
     }
 }
 
+// The two equalities answer two questions: pixels with the same codes but other levels (as a depth
+// change leaves them) hold the same codes, yet scale about other reference levels.
+TEST(Pixel, SameCodesIgnoresLevelsIdenticalToDoesNot) {
+    const Pixel fullRange(500, 300, 700, Colour_RGB, 10);
+    Pixel studioLevels = fullRange;
+    studioLevels.colourSpace.blackLevel = Levels::studioBlack(10);
+    studioLevels.colourSpace.whiteLevel = Levels::studioWhite(10);
+    EXPECT_TRUE(fullRange.sameCodes(studioLevels));
+    EXPECT_FALSE(fullRange.identicalTo(studioLevels));
+    EXPECT_TRUE(fullRange.identicalTo(Pixel(500, 300, 700, Colour_RGB, 10)));
+    EXPECT_FALSE(fullRange.scale(1, 2).sameCodes(studioLevels.scale(1, 2)));
+}
+
 // Chroma below its zero truncates, luma is held below its ceiling, nothing to drop keeps the value.
 TEST(Rounding, GoldenValuesAndRules) {
     const unsigned golden[][2] = {

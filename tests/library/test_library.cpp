@@ -214,6 +214,22 @@ TEST_F(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
     }
 }
 
+// A time-of-day clock shows whole seconds and wraps at midnight.
+TEST_F(Library, TimeOfDayClockWrapsAtMidnight) {
+    const auto clockAt = [](int h, int m, int sec) {
+        Card card = newCard(320, 180, "709", PM5544_LAYOUT_I444_8);
+        pm5544_set_clock(card.get(), 1);
+        EXPECT_EQ(PM5544_OK, pm5544_set_time_of_day(card.get(), h, m, sec));
+        return card;
+    };
+    Card running = clockAt(23, 59, 59);
+    const Frame lastSecond = render(running.get(), PM5544_LAYOUT_I444_8, 320, 180, 24);
+    const Frame midnight = render(running.get(), PM5544_LAYOUT_I444_8, 320, 180, 25);
+    EXPECT_TRUE(render(clockAt(23, 59, 59).get(), PM5544_LAYOUT_I444_8, 320, 180).planes == lastSecond.planes);
+    EXPECT_TRUE(render(clockAt(0, 0, 0).get(), PM5544_LAYOUT_I444_8, 320, 180).planes == midnight.planes);
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, (pm5544_set_time_of_day(running.get(), 24, 0, 0), pm5544_prepare(running.get())));
+}
+
 // Handles share nothing: four cards of different settings on four threads, twice over, give the frames
 // each gives alone. (ThreadSanitizer runs this in `make tsan`.)
 TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
@@ -325,7 +341,7 @@ TEST(LibraryColorimetry, EncodingsNameTheirMatrixTransferPrimariesAndRange) {
         pm5544_colorimetry expected;
     } cases[] = {
         {PM5544_ENCODING_RGB, {PM5544_MATRIX_RGB, PM5544_TRANSFER_BT709, PM5544_PRIMARIES_BT709, 1}},
-        {PM5544_ENCODING_601, {PM5544_MATRIX_BT601, PM5544_TRANSFER_BT709, PM5544_PRIMARIES_BT601_625, 0}},
+        {PM5544_ENCODING_601, {PM5544_MATRIX_BT601, PM5544_TRANSFER_BT709, PM5544_PRIMARIES_BT601, 0}},
         {PM5544_ENCODING_2020, {PM5544_MATRIX_BT2020_NCL, PM5544_TRANSFER_BT709, PM5544_PRIMARIES_BT2020, 0}},
         {PM5544_ENCODING_HLG_MAPPED, {PM5544_MATRIX_BT2020_NCL, PM5544_TRANSFER_HLG, PM5544_PRIMARIES_BT2020, 0}},
         {PM5544_ENCODING_RGB_PQ, {PM5544_MATRIX_RGB, PM5544_TRANSFER_PQ, PM5544_PRIMARIES_BT2020, 0}},

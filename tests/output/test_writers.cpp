@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "TestFiles.h"
+#include "WholeFrame.h"
 #include "output/writeDPX.h"
 #include "output/writePng.h"
 #include "output/writeTiff.h"
@@ -54,15 +55,30 @@ std::string dumpedTag(const std::string& path, const std::string& tagStart) {
     return at == std::string::npos ? "" : dump.substr(at + 1, dump.find('\n', at + 1) - at - 1);
 }
 
-int writeTiff(Frame& frame, bool ycbcr, int width, int height, int bits,
-              const std::vector<std::pair<int, int>>& repeats, const std::string& path) {
-    return TiffWriter::writeTiff(reinterpret_cast<unsigned char*>(frame.data()), ycbcr, width, height, bits, repeats,
-                                 path.c_str());
+ImageHeader headerOf(int width, int height) {
+    ImageHeader header;
+    header.width = width;
+    header.height = height;
+    return header;
 }
 
-int writeDpx(Frame& frame, DPX::eFormat format, int width, int height, const std::string& path,
-             DPX::Metadata metadata = {}) {
-    return DPXWriter::writeDPX(frame.data(), format, width, height, 10, path.c_str(), metadata);
+int writePng(const Frame& frame, int width, int height, const std::string& path) {
+    return WholeFrame::write(*PngWriter::make(), headerOf(width, height), frame.data(), size_t(width) * 4,
+                             path.c_str());
+}
+
+int writeTiff(const Frame& frame, bool ycbcr, int width, int height, const std::vector<std::pair<int, int>>& repeats,
+              const std::string& path) {
+    ImageHeader header = headerOf(width, height);
+    header.axes = ycbcr ? PatternGen::Colour_YCbCr_709 : PatternGen::Colour_RGB;
+    header.lineRepeats = &repeats;
+    return WholeFrame::write(*TiffWriter::make(), header, frame.data(), size_t(width) * 3, path.c_str(), true);
+}
+
+int writeDpx(const Frame& frame, DPX::eFormat format, int width, int height, const std::string& path,
+             const DPX::Metadata& metadata = {}) {
+    return WholeFrame::write(*DPXWriter::make(format, metadata), headerOf(width, height), frame.data(),
+                             size_t(width) * 4, path.c_str());
 }
 
 const size_t kDpxData = 8192;
@@ -78,7 +94,7 @@ TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
     frame[0] = 0x0102, frame[1] = 0xFFFF, frame[2] = 0;
     ScratchDir dir;
     const std::string rgb = dir.path("rgb.png");
-    ASSERT_EQ(0, PngWriter::writePng(frame.data(), false, width, height, 12, rgb.c_str()));
+    ASSERT_EQ(0, writePng(frame, width, height, rgb));
     const Bytes file = readFile(rgb);
     EXPECT_EQ(hex("00000040 00000028 10 06 00 00 00"), Bytes(file.begin() + 16, file.begin() + 29));  // 16-bit RGBA
     EXPECT_EQ(0, std::system(("pngcheck -q '" + rgb + "' >/dev/null").c_str()));
@@ -97,7 +113,7 @@ TEST(TiffWriter, FieldsPixelsAndLineRepeatTag) {
     const std::string path = dir.path("f.tif");
     for (const auto& [ycbcr, width, height, repeats, fields, repeatTag, subsampling] : cases) {
         Frame buffer = distinctSamples(size_t(width) * height * 3, 7), pixels;
-        ASSERT_EQ(0, writeTiff(buffer, ycbcr, width, height, 8, repeats, path));
+        ASSERT_EQ(0, writeTiff(buffer, ycbcr, width, height, repeats, path));
         EXPECT_EQ(fields, readTiff(path, pixels));
         EXPECT_EQ(buffer, pixels) << fields;
         EXPECT_EQ(*repeatTag ? "65456 (0xffb0) ASCII (2) " + std::string(repeatTag) : "", dumpedTag(path, "65456 "));
@@ -299,7 +315,7 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
     const int width = 37, height = 21, firstChangedRow = 13, frames = 4;
     // Frame 0 is one picture; every later frame is another from firstChangedRow down.
     const auto writeClip = [&](OutputFile& out, size_t budget) {
-        const std::unique_ptr<ImageWriter> writer = Y4mWriter::make(frames, 25, 1, 4, 3, budget);
+        const std::unique_ptr<FullFrameWriter> writer = Y4mWriter::make(frames, 25, 1, 4, 3, budget);
         ImageHeader header;
         header.width = width, header.height = height, header.bits = 10, header.sampling = 420;
         header.axes = PatternGen::Colour_YCbCr_709;
@@ -308,7 +324,7 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
             for (int y = from; y < height; ++y) {
                 const uint16_t seed = frame > 0 && y >= firstChangedRow ? 2 : 1;
                 for (size_t i = 0; i < row.size(); ++i) row[i] = uint16_t((seed + y * 977 + i * 131) << 6);
-                if (!writer->writeRow(row.data())) return false;
+                if (!writer->writeRow({row.data()})) return false;
             }
             return true;
         };

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <vector>
 
-#include "pattern/FrameRow.h"
 #include "PatternRender.h"
 #include "colour/rounding.h"
 #include "output/RowPipeline.h"
+#include "pattern/FrameRow.h"
 
 namespace {
 
@@ -43,9 +43,9 @@ TEST(RowPipeline, RowsInOrderRefusalStopsErrorsReachTheCaller) {
     std::vector<int> seen;
     EXPECT_TRUE(streamRows(
         rows, [](uint16_t* row) { row[4] += 7; },
-        [&](const uint16_t* row) {
-            EXPECT_EQ(row[0] + 7, row[4]);
-            seen.push_back(row[0]);
+        [&](RowOf<RowKind::FullFrame> row) {
+            EXPECT_EQ(row.samples[0] + 7, row.samples[4]);
+            seen.push_back(row.samples[0]);
             return true;
         }));
     ASSERT_EQ(1000u, seen.size());
@@ -53,15 +53,17 @@ TEST(RowPipeline, RowsInOrderRefusalStopsErrorsReachTheCaller) {
     // A consumer that refuses row 10 gets no further row, and the worker stops within the ring.
     CountingRows refused(100000);
     int consumed = 0;
-    EXPECT_FALSE(streamRows(refused, nullptr, [&](const uint16_t* row) { return ++consumed, row[0] < 10; }));
+    EXPECT_FALSE(
+        streamRows(refused, nullptr, [&](RowOf<RowKind::FullFrame> row) { return ++consumed, row.samples[0] < 10; }));
     EXPECT_EQ(11, consumed);
     EXPECT_LT(refused.next_.load(), 1000);
     CountingRows failing(100, 50);
     consumed = 0;
-    EXPECT_THROW(streamRows(failing, nullptr, [&](const uint16_t*) { return ++consumed, true; }), std::runtime_error);
+    EXPECT_THROW(streamRows(failing, nullptr, [&](RowOf<RowKind::FullFrame>) { return ++consumed, true; }),
+                 std::runtime_error);
     EXPECT_LE(consumed, 50);
     CountingRows none(0);
-    EXPECT_TRUE(streamRows(none, nullptr, [](const uint16_t*) { return false; }));
+    EXPECT_TRUE(streamRows(none, nullptr, [](RowOf<RowKind::FullFrame>) { return false; }));
 }
 
 // The worker's rounding takes each run of equal pixels at once: rows of runs 1 to 40 long, ending at

@@ -34,10 +34,7 @@ std::unique_ptr<PhilipsPm5544Spec> makeCard(int width, int height, int aspectNum
 
 // Same axes, depth, levels, gamma law and samples, with the codes of both in the failure message.
 ::testing::AssertionResult same(const Pixel& actual, const Pixel& expected) {
-    const ColourSpace &a = actual.colourSpace, &e = expected.colourSpace;
-    if (actual.sameCodes(expected) && a.whiteLevel == e.whiteLevel && a.blackLevel == e.blackLevel &&
-        a.gammaType == e.gammaType)
-        return ::testing::AssertionSuccess();
+    if (actual.identicalTo(expected)) return ::testing::AssertionSuccess();
     const auto codes = [](const Pixel& p) {
         return "axes " + std::to_string(p.colourSpace.colourAxes) + " (" + std::to_string(p.sample[Pixel::Y_G]) + ", " +
                std::to_string(p.sample[Pixel::CB_B]) + ", " + std::to_string(p.sample[Pixel::CR_R]) + ")";

@@ -54,7 +54,7 @@ Image preview(const Render& r, const TestFiles::ScratchDir& dir) {
     OutputFile out(path);
     Preview p(r.axes, r.bits, r.width, r.height, r.aspectNum, r.aspectDen);
     bool ok = out.open() && p.begin(out);
-    for (int y = 0; y < r.height; ++y) ok = p.addRow(frame.data() + size_t(y) * r.width * 4) && ok;
+    for (int y = 0; y < r.height; ++y) ok = p.addRow({frame.data() + size_t(y) * r.width * 4}) && ok;
     ok = p.finish() && ok;
     EXPECT_TRUE(ok && out.commit()) << out.reason();
     Image image{p.width(), p.height(), {}};

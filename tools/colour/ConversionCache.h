@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 #include "colour/Pixel.h"
 
@@ -20,9 +19,9 @@ public:
 
     // The converted pixel, valid until the next call.
     const Pixel& convert(const Pixel& in) {
-        if (last_ != nullptr && std::memcmp(&last_->in, &in, sizeof in) == 0) return last_->out;
+        if (last_ != nullptr && last_->in.identicalTo(in)) return last_->out;
         Entry& entry = entries_[slotOf(in)];
-        if (!entry.valid || std::memcmp(&entry.in, &in, sizeof in) != 0) {
+        if (!entry.valid || !entry.in.identicalTo(in)) {
             entry.in = in;
             entry.out = in.convertTo(axes_);
             if (widenTenBit_ && entry.out.colourSpace.bitDepth == tenBits) widen(entry.out);
@@ -37,8 +36,6 @@ private:
     static constexpr int twelveBits = 12;
     static constexpr int slotBits = 8;  // 256 remembered conversions, 15 KB
 
-    // Pixels without padding are identical, and so convert identically, exactly when their bytes are.
-    static_assert(std::has_unique_object_representations_v<Pixel>, "Pixel bytes hold nothing but its fields");
     static_assert(sizeof(Pixel::sample) == sizeof(uint64_t), "the samples are hashed as one word");
 
     struct Entry {

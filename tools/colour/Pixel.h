@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "colour/ColourSpace.h"
 
@@ -26,20 +28,16 @@ public:
     Pixel(int y, int cb, int cr, PatternGen::colorAxes_e axes);
     Pixel(int y, int cb, int cr, PatternGen::colorAxes_e axes, int bits);
 
-    // Same axes, same depth and all four samples equal (levels and gamma not compared).
+    // Two equalities, for two questions. sameCodes: the codes a file would hold are the same (axes,
+    // depth and the four samples), whatever levels and gamma law came with them. identicalTo: every
+    // field is the same, levels and gamma too, so the pixels convert and blend identically; a cached
+    // conversion or a run of equal pixels needs this one.
     bool sameCodes(const Pixel& other) const {
         return colourSpace.colourAxes == other.colourSpace.colourAxes &&
                colourSpace.bitDepth == other.colourSpace.bitDepth && sample[0] == other.sample[0] &&
                sample[1] == other.sample[1] && sample[2] == other.sample[2] && sample[3] == other.sample[3];
     }
-
-    // sameCodes and the whole colour space (levels and gamma too): pixels identical in this sense
-    // convert and blend identically.
-    bool identicalTo(const Pixel& other) const {
-        return sameCodes(other) && colourSpace.whiteLevel == other.colourSpace.whiteLevel &&
-               colourSpace.blackLevel == other.colourSpace.blackLevel &&
-               colourSpace.gammaType == other.colourSpace.gammaType;
-    }
+    bool identicalTo(const Pixel& other) const;
 
     // Arithmetic and scaling about each component's reference level.
     Pixel operator+(const Pixel& other) const;
@@ -108,3 +106,9 @@ public:
     Pixel convertYCbCrHDRToRGB(PatternGen::colorAxes_e toSpace) const;
     Pixel convertHDRFromRGB(PatternGen::colorAxes_e toSpace) const;
 };
+
+// A pixel's bytes are its fields and nothing else, so pixels are identical exactly when their bytes are:
+// one comparison of the whole, and runs of identical pixels can be found a block of bytes at a time.
+static_assert(std::has_unique_object_representations_v<Pixel>, "Pixel bytes hold nothing but its fields");
+
+inline bool Pixel::identicalTo(const Pixel& other) const { return std::memcmp(this, &other, sizeof(Pixel)) == 0; }

@@ -178,7 +178,7 @@ pm5544_status pm5544_encoding_colorimetry(pm5544_encoding encoding, pm5544_color
                  : isSLog3Axes(axes) ? PM5544_TRANSFER_SLOG3
                                      : PM5544_TRANSFER_BT709;
     c.primaries = isIn2020Axes(axes)          ? PM5544_PRIMARIES_BT2020
-                  : axes == Colour_YCbCr_601 ? PM5544_PRIMARIES_BT601_625
+                  : axes == Colour_YCbCr_601 ? PM5544_PRIMARIES_BT601
                                               : PM5544_PRIMARIES_BT709;
     c.full_range = axes == Colour_RGB ? 1 : 0;
     *colorimetry = c;
@@ -292,6 +292,13 @@ pm5544_status pm5544_set_timecode(pm5544_card* card, const char* timecode) {
         if (!given.empty() && !(read = pm5544::readTimecode(given)))
             return fail(card, PM5544_ERROR_SETTINGS, pm5544::unreadableTimecode(given));
         return change(card, [&](pm5544::CardSettings& s) { s.timecode = read; });
+    });
+}
+
+pm5544_status pm5544_set_time_of_day(pm5544_card* card, int hours, int minutes, int seconds) {
+    return change(card, [&](pm5544::CardSettings& s) {
+        s.timeOfDay.reset();
+        if (hours >= 0) s.timeOfDay = pm5544::Timecode{hours, minutes, seconds, 0, false};
     });
 }
 

@@ -10,9 +10,12 @@ namespace {
 bool hasBoxText(const CardSettings& s) { return !s.ident.empty() || !s.caption.empty() || s.clock; }
 
 ClockStart clockStartOf(const CardSettings& s) {
-    if (!s.timecode) return ClockText::timeOfDay(std::time(nullptr));
-    const Timecode& t = *s.timecode;
-    return ClockStart{true, t.hours, t.minutes, t.seconds, t.frames, t.dropFrame};
+    if (s.timecode) {
+        const Timecode& t = *s.timecode;
+        return ClockStart{true, t.hours, t.minutes, t.seconds, t.frames, t.dropFrame};
+    }
+    if (s.timeOfDay) return ClockStart{false, s.timeOfDay->hours, s.timeOfDay->minutes, s.timeOfDay->seconds, 0, false};
+    return ClockText::timeOfDay(std::time(nullptr));
 }
 
 }  // namespace

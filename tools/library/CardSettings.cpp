@@ -126,6 +126,10 @@ std::string settingsFault(const CardSettings& s) {
                       rateText(s.rateNum, s.rateDen).c_str(), Limits::maximumRateTerm);
     if (s.timecode)
         if (std::string fault = timecodeFault(*s.timecode, s.rateNum, s.rateDen); !fault.empty()) return fault;
+    if (const std::optional<Timecode>& t = s.timeOfDay;
+        t && (t->hours > 23 || t->minutes < 0 || t->minutes > 59 || t->seconds < 0 || t->seconds > 59))
+        return format("Time of day %02d:%02d:%02d is not within 00:00:00 to 23:59:59", t->hours, t->minutes,
+                      t->seconds);
     if (s.axes < 0 || s.axes >= PatternGen::colourAxesCount)
         return format("Unrecognised Colour Space %d", int(s.axes));
     if (!isSampling(s.sampling)) return format("Sampling %d is not 444, 422 or 420 (-s)", int(s.sampling));

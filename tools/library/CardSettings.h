@@ -45,6 +45,7 @@ struct CardSettings {
     bool clock = false;                // a clock in the lower box
     std::string font;                  // a Fontconfig name; empty: the card's own
     std::optional<Timecode> timecode;  // the clock's first frame; none: the time of day
+    std::optional<Timecode> timeOfDay; // where a time-of-day clock starts (frames unused); none: now
 };
 
 // One word of "-c": the encodings by name, in the order the usage lists them.

@@ -1,16 +1,19 @@
 // The one interface every writer sits behind. A writer is told the geometry, then takes the rows
 // top to bottom as they are rendered, then finishes; it writes only through the OutputFile it is
-// given, which the caller has opened and commits afterwards. Which rows a writer takes (their
-// layout) is fixed by the rendering loop the format table pairs it with.
+// given, which the caller has opened and commits afterwards. A writer takes rows of one kind (their
+// layout), and the loop that renders its rows is the one whose rows are of that kind.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "colour/ColourSpace.h"
 #include "output/OutputFile.h"
+#include "pattern/RowSource.h"
 
 using LineRepeats = std::vector<std::pair<int, int>>;
 
@@ -31,7 +34,6 @@ public:
     virtual ~ImageWriter() = default;
     // Each returns false on failure; the OutputFile then holds the system's reason, if any.
     virtual bool begin(OutputFile& out, const ImageHeader& header) = 0;
-    virtual bool writeRow(const uint16_t* row) = 0;
     virtual bool finish() = 0;
     // Video: the frame so far is complete and written; the rows that follow are the next frame's
     // from firstRow on (rows above it stay as they were). A still has no next frame: false.
@@ -41,7 +43,17 @@ public:
     virtual int rowPasses() const { return 1; }
 };
 
-// Opens fileName, writes `height` rows of `rowSamples` samples from `frame` and commits: 0, or -1
-// with no file left. For callers that hold a whole frame.
-int writeWholeFrame(ImageWriter& writer, const ImageHeader& header, const uint16_t* frame, size_t rowSamples,
-                    const char* fileName, bool needSeek = false);
+// A writer of rows of one kind.
+template <typename Kind>
+class ImageWriterOf : public ImageWriter {
+public:
+    virtual bool writeRow(RowOf<Kind> row) = 0;
+};
+
+using FullFrameWriter = ImageWriterOf<RowKind::FullFrame>;
+using LineRepeatWriter = ImageWriterOf<RowKind::LineRepeat>;
+using DeviceWriter = ImageWriterOf<RowKind::Device>;
+
+// A writer of any kind, as the format table makes it; its kind picks the loop.
+using AnyImageWriter =
+    std::variant<std::unique_ptr<FullFrameWriter>, std::unique_ptr<LineRepeatWriter>, std::unique_ptr<DeviceWriter>>;

@@ -1,4 +1,6 @@
 // The render-ahead pipeline: a ring of row buffers shared by one rendering worker and the consumer.
+#include "output/RowPipeline.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
@@ -8,7 +10,6 @@
 #include <vector>
 
 #include "output/StopSignals.h"
-#include "output/RowPipeline.h"
 
 namespace {
 
@@ -30,8 +31,9 @@ std::thread startWithStopSignalsBlocked(Body&& body) {
 
 }  // namespace
 
-bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare,
-                const std::function<bool(const uint16_t*)>& consume) {
+template <typename Kind>
+bool streamRows(RowSourceOf<Kind>& source, const std::function<void(uint16_t*)>& prepare,
+                const typename RowConsumer<Kind>::type& consume) {
     const int rows = source.rows();
     if (rows <= 0) return true;
     const size_t rowSamples = source.rowSamples();
@@ -96,7 +98,7 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
                 }
                 if (error) break;
             }
-            accepted = consume(slot(y));
+            accepted = consume(RowOf<Kind>{slot(y)});
             std::lock_guard<std::mutex> lock(mutex);
             ++consumed;
             if (workerWantsConsumed != 0 && consumed >= workerWantsConsumed) slotsFree.notify_one();
@@ -109,3 +111,10 @@ bool streamRows(RowSource& source, const std::function<void(uint16_t*)>& prepare
     if (error) std::rethrow_exception(error);
     return accepted;
 }
+
+template bool streamRows(FullFrameRowSource&, const std::function<void(uint16_t*)>&,
+                         const RowConsumer<RowKind::FullFrame>::type&);
+template bool streamRows(LineRepeatRowSource&, const std::function<void(uint16_t*)>&,
+                         const RowConsumer<RowKind::LineRepeat>::type&);
+template bool streamRows(DeviceRowSource&, const std::function<void(uint16_t*)>&,
+                         const RowConsumer<RowKind::Device>::type&);

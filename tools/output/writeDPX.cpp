@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "pattern/FrameRow.h"
+
 namespace {
 
 // Layout of the 8192 bytes before the image data: file information header (0-767), image
@@ -151,17 +153,20 @@ void fillImageHeader(std::vector<uint8_t>& header, DPX::eFormat format, int widt
     putU32(header, kDataOffsetAt, kImageDataOffset);
 }
 
+constexpr size_t kWordBytes = sizeof(uint32_t);
+
 // Top 10 bits of three 16-bit samples in bits 31-22, 21-12 and 11-2; bits 1-0 stay zero.
 uint32_t packWord(uint16_t high, uint16_t middle, uint16_t low) {
     return (static_cast<uint32_t>(high >> 6) << 22) | (static_cast<uint32_t>(middle >> 6) << 12) |
            (static_cast<uint32_t>(low >> 6) << 2);
 }
 
-// One word per pixel: s0 (R or Cr) high, s1 (G or Y) middle, s2 (B or Cb) low.
+// One word per pixel: R or Cr high, G or Y' middle, B or Cb low.
 void packLine444(const unsigned short* line, int width, uint8_t* out) {
     for (int x = 0; x < width; ++x) {
-        const unsigned short* pixel = line + 4 * static_cast<size_t>(x);
-        putU32(out + 4 * static_cast<size_t>(x), packWord(pixel[0], pixel[1], pixel[2]));
+        const unsigned short* pixel = line + FrameRow::samplesPerPixel * static_cast<size_t>(x);
+        putU32(out + kWordBytes * static_cast<size_t>(x),
+               packWord(pixel[FrameRow::crOrR], pixel[FrameRow::yOrG], pixel[FrameRow::cbOrB]));
     }
 }
 
@@ -172,15 +177,15 @@ uint16_t sample422(const unsigned short* line, int width, int k) {
     const int evenPixel = k / 4 * 2;
     const int pixel = k % 4 == 3 ? evenPixel + 1 : evenPixel;
     if (pixel >= width) return 0;
-    static const int kSampleOfSlot[4] = {2, 1, 0, 1};  // Cb (s2), Y (s1), Cr (s0), Y (s1)
-    return line[4 * static_cast<size_t>(pixel) + kSampleOfSlot[k % 4]];
+    static const int kSampleOfSlot[4] = {FrameRow::cbOrB, FrameRow::yOrG, FrameRow::crOrR, FrameRow::yOrG};
+    return line[FrameRow::samplesPerPixel * static_cast<size_t>(pixel) + kSampleOfSlot[k % 4]];
 }
 
 // Three consecutive samples per word, the first in the low bits.
 void packLine422(const unsigned short* line, int width, uint32_t words, uint8_t* out) {
     for (uint32_t w = 0; w < words; ++w) {
         const int k = static_cast<int>(3 * w);
-        putU32(out + 4 * static_cast<size_t>(w),
+        putU32(out + kWordBytes * static_cast<size_t>(w),
                packWord(sample422(line, width, k + 2), sample422(line, width, k + 1), sample422(line, width, k)));
     }
 }
@@ -190,17 +195,16 @@ void packLine(const unsigned short* line, DPX::eFormat format, int width, std::v
     if (format == DPX::kRGB || format == DPX::kCbYCr)
         packLine444(line, width, out.data());
     else if (format == DPX::kCbYCrY)
-        packLine422(line, width, static_cast<uint32_t>(out.size() / 4), out.data());
+        packLine422(line, width, static_cast<uint32_t>(out.size() / kWordBytes), out.data());
 }
 
 // Packed lines are gathered into batches of about this many bytes, so that the file is written in
 // a few hundred large pieces rather than several pieces per line.
 constexpr size_t kBatchBytes = 256 * 1024;
 
-class Writer final : public ImageWriter {
+class Writer final : public FullFrameWriter {
 public:
-    Writer(DPX::eFormat format, DPX::Metadata metadata, int headerBits)
-        : format_(format), metadata_(std::move(metadata)), headerBits_(headerBits) {}
+    Writer(DPX::eFormat format, DPX::Metadata metadata) : format_(format), metadata_(std::move(metadata)) {}
 
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
@@ -212,12 +216,12 @@ public:
             Layout::kImageDataOffset + static_cast<uint32_t>(line_.size()) * static_cast<uint32_t>(header.height);
         std::vector<uint8_t> headers(Layout::kImageDataOffset, 0);
         fillFileHeader(headers, fileSize, out.name().c_str(), metadata_);
-        fillImageHeader(headers, format_, header.width, header.height, headerBits_);
+        fillImageHeader(headers, format_, header.width, header.height, DPX::kDataBits);
         return out.write(headers.data(), headers.size());
     }
 
-    bool writeRow(const uint16_t* row) override {
-        packLine(row, format_, width_, line_);
+    bool writeRow(RowOf<RowKind::FullFrame> row) override {
+        packLine(row.samples, format_, width_, line_);
         batch_.insert(batch_.end(), line_.begin(), line_.end());
         return batch_.size() + line_.size() <= batch_.capacity() || writeBatch();
     }
@@ -233,7 +237,6 @@ private:
 
     DPX::eFormat format_;
     DPX::Metadata metadata_;
-    int headerBits_;
     OutputFile* out_ = nullptr;
     int width_ = 0;
     std::vector<uint8_t> line_;
@@ -250,17 +253,8 @@ DPX::eFormat descriptorFor(PatternGen::colorAxes_e axes, int sampling) {
     return DPX::kCbYCrY;
 }
 
-std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata) {
-    return std::make_unique<Writer>(format, metadata, DPX::kDataBits);
-}
-
-int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, int bits, const char* fileName,
-             DPX::Metadata& metadata) {
-    ImageHeader header;
-    header.width = width;
-    header.height = height;
-    Writer writer(format, metadata, bits);
-    return writeWholeFrame(writer, header, frame, 4 * static_cast<size_t>(width), fileName);
+std::unique_ptr<FullFrameWriter> make(DPX::eFormat format, const DPX::Metadata& metadata) {
+    return std::make_unique<Writer>(format, metadata);
 }
 
 }  // namespace DPXWriter

@@ -40,13 +40,6 @@ DPX::eFormat descriptorFor(PatternGen::colorAxes_e axes, int sampling);
 
 // Rows of width x four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A; alpha is not stored),
 // packed into lines of the given descriptor; the header says 10 bits.
-std::unique_ptr<ImageWriter> make(DPX::eFormat format, const DPX::Metadata& metadata);
-
-// Writes width x height pixels of four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A; alpha is
-// not stored) to fileName as a DPX file with the given descriptor. bits sets only the header's bit
-// size and reference codes; the data is always the top 10 bits of each sample. Returns 0 on success,
-// -1 when the file cannot be opened or any write fails (the incomplete file is then removed).
-int writeDPX(unsigned short* frame, DPX::eFormat format, int width, int height, int bits, const char* fileName,
-             DPX::Metadata& metadata);
+std::unique_ptr<FullFrameWriter> make(DPX::eFormat format, const DPX::Metadata& metadata);
 
 }  // namespace DPXWriter

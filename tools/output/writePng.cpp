@@ -11,10 +11,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "pattern/FrameRow.h"
+
 namespace {
 
-constexpr int kSamplesPerPixel = 4;
-constexpr int kBytesPerPixel = kSamplesPerPixel * 2;
+constexpr int kBytesPerPixel = FrameRow::samplesPerPixel * sizeof(uint16_t);
 constexpr int kBitDepth = 16;
 static_assert(kBytesPerPixel == sizeof(uint64_t), "a pixel is swapped as one 64-bit word");
 
@@ -43,7 +44,7 @@ void copyRowBigEndian(const uint16_t* samples, int width, png_bytep row) {
     }
 }
 
-class Writer final : public ImageWriter {
+class Writer final : public FullFrameWriter {
 public:
     ~Writer() override {
         if (png_ != nullptr) png_destroy_write_struct(&png_, &info_);
@@ -66,8 +67,8 @@ public:
         return true;
     }
 
-    bool writeRow(const uint16_t* samples) override {
-        copyRowBigEndian(samples, width_, row_.data());
+    bool writeRow(RowOf<RowKind::FullFrame> row) override {
+        copyRowBigEndian(row.samples, width_, row_.data());
         if (setjmp(png_jmpbuf(png_))) return false;
         png_write_row(png_, row_.data());
         return true;
@@ -106,14 +107,6 @@ private:
 
 namespace PngWriter {
 
-std::unique_ptr<ImageWriter> make() { return std::make_unique<Writer>(); }
-
-int writePng(unsigned short* frame, bool /*isYCbCr*/, int width, int height, int /*bits*/, const char* fileName) {
-    ImageHeader header;
-    header.width = width;
-    header.height = height;
-    Writer writer;
-    return writeWholeFrame(writer, header, frame, static_cast<size_t>(width) * kSamplesPerPixel, fileName);
-}
+std::unique_ptr<FullFrameWriter> make() { return std::make_unique<Writer>(); }
 
 }  // namespace PngWriter

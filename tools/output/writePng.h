@@ -11,9 +11,6 @@ namespace PngWriter {
 
 // Rows of width x four host-order 16-bit samples (R, G, B, A or Cr, Y, Cb, A), stored unchanged as
 // the PNG's red, green, blue and alpha. The YCbCr flag and the bit depth do not change the file.
-std::unique_ptr<ImageWriter> make();
-
-// The whole-frame form: 0 on success, -1 on failure; a file that could not be completed is removed.
-int writePng(unsigned short* frame, bool isYCbCr, int width, int height, int bits, const char* fileName);
+std::unique_ptr<FullFrameWriter> make();
 
 }  // namespace PngWriter

@@ -108,7 +108,7 @@ void unmapNothing(thandle_t, void*, toff_t) {}
 
 // Rows are encoded into the one LZW strip as they arrive, so no line is kept: the encoder's output
 // is the same as for the whole strip at once.
-class Writer final : public ImageWriter {
+class Writer final : public LineRepeatWriter {
 public:
     ~Writer() override { close(); }
 
@@ -123,9 +123,9 @@ public:
         return openFile() || fail();
     }
 
-    bool writeRow(const uint16_t* row) override {
+    bool writeRow(RowOf<RowKind::LineRepeat> row) override {
         // libtiff may alter the row it encodes, so it gets a copy.
-        std::copy(row, row + row_.size(), row_.begin());
+        std::copy(row.samples, row.samples + row_.size(), row_.begin());
         if (TIFFWriteScanline(tif_, row_.data(), rowIndex_++, 0) >= 0 && !out_->failed()) return true;
         std::fputs("Could not write image\n", stderr);
         return fail();
@@ -184,18 +184,6 @@ private:
 
 namespace TiffWriter {
 
-std::unique_ptr<ImageWriter> make() { return std::make_unique<Writer>(); }
-
-int writeTiff(unsigned char* buffer, bool isYCbCr, int width, int height, int /*bits*/,
-              const std::vector<std::pair<int, int>>& lineRepeats, const char* fileName) {
-    ImageHeader header;
-    header.width = width;
-    header.height = height;
-    header.axes = isYCbCr ? PatternGen::Colour_YCbCr_709 : PatternGen::Colour_RGB;
-    header.lineRepeats = &lineRepeats;
-    Writer writer;
-    return writeWholeFrame(writer, header, reinterpret_cast<const uint16_t*>(buffer),
-                           static_cast<size_t>(width) * kSamplesPerPixel, fileName, true);
-}
+std::unique_ptr<LineRepeatWriter> make() { return std::make_unique<Writer>(); }
 
 }  // namespace TiffWriter

@@ -13,13 +13,6 @@ namespace TiffWriter {
 // Rows of width x three host-order 16-bit samples (R, G, B or Y, Cb, Cr), the stored lines of the
 // line-repeat loop; photometric YCbCr for Y'CbCr axes; the header's line-repeat list goes into the tag.
 // The file needs seeking: open its OutputFile with needSeek.
-std::unique_ptr<ImageWriter> make();
-
-// Writes width x height pixels of three host-order 16-bit samples (R, G, B or Y, Cb, Cr) to fileName
-// as one strip. isYCbCr selects photometric YCbCr instead of RGB; bits does not change the file; an
-// empty lineRepeats leaves the tag out. Returns 0 on success, -1 on failure (message on stderr); a
-// file that could not be completed is removed.
-int writeTiff(unsigned char* buffer, bool isYCbCr, int width, int height, int bits,
-              const std::vector<std::pair<int, int>>& lineRepeats, const char* fileName);
+std::unique_ptr<LineRepeatWriter> make();
 
 }  // namespace TiffWriter

@@ -341,9 +341,9 @@ void DeviceBlockBuilder::finish() {
 
 namespace {
 
-class DeviceWriter final : public ImageWriter {
+class PatternFileWriter final : public DeviceWriter {
 public:
-    DeviceWriter(uint32_t format, bool toXYZ) : toXYZ_(toXYZ) { file_.format = format; }
+    PatternFileWriter(uint32_t format, bool toXYZ) : toXYZ_(toXYZ) { file_.format = format; }
 
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
@@ -353,8 +353,8 @@ public:
         return true;
     }
 
-    bool writeRow(const uint16_t* samples) override {
-        builder_->addRow(samples);
+    bool writeRow(RowOf<RowKind::Device> row) override {
+        builder_->addRow(row.samples);
         return true;
     }
 
@@ -375,5 +375,7 @@ private:
 }  // namespace
 
 namespace DeviceFileWriter {
-std::unique_ptr<ImageWriter> make(uint32_t format, bool toXYZ) { return std::make_unique<DeviceWriter>(format, toXYZ); }
+std::unique_ptr<DeviceWriter> make(uint32_t format, bool toXYZ) {
+    return std::make_unique<PatternFileWriter>(format, toXYZ);
+}
 }  // namespace DeviceFileWriter

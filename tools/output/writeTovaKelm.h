@@ -156,7 +156,7 @@ namespace DeviceFileWriter {
 // Rows of samples (four components each, see Sample) as the device loop renders them; the file gets
 // the format code given (TovaKelmPatternFile::Format_...), converted to X'Y'Z' first when toXYZ.
 // Failures to write throw std::runtime_error with the file's messages.
-std::unique_ptr<ImageWriter> make(uint32_t format, bool toXYZ);
+std::unique_ptr<DeviceWriter> make(uint32_t format, bool toXYZ);
 }  // namespace DeviceFileWriter
 
 // Studio-range R'G'B' (black 256, white 3760) to 12-bit X'Y'Z' code values (16..4079).

@@ -75,7 +75,7 @@ bool copyWithinFile(int fd, int64_t from, int64_t to, size_t size) {
 // Elsewhere (a pipe, a device) the frame is kept in its file form and written whole, as often as asked,
 // while it fits the budget; a larger frame is taken three times over, one plane a pass, so that memory
 // stays bounded at any size.
-class Writer final : public ImageWriter {
+class Writer final : public FullFrameWriter {
 public:
     Writer(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen, size_t heldFrameBudget)
         : frames_(frames),
@@ -117,7 +117,8 @@ public:
 
     int rowPasses() const override { return passes_; }
 
-    bool writeRow(const uint16_t* row) override {
+    bool writeRow(RowOf<RowKind::FullFrame> frameRow) override {
+        const uint16_t* row = frameRow.samples;
         if (passes_ > 1) return writePlaneRow(row);
         pm5544::packLuma(row, width_, bits_, luma_.data());
         bool placed = place(luma_, static_cast<size_t>(width_) * row_ * bytesPerSample_);
@@ -266,8 +267,8 @@ namespace Y4mWriter {
 
 bool takesBits(int bits) { return bits == 8 || bits == 10 || bits == 12 || bits == 16; }
 
-std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen,
-                                  size_t heldFrameBudget) {
+std::unique_ptr<FullFrameWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen,
+                                      size_t heldFrameBudget) {
     return std::make_unique<Writer>(frames, rateNum, rateDen, aspectNum, aspectDen, heldFrameBudget);
 }
 

@@ -19,7 +19,7 @@ bool takesBits(int bits);
 // be written in place (a pipe, a device), a frame of up to heldFrameBudget bytes is held in memory
 // (1080p and 2160p clips); a larger one asks for each frame's rows three times, one plane a pass.
 constexpr size_t kHeldFrameBudget = size_t(64) << 20;
-std::unique_ptr<ImageWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen,
-                                  size_t heldFrameBudget = kHeldFrameBudget);
+std::unique_ptr<FullFrameWriter> make(int frames, int rateNum, int rateDen, int aspectNum, int aspectDen,
+                                      size_t heldFrameBudget = kHeldFrameBudget);
 
 }  // namespace Y4mWriter

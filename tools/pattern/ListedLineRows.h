@@ -9,7 +9,8 @@
 #include "pattern/PatternWrapper.h"
 #include "pattern/RowSource.h"
 
-class ListedLineRows : public RowSource {
+template <typename Kind>
+class ListedLineRows : public RowSourceOf<Kind> {
 public:
     int rows() const override { return static_cast<int>(sourceLines_.size()); }
 

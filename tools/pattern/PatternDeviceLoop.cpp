@@ -21,7 +21,7 @@ bool isDeviceWidth(int width) {
     return false;
 }
 
-class DeviceRows final : public ListedLineRows {
+class DeviceRows final : public ListedLineRows<RowKind::Device> {
 public:
     DeviceRows(PatternSpec& pattern, int width, std::vector<int> sourceLines)
         : ListedLineRows(pattern, width, std::move(sourceLines), false),
@@ -52,8 +52,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<RowSource> PatternSpec::deviceRows(int width, int height,
-                                                   std::vector<std::pair<int, int>>& lineRepeats) {
+std::unique_ptr<DeviceRowSource> PatternSpec::deviceRows(int width, int height,
+                                                         std::vector<std::pair<int, int>>& lineRepeats) {
     if (!isDeviceWidth(width)) report(messages, MessageKind::Progress, "Warning %d is not a valid Tova or Kelm pattern width\n", width);
     getLineRepeats(lineRepeats);
     // Every picture line, or the last source line of each listed block, in list order.
@@ -66,7 +66,7 @@ std::unique_ptr<RowSource> PatternSpec::deviceRows(int width, int height,
 
 bool PatternSpec::run_body(int, int width, int height, std::vector<std::pair<int, int>>& lineRepeats,
                            TovaKelmPatternFile& file) {
-    const std::unique_ptr<RowSource> rows = deviceRows(width, height, lineRepeats);
+    const std::unique_ptr<DeviceRowSource> rows = deviceRows(width, height, lineRepeats);
     DeviceBlockBuilder builder(file, width, DeviceFile::usesSamplePairs(colourSpace.axes(), sampling), lineRepeats);
     std::vector<uint16_t> row(rows->rowSamples());
     for (int y = 0; y < rows->rows(); ++y) {

@@ -65,7 +65,7 @@ CoordinateRange rowsOf(CoordinateRange range, int first, int end) {
 // Rows of the full frame. Chroma held for 4:2:2 carries over from one row's last even column to the
 // next row; a 4:2:0 odd row repeats the chroma of the most recent even row, kept here. Patterns are
 // mostly runs of identical pixels: each run is converted once and its value stored along it.
-class FullFrameRows final : public RowSource {
+class FullFrameRows final : public FullFrameRowSource {
 public:
     FullFrameRows(PatternSpec& pattern, int width, int height, int firstRow, int endRow)
         : pattern_(pattern),
@@ -121,7 +121,7 @@ private:
     };
 
     // The end of the run of input pixels identical to in[0] at column x; tapered columns stand alone.
-    // Pixels have no padding (ConversionCache asserts it): they are identical exactly when their bytes are.
+    // Pixels are identical exactly when their bytes are (Pixel.h asserts it).
     int runEnd(int x, const Pixel* in) const {
         if (x < plainBegin_ || x >= plainEnd_) return x + 1;
         return x + static_cast<int>(Runs::endOfRun(in, in + (plainEnd_ - x)) - in);
@@ -237,7 +237,7 @@ std::vector<int> storedSourceLines(const std::vector<std::pair<int, int>>& lineR
     return lines;
 }
 
-class LineRepeatRows final : public ListedLineRows {
+class LineRepeatRows final : public ListedLineRows<RowKind::LineRepeat> {
 public:
     LineRepeatRows(PatternSpec& pattern, int width, std::vector<int> sourceLines)
         : ListedLineRows(pattern, width, std::move(sourceLines), true), rgb_(pattern.colourSpace.colourIsRGB()) {}
@@ -254,7 +254,8 @@ private:
 };
 
 // Runs a producer into consecutive rows of a caller's buffer.
-void fillRows(RowSource& rows, uint16_t* buffer) {
+template <typename Kind>
+void fillRows(RowSourceOf<Kind>& rows, uint16_t* buffer) {
     for (int y = 0; y < rows.rows(); ++y) rows.nextRow(buffer + rows.rowSamples() * static_cast<size_t>(y));
 }
 
@@ -266,13 +267,14 @@ const Pixel* PatternSpec::bodyRow(int y, int x0, int x1, std::vector<Pixel>& scr
     return scratch.data();
 }
 
-std::unique_ptr<RowSource> PatternSpec::fullFrameRows(int frameWidth, int frameHeight, int firstRow, int endRow) {
+std::unique_ptr<FullFrameRowSource> PatternSpec::fullFrameRows(int frameWidth, int frameHeight, int firstRow,
+                                                               int endRow) {
     return std::make_unique<FullFrameRows>(*this, frameWidth, frameHeight, firstRow,
                                            endRow < 0 ? frameHeight : std::min(endRow, frameHeight));
 }
 
-std::unique_ptr<RowSource> PatternSpec::lineRepeatRows(int lineWidth, int lineCount,
-                                                       std::vector<std::pair<int, int>>& lineRepeats) {
+std::unique_ptr<LineRepeatRowSource> PatternSpec::lineRepeatRows(int lineWidth, int lineCount,
+                                                                 std::vector<std::pair<int, int>>& lineRepeats) {
     getLineRepeats(lineRepeats);
     return std::make_unique<LineRepeatRows>(*this, lineWidth, storedSourceLines(lineRepeats, lineCount));
 }
@@ -284,7 +286,7 @@ bool PatternSpec::run_body(int, int frameWidth, int frameHeight, unsigned short*
 
 bool PatternSpec::run_body(int, int lineWidth, int& lineCount, std::vector<std::pair<int, int>>& lineRepeats,
                            unsigned char* buffer) {
-    const std::unique_ptr<RowSource> rows = lineRepeatRows(lineWidth, lineCount, lineRepeats);
+    const std::unique_ptr<LineRepeatRowSource> rows = lineRepeatRows(lineWidth, lineCount, lineRepeats);
     fillRows(*rows, reinterpret_cast<uint16_t*>(buffer));
     lineCount = rows->rows();
     return true;

@@ -11,6 +11,7 @@
 #include "colour/ColourSpace.h"
 #include "colour/Pixel.h"
 #include "pattern/Messages.h"
+#include "pattern/RowSource.h"
 #include "text/TTFont.h"
 #include "text/TextBlocks.h"
 
@@ -18,7 +19,6 @@ typedef struct _cairo cairo_t;
 typedef struct _PangoLayout PangoLayout;
 
 class TovaKelmPatternFile;
-class RowSource;
 
 namespace PatternGen {
 
@@ -95,9 +95,10 @@ public:
     // full-canvas pattern refuses quadrant mode here, before any row.
     // Rows firstRow .. endRow - 1 of the full frame (endRow -1: to the bottom). A range that starts
     // below the top starts afresh: exact for an even first row of a pattern drawn from column 0.
-    std::unique_ptr<RowSource> fullFrameRows(int width, int height, int firstRow = 0, int endRow = -1);
-    std::unique_ptr<RowSource> lineRepeatRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
-    std::unique_ptr<RowSource> deviceRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
+    std::unique_ptr<FullFrameRowSource> fullFrameRows(int width, int height, int firstRow = 0, int endRow = -1);
+    std::unique_ptr<LineRepeatRowSource> lineRepeatRows(int width, int height,
+                                                        std::vector<std::pair<int, int>>& lineRepeats);
+    std::unique_ptr<DeviceRowSource> deviceRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
 
     // Text.
     int textCursor(int x, int y);

@@ -41,14 +41,14 @@ bool Preview::begin(OutputFile& out) {
     return png_.begin(out, previewWidth_, previewHeight_);
 }
 
-bool Preview::addRow(const uint16_t* frameRow) {
+bool Preview::addRow(RowOf<RowKind::FullFrame> frameRow) {
     if (rows_ >= frameHeight_ || !png_.writing()) return false;
     const int y = rows_++;
     bool converted = false;
     for (; previewRows_ < previewHeight_ && sourceRow(previewRows_, frameHeight_, previewHeight_) == y;
          ++previewRows_) {
         if (!converted) {
-            colour_.convertRow(frameRow, frameWidth_, frameRgb_.data());
+            colour_.convertRow(frameRow.samples, frameWidth_, frameRgb_.data());
             squarePixels_.resampleRow(frameRgb_.data(), previewRgb_.data());
             converted = true;
         }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "colour/ColourSpace.h"
+#include "pattern/RowSource.h"
 #include "preview/PreviewColour.h"
 #include "preview/PreviewPng.h"
 #include "preview/SquarePixels.h"
@@ -27,9 +28,8 @@ public:
 
     // Writes the PNG header; false (the file's failure recorded) for a size, depth or axes it cannot show.
     bool begin(OutputFile& out);
-    // frameRow: the frame's width pixels of four host-order samples on the 16-bit scale, (R, G, B, A)
-    // or (Cr, Y', Cb, A); chroma already repeated per pixel.
-    bool addRow(const uint16_t* frameRow);
+    // frameRow: the frame's width pixels on the 16-bit scale; chroma already repeated per pixel.
+    bool addRow(RowOf<RowKind::FullFrame> frameRow);
     // False also when fewer or more rows than the frame's height were added.
     bool finish();
 

@@ -23,6 +23,7 @@
 
 #include "colour/Pixel.h"
 #include "colour/TransferConstants.h"
+#include "pattern/FrameRow.h"
 
 using ColourMatrix::Rgb;
 
@@ -33,8 +34,7 @@ constexpr int maxCode8 = 255;
 // Fraction of reference white (linear light) where the highlight roll-off starts.
 constexpr double rollOffKnee = 0.9;
 
-// Frame sample positions.
-enum { CR_R = 0, Y_G = 1, CB_B = 2 };
+using FrameRow::crOrR, FrameRow::yOrG, FrameRow::cbOrB, FrameRow::alpha, FrameRow::samplesPerPixel;
 
 double clampUnit(double v) { return std::min(std::max(v, 0.0), 1.0); }
 
@@ -80,7 +80,7 @@ PreviewColour::PreviewColour(PatternGen::colorAxes_e axes, int bits)
 // matrix works on code values.
 Rgb PreviewColour::signalOf(const uint16_t* pixel) const {
     const int shift = sampleBits - bits_;
-    const int r = pixel[CR_R] >> shift, g = pixel[Y_G] >> shift, b = pixel[CB_B] >> shift;
+    const int r = pixel[crOrR] >> shift, g = pixel[yOrG] >> shift, b = pixel[cbOrB] >> shift;
     const auto sLog3Code = [this](int code) { return std::ldexp(code, TransferConstants::SLog3::codeBits - bits_); };
     switch (signal_) {
         case Signal::RGB:
@@ -148,11 +148,12 @@ void PreviewColour::toSrgb(const uint16_t* pixel, uint8_t* rgb) const {
     rgb[2] = to8Bit(display_.gammaFloatLinearToNonLinear(clampUnit(light.b)));
 }
 
-// The card is made of flat areas: a pixel equal to the one before it reuses its result.
+// The card is made of flat areas: a pixel whose colour samples (those before alpha) equal the one
+// before it reuses its result.
 void PreviewColour::convertRow(const uint16_t* frameRow, int width, uint8_t* rgb) const {
     const uint16_t* previous = nullptr;
-    for (int x = 0; x < width; ++x, frameRow += 4, rgb += 3) {
-        if (previous != nullptr && std::equal(frameRow, frameRow + 3, previous)) {
+    for (int x = 0; x < width; ++x, frameRow += samplesPerPixel, rgb += 3) {
+        if (previous != nullptr && std::equal(frameRow, frameRow + alpha, previous)) {
             std::copy(rgb - 3, rgb, rgb);
         } else {
             toSrgb(frameRow, rgb);

@@ -18,8 +18,8 @@ class PreviewColour {
 public:
     PreviewColour(PatternGen::colorAxes_e axes, int bits);
 
-    // frameRow: width pixels of four host-order samples, (R, G, B, A) or (Cr, Y', Cb, A), each the
-    // code value shifted to the 16-bit scale. rgb: width x 3 bytes. Alpha is ignored.
+    // frameRow: width pixels of a full-frame row (pattern/FrameRow.h), each code value shifted to the
+    // 16-bit scale. rgb: width x 3 bytes. Alpha is ignored.
     void convertRow(const uint16_t* frameRow, int width, uint8_t* rgb) const;
 
 private:
