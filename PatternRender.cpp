@@ -2,7 +2,6 @@
 // loop of the writer's kind streamed into it.
 #include "PatternRender.h"
 
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "OutputFormats.h"
+#include "StageTiming.h"
 #include "library/Card.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
@@ -29,6 +29,8 @@
 #include "text/TextMemory.h"
 
 using PatternGen::colorAxes_e;
+using PatternRender::StageTiming::timed;
+using PatternRender::StageTiming::TimedRows;
 
 namespace PatternRender {
 
@@ -73,34 +75,6 @@ void reportFailure(const OutputFormat& format, const std::string& fileName, cons
     }
     if (!out.reason().empty()) std::fprintf(stderr, "%s\n", out.reason().c_str());
 }
-
-using Clock = std::chrono::steady_clock;
-
-// Adds the time `action` takes to *seconds, when the stages are timed.
-template <typename Action>
-auto timed(double* seconds, Action&& action) {
-    if (seconds == nullptr) return action();
-    const Clock::time_point start = Clock::now();
-    const auto result = action();
-    *seconds += std::chrono::duration<double>(Clock::now() - start).count();
-    return result;
-}
-
-// A row source whose rendering time is counted.
-template <typename Kind>
-class TimedRows final : public RowSourceOf<Kind> {
-public:
-    TimedRows(RowSourceOf<Kind>& rows, double* seconds) : rows_(rows), seconds_(seconds) {}
-    int rows() const override { return rows_.rows(); }
-    size_t rowSamples() const override { return rows_.rowSamples(); }
-    void nextRow(uint16_t* row) override {
-        timed(seconds_, [&] { return rows_.nextRow(row), true; });
-    }
-
-private:
-    RowSourceOf<Kind>& rows_;
-    double* seconds_;
-};
 
 // The rows of a video frame after the first that differ from the frame before: a clock burnt into
 // the card moves on, so the rows it crosses are rendered again.

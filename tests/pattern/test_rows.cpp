@@ -15,7 +15,7 @@
 namespace {
 
 // Row y holds y in every sample; rendering row `failAt` throws.
-class CountingRows : public RowSource {
+class CountingRows : public FullFrameRowSource {
 public:
     CountingRows(int rows, int failAt = -1) : rows_(rows), failAt_(failAt) {}
     int rows() const override { return rows_; }

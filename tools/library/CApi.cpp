@@ -123,7 +123,7 @@ void renderRows(pm5544_card* card, const LayoutFormat& format, pm5544::RowSpan s
     const int count = pm5544::planeSizes(format, s.width, s.height, sizes);
     uint8_t* bytes[pm5544::maximumPlanes] = {};
     for (int p = 0; p < count; ++p) bytes[p] = static_cast<uint8_t*>(planes[p]);
-    const std::unique_ptr<RowSource> rows = card->card->frameRows(span);
+    const std::unique_ptr<FullFrameRowSource> rows = card->card->frameRows(span);
     const size_t pixels = static_cast<size_t>(s.width);
     for (int i = 0; i < rows->rows(); ++i) {
         rows->nextRow(card->row.data());

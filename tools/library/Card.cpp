@@ -52,10 +52,10 @@ RowSpan Card::showFrame(int64_t frame) {
     return {first, end - first};
 }
 
-std::unique_ptr<RowSource> Card::frameRows(RowSpan span) {
+std::unique_ptr<FullFrameRowSource> Card::frameRows(RowSpan span) {
     return pattern_.fullFrameRows(settings_.width, settings_.height, span.first, span.first + span.count);
 }
 
-std::unique_ptr<RowSource> Card::frameRows() { return pattern_.fullFrameRows(settings_.width, settings_.height); }
+std::unique_ptr<FullFrameRowSource> Card::frameRows() { return pattern_.fullFrameRows(settings_.width, settings_.height); }
 
 }  // namespace pm5544

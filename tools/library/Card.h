@@ -38,8 +38,8 @@ public:
     // frame shown before. Without a clock every frame is frame 0.
     RowSpan showFrame(int64_t frame);
     // The rows of the full frame in span (all of them when span is empty and whole), not yet rounded.
-    std::unique_ptr<RowSource> frameRows(RowSpan span);
-    std::unique_ptr<RowSource> frameRows();
+    std::unique_ptr<FullFrameRowSource> frameRows(RowSpan span);
+    std::unique_ptr<FullFrameRowSource> frameRows();
 
     // The lower box's text in frame n: the clock moves on with the frames, a caption stays.
     std::string lowerText(int64_t frame) const;

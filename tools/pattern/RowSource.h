@@ -31,5 +31,3 @@ public:
 using FullFrameRowSource = RowSourceOf<RowKind::FullFrame>;
 using LineRepeatRowSource = RowSourceOf<RowKind::LineRepeat>;
 using DeviceRowSource = RowSourceOf<RowKind::Device>;
-// The card's rows, which are full-frame rows.
-using RowSource = FullFrameRowSource;
