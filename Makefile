@@ -1,6 +1,8 @@
 # Two commands for a newcomer: `make run` renders the default card, `make test` runs every test.
 BUILD_PACKAGES := cmake g++ make pkg-config libpng-dev libtiff-dev nlohmann-json3-dev libcairo2-dev \
-                  libpango1.0-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core
+                  libpango1.0-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core \
+                  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools \
+                  gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg man-db groff-base bash-completion
 EXAMPLE_PACKAGES := python3-numpy python3-png ffmpeg
 JOBS           ?= 2
@@ -39,7 +41,7 @@ bench: deps build
 # under $(PREFIX) in $(DESTDIR). The build is configured for the prefix, which picks the library
 # directory (Debian's multiarch one under /usr).
 PREFIX         ?= /usr/local
-INSTALLED      := pm5544 pm5544_docs libpm5544
+INSTALLED      := pm5544 pm5544_docs libpm5544 gstpm5544
 install: deps build
 	cmake -S . -B build -DCMAKE_INSTALL_PREFIX="$(PREFIX)"
 	cmake --build build -j $(JOBS) --target $(INSTALLED)
