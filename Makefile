@@ -1,11 +1,14 @@
 # Two commands for a newcomer: `make run` renders the default card, `make test` runs every test.
 BUILD_PACKAGES := cmake g++ make pkg-config libpng-dev libtiff-dev nlohmann-json3-dev libcairo2-dev \
-                  libpango1.0-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core
+                  libpango1.0-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core \
+                  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools \
+                  gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 TEST_PACKAGES  := libgtest-dev pngcheck libtiff-tools ffmpeg man-db groff-base bash-completion
+EXAMPLE_PACKAGES := python3-numpy python3-png ffmpeg
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png
 
-.PHONY: run test tsan build bench check-arm deps deps-test clean install package
+.PHONY: run test tsan build bench check-arm examples deps deps-test deps-examples clean install package
 
 run: deps build
 	./build/pm5544 $(OUTPUT)
@@ -34,27 +37,41 @@ bench: deps build
 	./build/pm5544_bench_library
 	cmake --build build -j $(JOBS) --target gstpm5544 && ./bench/bench_gstreamer.sh build/gstreamer
 
-# The program, its manual page and its bash completion, under $(PREFIX) in $(DESTDIR).
+# The program, its manual page and its bash completion, the library libpm5544, its header and pm5544.pc,
+# under $(PREFIX) in $(DESTDIR). The build is configured for the prefix, which picks the library
+# directory (Debian's multiarch one under /usr).
 PREFIX         ?= /usr/local
+INSTALLED      := pm5544 pm5544_docs libpm5544 gstpm5544
 install: deps build
-	cmake --build build -j $(JOBS) --target pm5544 pm5544_docs
-	DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)"
+	cmake -S . -B build -DCMAKE_INSTALL_PREFIX="$(PREFIX)"
+	cmake --build build -j $(JOBS) --target $(INSTALLED)
+	DESTDIR="$(DESTDIR)" cmake --install build
 
-# A Debian package in build/, its Depends worked out by dpkg-shlibdeps.
+# Debian packages in build/: pm5544, libpm5544-1 and libpm5544-dev, their Depends worked out by dpkg-shlibdeps.
 package: deps build
 	@./scripts/install-packages.sh dpkg-dev
-	cmake --build build -j $(JOBS) --target pm5544 pm5544_docs
+	cmake -S . -B build -DCMAKE_INSTALL_PREFIX=/usr
+	cmake --build build -j $(JOBS) --target $(INSTALLED)
 	cd build && cpack -G DEB
 
 # The program and the tests cross-built for 32-bit ARM hard-float in build/armhf, the suite run under qemu-arm.
 check-arm:
 	JOBS=$(JOBS) ./scripts/check-arm.sh
 
+# The library's examples (examples/) built and run against an install of it staged in build/stage,
+# their frames checked against the program's files.
+examples: deps-examples build
+	cmake --build build -j $(JOBS) --target libpm5544
+	./scripts/check-examples.sh build
+
 deps:
 	@./scripts/install-packages.sh $(BUILD_PACKAGES)
 
 deps-test:
 	@./scripts/install-packages.sh $(BUILD_PACKAGES) $(TEST_PACKAGES)
+
+deps-examples:
+	@./scripts/install-packages.sh $(BUILD_PACKAGES) $(EXAMPLE_PACKAGES)
 
 clean:
 	rm -rf build

@@ -1,6 +1,7 @@
 // The command line as a user meets it, through the built program: messages, streams, statuses and the
 // files left; help and version, standard output as the file, rounding to the output depth, and the
 // installed manual page and completion.
+#include <algorithm>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -361,15 +362,34 @@ TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
         EXPECT_TRUE(contains(page, "\n       " + std::string(row.name) + " ")) << row.name;
 }
 
-// What an installation puts where, and that the installed program runs.
-TEST_F(Program, InstallationPutsTheProgramManualAndCompletionInPlace) {
+// What an installation puts where (the library's SONAME links included), that pm5544.pc names the prefix
+// given at install time rather than the configured one, and that the installed program runs.
+TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     const std::string root = dir.path("root");
     const std::string log = commandOutput(
         "DESTDIR='" + root + "' cmake --install '" PM5544_BINARY_DIR "' --prefix /usr 2>&1 && echo installed");
     ASSERT_TRUE(contains(log, "installed\n")) << log;
-    EXPECT_EQ(commandOutput("cd '" + root + "' && find . -type f | sort"),
-              "./usr/bin/pm5544\n./usr/share/bash-completion/completions/pm5544\n"
-              "./usr/share/man/man1/pm5544.1.gz\n");
+    const std::string libdir = "./usr/" PM5544_INSTALL_LIBDIR "/";
+    std::vector<std::string> files = {"./usr/bin/pm5544",
+                                      "./usr/include/pm5544/pm5544.h",
+                                      "./usr/include/pm5544/pm5544.hpp",
+                                      libdir + "libpm5544.so",
+                                      libdir + "libpm5544.so.1",
+                                      libdir + "libpm5544.so.1.0.0",
+                                      libdir + "pkgconfig/pm5544.pc",
+                                      "./usr/share/bash-completion/completions/pm5544",
+                                      "./usr/share/man/man1/pm5544.1.gz"};
+#ifdef PM5544_GST_PLUGINS_DIR
+    files.push_back("." PM5544_GST_PLUGINS_DIR "/libgstpm5544.so");  // GStreamer's own directory
+#endif
+    std::sort(files.begin(), files.end());
+    std::string listed;
+    for (const std::string& file : files) listed += file + "\n";
+    EXPECT_EQ(commandOutput("cd '" + root + "' && find . ! -type d | LC_ALL=C sort"), listed);
+    EXPECT_EQ(commandOutput("cd '" + root + "/" + libdir + "' && readlink libpm5544.so libpm5544.so.1"),
+              "libpm5544.so.1\nlibpm5544.so.1.0.0\n");
+    EXPECT_EQ(commandOutput("head -n 3 '" + root + "/" + libdir + "pkgconfig/pm5544.pc'"),
+              "prefix=/usr\nlibdir=${prefix}/" PM5544_INSTALL_LIBDIR "\nincludedir=${prefix}/include\n");
     EXPECT_EQ(commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
 }
 

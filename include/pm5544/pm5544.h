@@ -38,6 +38,8 @@ extern "C" {
 
 /* The library's version, as numbers and as "MAJOR.MINOR.PATCH". */
 #define PM5544_VERSION_MAJOR 1
+#define PM5544_VERSION_MINOR 0
+#define PM5544_VERSION_PATCH 0
 PM5544_API const char* pm5544_version(void);
 
 typedef enum pm5544_status {
@@ -78,8 +80,10 @@ typedef enum pm5544_encoding {
 
 /* Whether the encoding is Y'CbCr (1) or R'G'B' (0); -1 for a value that is no encoding. */
 PM5544_API int pm5544_encoding_is_ycbcr(pm5544_encoding encoding);
-/* The -c name of an encoding; NULL for a value that is no encoding. */
+/* The -c name of an encoding, and its one-line description as --help gives it; NULL for a value that
+ * is no encoding. */
 PM5544_API const char* pm5544_encoding_name(pm5544_encoding encoding);
+PM5544_API const char* pm5544_encoding_description(pm5544_encoding encoding);
 
 /* How an encoding's codes are to be tagged downstream. */
 typedef enum pm5544_matrix {

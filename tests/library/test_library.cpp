@@ -367,5 +367,8 @@ TEST(LibraryWrapper, ThrowsTheHandlesMessageAndForwardsLines) {
         EXPECT_STREQ("Size 32x32 is outside 64x64 to 16384x16384 (-d)", error.what());
     }
     card.raster(64, 64).prepare();
+    EXPECT_EQ(std::to_string(PM5544_VERSION_MAJOR) + "." + std::to_string(PM5544_VERSION_MINOR) + "." +
+                  std::to_string(PM5544_VERSION_PATCH),
+              pm5544_version());
     EXPECT_EQ("Width x Height: 64x64\nAspect: 16:9\nPixel aspect: 1:0.562\n", lines);
 }

@@ -160,6 +160,12 @@ const char* pm5544_encoding_name(pm5544_encoding encoding) {
     return pm5544::colourWordOf(static_cast<PatternGen::colorAxes_e>(encoding));
 }
 
+const char* pm5544_encoding_description(pm5544_encoding encoding) {
+    for (const pm5544::ColourWord& row : pm5544::colourWordTable)
+        if (int(row.axes) == int(encoding)) return row.meaning;
+    return nullptr;
+}
+
 pm5544_status pm5544_encoding_colorimetry(pm5544_encoding encoding, pm5544_colorimetry* colorimetry) {
     const int axes = encoding;
     if (axes < 0 || axes >= PatternGen::colourAxesCount || colorimetry == nullptr) return PM5544_ERROR_ARGUMENT;
