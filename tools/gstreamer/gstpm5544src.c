@@ -587,7 +587,7 @@ static void gst_pm5544_src_set_property(GObject* object, guint id, const GValue*
         case PROP_TIMESTAMP_OFFSET: src->timestamp_offset = g_value_get_int64(value); break;
         default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec); break;
     }
-    src->settings_changed = src->card != NULL && id != PROP_TIMESTAMP_OFFSET;
+    if (src->card != NULL && id != PROP_TIMESTAMP_OFFSET) src->settings_changed = TRUE;
     GST_OBJECT_UNLOCK(src);
     /* Another encoding may need other caps. */
     if (id == PROP_ENCODING) gst_pad_mark_reconfigure(GST_BASE_SRC_PAD(src));
