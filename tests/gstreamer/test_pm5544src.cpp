@@ -809,4 +809,45 @@ TEST(Pm5544Src, RefusesBadTimecodesWithTheLibrarysReason) {
     }
 }
 
+// A live source paced by a test clock renders one frame ahead: a property set now shows from the frame
+// after the one already waiting, and another encoding renegotiates the caps' colorimetry.
+TEST(Pm5544Src, PropertyChangesShowInTheFollowingFrames) {
+    Harness h(gst_harness_new_parse("pm5544src is-live=true caption=One"));
+    gst_harness_use_testclock(h.get());
+    gst_harness_set_sink_caps_str(h.get(), ("video/x-raw,format=I420,width=" + std::to_string(kWidth) + ",height=" +
+                                            std::to_string(kHeight) + ",framerate=25/1")
+                                               .c_str());
+    gst_harness_play(h.get());
+    auto nextFrame = [&] {
+        EXPECT_TRUE(gst_harness_wait_for_clock_id_waits(h.get(), 1, 10));
+        EXPECT_TRUE(gst_harness_crank_single_clock_wait(h.get()));
+        Buffer buffer(gst_harness_pull(h.get()));
+        return buffer ? packedFrame(negotiatedInfo(h.get()), buffer.get(), PM5544_LAYOUT_I420_8) : Bytes();
+    };
+    const int divisor = std::gcd(kWidth, kHeight);
+    auto card = [&](const char* encoding, const char* caption) {
+        auto made = std::make_unique<pm5544::TestCard>();
+        made->raster(kWidth, kHeight).aspect(kWidth / divisor, kHeight / divisor).encoding(encoding);
+        made->layout(PM5544_LAYOUT_I420_8).caption(caption);
+        return libraryFrame(*made, 0, PM5544_LAYOUT_I420_8, kWidth, kHeight);
+    };
+
+    Element src(gst_harness_find_element(h.get(), "pm5544src"));
+    EXPECT_EQ(card("709", "One"), nextFrame());
+    g_object_set(src.get(), "caption", "Two", nullptr);
+    nextFrame();  // rendered before the change, waiting for its time
+    EXPECT_EQ(card("709", "Two"), nextFrame());
+
+    // A later property that needs no new card does not undo the change before it.
+    g_object_set(src.get(), "caption", "Three", "timestamp-offset", gint64(0), nullptr);
+    nextFrame();
+    EXPECT_EQ(card("709", "Three"), nextFrame());
+
+    gst_util_set_object_arg(G_OBJECT(src.get()), "encoding", "PQ");
+    nextFrame();
+    EXPECT_EQ(card("PQ", "Three"), nextFrame());
+    Caps caps(gst_pad_get_current_caps(h->sinkpad));
+    EXPECT_EQ("bt2100-pq", text(gst_caps_get_structure(caps.get(), 0), "colorimetry"));
+}
+
 }  // namespace
