@@ -244,6 +244,14 @@ static GstVideoTimeCode* first_timecode_of(const gchar* timecode, const GstVideo
     return gst_video_time_code_new((guint)info->fps_n, (guint)info->fps_d, NULL, flags, h, m, s, f, 0);
 }
 
+/* Whether GstVideoTimeCode can count at the code's rate: whole rates or the 1001 rates it names (it
+ * refuses others), and no more frames an hour than a gint holds (its arithmetic overflows past that). */
+static gboolean timecode_countable(const GstVideoTimeCode* tc) {
+    if (!gst_video_time_code_is_valid(tc)) return FALSE;
+    const guint64 nominal = ((guint64)tc->config.fps_n + tc->config.fps_d / 2) / tc->config.fps_d;
+    return nominal * 3600 <= G_MAXINT;
+}
+
 /* Builds the card for the negotiated format and the properties; FALSE after posting why not. */
 static gboolean configure_card(GstPm5544Src* src) {
     const GstVideoInfo* info = &src->info;
@@ -273,6 +281,11 @@ static gboolean configure_card(GstPm5544Src* src) {
                                         MIN(g_date_time_get_second(now), 59));
     if (status == PM5544_OK) status = pm5544_set_font(card, src->font);
     GstVideoTimeCode* first = first_timecode_of(src->timecode, info, now);
+    if (!timecode_countable(first)) {
+        GST_INFO_OBJECT(src, "no time code meta at %d/%d frames a second", info->fps_n, info->fps_d);
+        gst_video_time_code_free(first);
+        first = NULL;
+    }
     src->settings_changed = FALSE;
     GST_OBJECT_UNLOCK(src);
     g_date_time_unref(now);
@@ -281,7 +294,7 @@ static gboolean configure_card(GstPm5544Src* src) {
     if (status != PM5544_OK) {
         GST_ELEMENT_ERROR(src, CORE, NEGOTIATION, ("%s", pm5544_last_error(card)), (NULL));
         pm5544_card_free(card);
-        gst_video_time_code_free(first);
+        if (first != NULL) gst_video_time_code_free(first);
         return FALSE;
     }
     if (src->card != NULL) pm5544_card_free(src->card);
@@ -434,6 +447,7 @@ static gboolean render_into(GstPm5544Src* src, GstBuffer* buffer, gint64 n) {
 }
 
 static void add_timecode_meta(GstPm5544Src* src, GstBuffer* buffer, gint64 n) {
+    if (src->first_timecode == NULL) return;
     GstVideoTimeCode* tc = gst_video_time_code_copy(src->first_timecode);
     gst_video_time_code_add_frames(tc, n);
     gst_buffer_add_video_time_code_meta(buffer, tc);
