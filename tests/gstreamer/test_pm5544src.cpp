@@ -490,12 +490,14 @@ GstClockTime frameTime(uint64_t n, int rate_n, int rate_d) {
 struct Stamp {
     GstClockTime pts, duration;
     uint64_t offset;
+    bool timecode;
 };
 
 GstPadProbeReturn recordStamp(GstPad*, GstPadProbeInfo* info, gpointer stamps) {
     const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
     static_cast<std::vector<Stamp>*>(stamps)->push_back(
-        {GST_BUFFER_PTS(buffer), GST_BUFFER_DURATION(buffer), GST_BUFFER_OFFSET(buffer)});
+        {GST_BUFFER_PTS(buffer), GST_BUFFER_DURATION(buffer), GST_BUFFER_OFFSET(buffer),
+         gst_buffer_get_video_time_code_meta(const_cast<GstBuffer*>(buffer)) != nullptr});
     return GST_PAD_PROBE_OK;
 }
 
@@ -636,6 +638,43 @@ TEST(Pm5544Src, TimeCodeMetaStartsFromTheTimeOfDay) {
     const int metaSeconds = int(meta->tc.hours * 3600 + meta->tc.minutes * 60 + meta->tc.seconds);
     const int apart = std::abs(metaSeconds - nowSeconds);
     EXPECT_LE(std::min(apart, 86400 - apart), 60) << timecodeOf(buffer.get());
+}
+
+// Counts the critical warnings GLib logs meanwhile (a g_return_if_fail that failed).
+class CriticalCount {
+public:
+    CriticalCount() : previous_(g_log_set_default_handler(count, &count_)) {}
+    ~CriticalCount() { g_log_set_default_handler(previous_, nullptr); }
+    int operator()() const { return count_; }
+
+private:
+    static void count(const gchar*, GLogLevelFlags level, const gchar* message, gpointer counter) {
+        if (level & G_LOG_LEVEL_CRITICAL) ++*static_cast<int*>(counter), ADD_FAILURE() << message;
+    }
+    int count_ = 0;
+    GLogFunc previous_;
+};
+
+// Frame rates a time code cannot count (not whole, not one of the 1001 rates, or more frames an hour
+// than it holds) still stream; their buffers carry no time code.
+TEST(Pm5544Src, AnyFrameRateStreams) {
+    for (const char* rate : {"25000/1001", "1/2", "7/3", "1000000/1"}) {
+        SCOPED_TRACE(rate);
+        CriticalCount criticals;
+        Pipeline pipeline(
+            std::string("pm5544src name=src num-buffers=3 clock=true timecode=10:00:00:00 ! video/x-raw,format=I420,"
+                        "width=64,height=64,framerate=") +
+            rate + " ! fakesink name=sink");
+        std::vector<Stamp> stamps;
+        GstPad* pad = gst_element_get_static_pad(pipeline.byName("src").get(), "src");
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, recordStamp, &stamps, nullptr);
+        gst_object_unref(pad);
+        const Ending ending = pipeline.playToEnd();
+        EXPECT_FALSE(ending.error) << ending.message;
+        EXPECT_EQ(0, criticals());
+        ASSERT_EQ(3u, stamps.size());
+        for (const Stamp& stamp : stamps) EXPECT_FALSE(stamp.timecode);
+    }
 }
 
 // A seek lands on the first frame at or after its position: its timestamp, its time code, its picture.
