@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 #include <new>
+#include <utility>
 
 #include "philips-PM5544-rows.h"
 
@@ -80,8 +80,9 @@ void PhilipsPm5544Spec::loadFont() {
     if (!fonts.empty()) return;
     const std::string family = fontFamily.empty() ? defaultFontFamily : fontFamily;
     if (defineFont(family.c_str()) != TTFont::Loaded) {
-        report(messages, MessageKind::Warning, "Warning: Font \"%s\" could not be loaded; the text is drawn in the default sans-serif\n",
-                     family.c_str());
+        report(messages, MessageKind::Warning,
+               "Warning: Font \"%s\" could not be loaded; the text is drawn in the default sans-serif\n",
+               family.c_str());
     }
 }
 
@@ -147,7 +148,7 @@ PhilipsPm5544Spec::TextBox::TextBox(const TextArea& area, const Pixel& black, co
 }
 
 std::pair<int, int> PhilipsPm5544Spec::TextBox::draw(PatternSpec& pattern, const std::string& text,
-                                                      double pixelAspect) {
+                                                     double pixelAspect) {
     // The text before is kept to find the rows the new one changes; the two rasters take turns.
     std::swap(coverage, previous);
     TextFit fit;

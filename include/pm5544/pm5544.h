@@ -44,34 +44,34 @@ PM5544_API const char* pm5544_version(void);
 
 typedef enum pm5544_status {
     PM5544_OK = 0,
-    PM5544_ERROR_ARGUMENT = -1,  /* a null pointer, an unknown value, a short stride, a misaligned plane */
-    PM5544_ERROR_SETTINGS = -2,  /* settings the card cannot have, or a layout they do not allow */
-    PM5544_ERROR_MEMORY = -3,    /* not enough memory */
-    PM5544_ERROR_FAILED = -4     /* anything else; the message says what */
+    PM5544_ERROR_ARGUMENT = -1, /* a null pointer, an unknown value, a short stride, a misaligned plane */
+    PM5544_ERROR_SETTINGS = -2, /* settings the card cannot have, or a layout they do not allow */
+    PM5544_ERROR_MEMORY = -3,   /* not enough memory */
+    PM5544_ERROR_FAILED = -4    /* anything else; the message says what */
 } pm5544_status;
 
 /* The colour encodings, as the command line's -c names them (pm5544_set_encoding_name takes the names). */
 typedef enum pm5544_encoding {
-    PM5544_ENCODING_RGB = 0,                   /* "RGB": R'G'B', full range */
-    PM5544_ENCODING_RGB_HEADROOM = 1,          /* "RGB-headroom": R'G'B', studio range */
-    PM5544_ENCODING_601 = 2,                   /* "601": Y'CbCr, BT.601 */
-    PM5544_ENCODING_709 = 3,                   /* "709": Y'CbCr, BT.709 */
-    PM5544_ENCODING_PQ = 4,                    /* "PQ": Y'CbCr, BT.2020, PQ */
-    PM5544_ENCODING_PQ_MAPPED = 5,             /* "PQ-Mapped" */
-    PM5544_ENCODING_HLG = 6,                   /* "HLG": Y'CbCr, BT.2020, HLG */
-    PM5544_ENCODING_HLG_MAPPED = 7,            /* "HLG-Mapped" */
-    PM5544_ENCODING_2020 = 8,                  /* "2020": Y'CbCr, BT.2020, standard dynamic range */
-    PM5544_ENCODING_SLOG3 = 9,                 /* "S-Log3": Y'CbCr, BT.2020, S-Log3 */
-    PM5544_ENCODING_SLOG3_MAPPED = 10,         /* "S-Log3-Mapped" */
-    PM5544_ENCODING_SLOG3_LIVE = 11,           /* "S-Log3-Live" */
-    PM5544_ENCODING_SLOG3_LIVE_MAPPED = 12,    /* "S-Log3-Live-Mapped" */
-    PM5544_ENCODING_RGB_PQ = 13,               /* "RGB-PQ": R'G'B', studio range, PQ */
-    PM5544_ENCODING_RGB_HLG = 14,              /* "RGB-HLG" */
-    PM5544_ENCODING_RGB_SLOG3 = 15,            /* "RGB-S-Log3" */
-    PM5544_ENCODING_RGB_SLOG3_LIVE = 16,       /* "RGB-S-Log3-Live" */
-    PM5544_ENCODING_RGB_PQ_MAPPED = 17,        /* "RGB-PQ-Mapped" */
-    PM5544_ENCODING_RGB_HLG_MAPPED = 18,       /* "RGB-HLG-Mapped" */
-    PM5544_ENCODING_RGB_SLOG3_MAPPED = 19,     /* "RGB-S-Log3-Mapped" */
+    PM5544_ENCODING_RGB = 0,                    /* "RGB": R'G'B', full range */
+    PM5544_ENCODING_RGB_HEADROOM = 1,           /* "RGB-headroom": R'G'B', studio range */
+    PM5544_ENCODING_601 = 2,                    /* "601": Y'CbCr, BT.601 */
+    PM5544_ENCODING_709 = 3,                    /* "709": Y'CbCr, BT.709 */
+    PM5544_ENCODING_PQ = 4,                     /* "PQ": Y'CbCr, BT.2020, PQ */
+    PM5544_ENCODING_PQ_MAPPED = 5,              /* "PQ-Mapped" */
+    PM5544_ENCODING_HLG = 6,                    /* "HLG": Y'CbCr, BT.2020, HLG */
+    PM5544_ENCODING_HLG_MAPPED = 7,             /* "HLG-Mapped" */
+    PM5544_ENCODING_2020 = 8,                   /* "2020": Y'CbCr, BT.2020, standard dynamic range */
+    PM5544_ENCODING_SLOG3 = 9,                  /* "S-Log3": Y'CbCr, BT.2020, S-Log3 */
+    PM5544_ENCODING_SLOG3_MAPPED = 10,          /* "S-Log3-Mapped" */
+    PM5544_ENCODING_SLOG3_LIVE = 11,            /* "S-Log3-Live" */
+    PM5544_ENCODING_SLOG3_LIVE_MAPPED = 12,     /* "S-Log3-Live-Mapped" */
+    PM5544_ENCODING_RGB_PQ = 13,                /* "RGB-PQ": R'G'B', studio range, PQ */
+    PM5544_ENCODING_RGB_HLG = 14,               /* "RGB-HLG" */
+    PM5544_ENCODING_RGB_SLOG3 = 15,             /* "RGB-S-Log3" */
+    PM5544_ENCODING_RGB_SLOG3_LIVE = 16,        /* "RGB-S-Log3-Live" */
+    PM5544_ENCODING_RGB_PQ_MAPPED = 17,         /* "RGB-PQ-Mapped" */
+    PM5544_ENCODING_RGB_HLG_MAPPED = 18,        /* "RGB-HLG-Mapped" */
+    PM5544_ENCODING_RGB_SLOG3_MAPPED = 19,      /* "RGB-S-Log3-Mapped" */
     PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED = 20, /* "RGB-S-Log3-Live-Mapped" */
     /* Not encodings: they make the type hold any int a caller may pass, which is then refused. */
     PM5544_ENCODING_INT_MIN_ = -2147483647 - 1,
@@ -201,17 +201,16 @@ typedef enum pm5544_message_kind {
 /* Called on the calling thread with one line at a time, ending in '\n'. NULL: messages are dropped
  * (the default). */
 typedef void (*pm5544_message_fn)(void* user_data, pm5544_message_kind kind, const char* line);
-PM5544_API pm5544_status pm5544_set_message_callback(pm5544_card* card, pm5544_message_fn callback,
-                                                     void* user_data);
+PM5544_API pm5544_status pm5544_set_message_callback(pm5544_card* card, pm5544_message_fn callback, void* user_data);
 
 /* Settings. Each is checked when the card is next prepared (explicitly or by the first render after a
  * change), which refuses settings the card cannot have with the command line's reason. */
-PM5544_API pm5544_status pm5544_set_raster(pm5544_card* card, int width, int height);           /* -d */
-PM5544_API pm5544_status pm5544_set_aspect(pm5544_card* card, int numerator, int denominator);  /* -a, display */
-PM5544_API pm5544_status pm5544_set_encoding(pm5544_card* card, pm5544_encoding encoding);       /* -c */
-PM5544_API pm5544_status pm5544_set_encoding_name(pm5544_card* card, const char* name);          /* -c word */
-PM5544_API pm5544_status pm5544_set_bits(pm5544_card* card, int bits);                           /* -b, 8 to 16 */
-PM5544_API pm5544_status pm5544_set_sampling(pm5544_card* card, int sampling);                   /* -s 444/422/420 */
+PM5544_API pm5544_status pm5544_set_raster(pm5544_card* card, int width, int height);          /* -d */
+PM5544_API pm5544_status pm5544_set_aspect(pm5544_card* card, int numerator, int denominator); /* -a, display */
+PM5544_API pm5544_status pm5544_set_encoding(pm5544_card* card, pm5544_encoding encoding);     /* -c */
+PM5544_API pm5544_status pm5544_set_encoding_name(pm5544_card* card, const char* name);        /* -c word */
+PM5544_API pm5544_status pm5544_set_bits(pm5544_card* card, int bits);                         /* -b, 8 to 16 */
+PM5544_API pm5544_status pm5544_set_sampling(pm5544_card* card, int sampling);                 /* -s 444/422/420 */
 /* The bit depth and sampling a layout fixes (FRAME16 changes nothing). */
 PM5544_API pm5544_status pm5544_use_layout(pm5544_card* card, pm5544_layout layout);
 PM5544_API pm5544_status pm5544_set_edge_taper(pm5544_card* card, int enabled);   /* -e turns it off */

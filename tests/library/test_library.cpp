@@ -291,18 +291,25 @@ TEST_F(Library, RefusesWhatItCannotDoWithAReason) {
     Frame frame(PM5544_LAYOUT_V210, 128, 96);
     std::vector<void*> planes = frame.pointers();
     std::vector<size_t> strides = frame.strides;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(nullptr, 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
+              pm5544_render_frame(nullptr, 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
     EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, nullptr, strides.data()));
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), -1, PM5544_LAYOUT_V210, planes.data(), strides.data()));
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, pm5544_layout(99), planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
+              pm5544_render_frame(card.get(), -1, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
+              pm5544_render_frame(card.get(), 0, pm5544_layout(99), planes.data(), strides.data()));
     strides[0] -= 4;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
+              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
     EXPECT_NE(nullptr, std::strstr(pm5544_last_error(card.get()), "shorter than a row"));
     strides[0] += 2;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
+              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
     strides = frame.strides;
-    EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_RGBA16, planes.data(), strides.data()));
-    EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_UYVY, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS,
+              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_RGBA16, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS,
+              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_UYVY, planes.data(), strides.data()));
     EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_set_encoding_name(card.get(), "Rec709"));
     EXPECT_EQ(PM5544_OK, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
     EXPECT_STREQ("", pm5544_last_error(card.get()));

@@ -104,21 +104,41 @@ static GstVideoColorimetry colorimetry_of(pm5544_encoding encoding, int bits) {
     pm5544_encoding_colorimetry(encoding, &c);
     g.range = c.full_range ? GST_VIDEO_COLOR_RANGE_0_255 : GST_VIDEO_COLOR_RANGE_16_235;
     switch (c.matrix) {
-        case PM5544_MATRIX_RGB: g.matrix = GST_VIDEO_COLOR_MATRIX_RGB; break;
-        case PM5544_MATRIX_BT601: g.matrix = GST_VIDEO_COLOR_MATRIX_BT601; break;
-        case PM5544_MATRIX_BT709: g.matrix = GST_VIDEO_COLOR_MATRIX_BT709; break;
-        default: g.matrix = GST_VIDEO_COLOR_MATRIX_BT2020; break;
+        case PM5544_MATRIX_RGB:
+            g.matrix = GST_VIDEO_COLOR_MATRIX_RGB;
+            break;
+        case PM5544_MATRIX_BT601:
+            g.matrix = GST_VIDEO_COLOR_MATRIX_BT601;
+            break;
+        case PM5544_MATRIX_BT709:
+            g.matrix = GST_VIDEO_COLOR_MATRIX_BT709;
+            break;
+        default:
+            g.matrix = GST_VIDEO_COLOR_MATRIX_BT2020;
+            break;
     }
     switch (c.primaries) {
-        case PM5544_PRIMARIES_BT601: g.primaries = GST_VIDEO_COLOR_PRIMARIES_SMPTE170M; break;
-        case PM5544_PRIMARIES_BT709: g.primaries = GST_VIDEO_COLOR_PRIMARIES_BT709; break;
-        default: g.primaries = GST_VIDEO_COLOR_PRIMARIES_BT2020; break;
+        case PM5544_PRIMARIES_BT601:
+            g.primaries = GST_VIDEO_COLOR_PRIMARIES_SMPTE170M;
+            break;
+        case PM5544_PRIMARIES_BT709:
+            g.primaries = GST_VIDEO_COLOR_PRIMARIES_BT709;
+            break;
+        default:
+            g.primaries = GST_VIDEO_COLOR_PRIMARIES_BT2020;
+            break;
     }
     switch (c.transfer) {
-        case PM5544_TRANSFER_PQ: g.transfer = GST_VIDEO_TRANSFER_SMPTE2084; break;
-        case PM5544_TRANSFER_HLG: g.transfer = GST_VIDEO_TRANSFER_ARIB_STD_B67; break;
+        case PM5544_TRANSFER_PQ:
+            g.transfer = GST_VIDEO_TRANSFER_SMPTE2084;
+            break;
+        case PM5544_TRANSFER_HLG:
+            g.transfer = GST_VIDEO_TRANSFER_ARIB_STD_B67;
+            break;
         /* GStreamer names no S-Log3 transfer: the stream says "unknown" rather than a wrong curve. */
-        case PM5544_TRANSFER_SLOG3: g.transfer = GST_VIDEO_TRANSFER_UNKNOWN; break;
+        case PM5544_TRANSFER_SLOG3:
+            g.transfer = GST_VIDEO_TRANSFER_UNKNOWN;
+            break;
         default:
             /* One SDR curve, which GStreamer names after each standard. */
             if (c.primaries == PM5544_PRIMARIES_BT2020)
@@ -544,39 +564,45 @@ static GType encoding_type(void) {
     static gsize type = 0;
     static GEnumValue values[PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED + 2];
     if (g_once_init_enter(&type)) {
-        static const gchar* const descriptions[] = {
-            "R'G'B', full range",
-            "R'G'B', studio range",
-            "Y'CbCr, BT.601",
-            "Y'CbCr, BT.709",
-            "Y'CbCr, BT.2020, PQ",
-            "Y'CbCr, BT.2020, PQ, BT.709 colours mapped",
-            "Y'CbCr, BT.2020, HLG",
-            "Y'CbCr, BT.2020, HLG, BT.709 colours mapped",
-            "Y'CbCr, BT.2020, standard dynamic range",
-            "Y'CbCr, BT.2020, S-Log3",
-            "Y'CbCr, BT.2020, S-Log3, BT.709 colours mapped",
-            "Y'CbCr, BT.2020, S-Log3 after its inverse OOTF (live)",
-            "Y'CbCr, BT.2020, S-Log3 live, BT.709 colours mapped",
-            "R'G'B', studio range, PQ",
-            "R'G'B', studio range, HLG",
-            "R'G'B', studio range, S-Log3",
-            "R'G'B', studio range, S-Log3 live",
-            "R'G'B', studio range, PQ, BT.709 colours mapped",
-            "R'G'B', studio range, HLG, BT.709 colours mapped",
-            "R'G'B', studio range, S-Log3, BT.709 colours mapped",
-            "R'G'B', studio range, S-Log3 live, BT.709 colours mapped",
-        };
-        G_STATIC_ASSERT(G_N_ELEMENTS(descriptions) == PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED + 1);
         for (int e = 0; e <= PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED; ++e) {
             values[e].value = e;
-            values[e].value_name = descriptions[e];
+            values[e].value_name = pm5544_encoding_description((pm5544_encoding)e);
             values[e].value_nick = pm5544_encoding_name((pm5544_encoding)e);
         }
         g_once_init_leave(&type, g_enum_register_static("GstPm5544Encoding", values));
     }
     return (GType)type;
 }
+
+typedef struct {
+    guint id;
+    const gchar* name;
+    const gchar* nick;
+    const gchar* blurb;
+} StringProperty;
+
+static const StringProperty string_properties[] = {
+    {PROP_IDENT, "ident", "Ident", "Station identification in the box at the top of the circle"},
+    {PROP_CAPTION, "caption", "Caption", "Text in the black bar below the grey scale (unless clock)"},
+    {PROP_TIMECODE, "timecode", "Timecode",
+     "The first frame's timecode, HH:MM:SS:FF, or HH:MM:SS;FF counted drop-frame"},
+    {PROP_FONT, "font", "Font", "Fontconfig name of the text's font (default DejaVu Sans)"},
+};
+
+typedef struct {
+    guint id;
+    const gchar* name;
+    const gchar* nick;
+    const gchar* blurb;
+    gboolean default_value;
+} BooleanProperty;
+
+static const BooleanProperty boolean_properties[] = {
+    {PROP_CLOCK, "clock", "Clock", "A clock in the bar below the grey scale: the timecode if set, else the time of day",
+     FALSE},
+    {PROP_EDGE_TAPER, "edge-taper", "Edge taper", "Taper the two outermost columns towards black", TRUE},
+    {PROP_IS_LIVE, "is-live", "Is live", "Act as a live source, paced by the pipeline clock", FALSE},
+};
 
 static void replace_string(gchar** field, const GValue* value) {
     g_free(*field);
@@ -591,15 +617,33 @@ static void gst_pm5544_src_set_property(GObject* object, guint id, const GValue*
     }
     GST_OBJECT_LOCK(src);
     switch (id) {
-        case PROP_ENCODING: src->encoding = (pm5544_encoding)g_value_get_enum(value); break;
-        case PROP_IDENT: replace_string(&src->ident, value); break;
-        case PROP_CAPTION: replace_string(&src->caption, value); break;
-        case PROP_CLOCK: src->clock = g_value_get_boolean(value); break;
-        case PROP_TIMECODE: replace_string(&src->timecode, value); break;
-        case PROP_FONT: replace_string(&src->font, value); break;
-        case PROP_EDGE_TAPER: src->edge_taper = g_value_get_boolean(value); break;
-        case PROP_TIMESTAMP_OFFSET: src->timestamp_offset = g_value_get_int64(value); break;
-        default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec); break;
+        case PROP_ENCODING:
+            src->encoding = (pm5544_encoding)g_value_get_enum(value);
+            break;
+        case PROP_IDENT:
+            replace_string(&src->ident, value);
+            break;
+        case PROP_CAPTION:
+            replace_string(&src->caption, value);
+            break;
+        case PROP_CLOCK:
+            src->clock = g_value_get_boolean(value);
+            break;
+        case PROP_TIMECODE:
+            replace_string(&src->timecode, value);
+            break;
+        case PROP_FONT:
+            replace_string(&src->font, value);
+            break;
+        case PROP_EDGE_TAPER:
+            src->edge_taper = g_value_get_boolean(value);
+            break;
+        case PROP_TIMESTAMP_OFFSET:
+            src->timestamp_offset = g_value_get_int64(value);
+            break;
+        default:
+            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+            break;
     }
     if (src->card != NULL && id != PROP_TIMESTAMP_OFFSET) src->settings_changed = TRUE;
     GST_OBJECT_UNLOCK(src);
@@ -615,15 +659,33 @@ static void gst_pm5544_src_get_property(GObject* object, guint id, GValue* value
     }
     GST_OBJECT_LOCK(src);
     switch (id) {
-        case PROP_ENCODING: g_value_set_enum(value, src->encoding); break;
-        case PROP_IDENT: g_value_set_string(value, src->ident); break;
-        case PROP_CAPTION: g_value_set_string(value, src->caption); break;
-        case PROP_CLOCK: g_value_set_boolean(value, src->clock); break;
-        case PROP_TIMECODE: g_value_set_string(value, src->timecode); break;
-        case PROP_FONT: g_value_set_string(value, src->font); break;
-        case PROP_EDGE_TAPER: g_value_set_boolean(value, src->edge_taper); break;
-        case PROP_TIMESTAMP_OFFSET: g_value_set_int64(value, src->timestamp_offset); break;
-        default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec); break;
+        case PROP_ENCODING:
+            g_value_set_enum(value, src->encoding);
+            break;
+        case PROP_IDENT:
+            g_value_set_string(value, src->ident);
+            break;
+        case PROP_CAPTION:
+            g_value_set_string(value, src->caption);
+            break;
+        case PROP_CLOCK:
+            g_value_set_boolean(value, src->clock);
+            break;
+        case PROP_TIMECODE:
+            g_value_set_string(value, src->timecode);
+            break;
+        case PROP_FONT:
+            g_value_set_string(value, src->font);
+            break;
+        case PROP_EDGE_TAPER:
+            g_value_set_boolean(value, src->edge_taper);
+            break;
+        case PROP_TIMESTAMP_OFFSET:
+            g_value_set_int64(value, src->timestamp_offset);
+            break;
+        default:
+            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+            break;
     }
     GST_OBJECT_UNLOCK(src);
 }
@@ -653,43 +715,23 @@ static void gst_pm5544_src_class_init(GstPm5544SrcClass* klass) {
         object_class, PROP_ENCODING,
         g_param_spec_enum("encoding", "Encoding", "Colour encoding, by the names pm5544 -c takes", encoding_type(),
                           DEFAULT_ENCODING, flags));
-    g_object_class_install_property(
-        object_class, PROP_IDENT,
-        g_param_spec_string("ident", "Ident", "Station identification in the box at the top of the circle", NULL,
-                            flags));
-    g_object_class_install_property(
-        object_class, PROP_CAPTION,
-        g_param_spec_string("caption", "Caption", "Text in the black bar below the grey scale (unless clock)", NULL,
-                            flags));
-    g_object_class_install_property(
-        object_class, PROP_CLOCK,
-        g_param_spec_boolean("clock", "Clock",
-                             "A clock in the bar below the grey scale: the timecode if set, else the time of day",
-                             FALSE, flags));
-    g_object_class_install_property(
-        object_class, PROP_TIMECODE,
-        g_param_spec_string("timecode", "Timecode",
-                            "The first frame's timecode, HH:MM:SS:FF, or HH:MM:SS;FF counted drop-frame", NULL,
-                            flags));
-    g_object_class_install_property(
-        object_class, PROP_FONT,
-        g_param_spec_string("font", "Font", "Fontconfig name of the text's font (default DejaVu Sans)", NULL, flags));
-    g_object_class_install_property(
-        object_class, PROP_EDGE_TAPER,
-        g_param_spec_boolean("edge-taper", "Edge taper", "Taper the two outermost columns towards black", TRUE,
-                             flags));
-    g_object_class_install_property(
-        object_class, PROP_IS_LIVE,
-        g_param_spec_boolean("is-live", "Is live", "Act as a live source, paced by the pipeline clock", FALSE,
-                             flags));
+    for (guint i = 0; i < G_N_ELEMENTS(string_properties); ++i) {
+        const StringProperty* p = &string_properties[i];
+        g_object_class_install_property(object_class, p->id,
+                                        g_param_spec_string(p->name, p->nick, p->blurb, NULL, flags));
+    }
+    for (guint i = 0; i < G_N_ELEMENTS(boolean_properties); ++i) {
+        const BooleanProperty* p = &boolean_properties[i];
+        g_object_class_install_property(object_class, p->id,
+                                        g_param_spec_boolean(p->name, p->nick, p->blurb, p->default_value, flags));
+    }
     g_object_class_install_property(
         object_class, PROP_TIMESTAMP_OFFSET,
         g_param_spec_int64("timestamp-offset", "Timestamp offset", "Added to every buffer's timestamp, in ns", 0,
                            G_MAXINT64, 0, flags));
 
     gst_element_class_set_static_metadata(element_class, "PM5544 test card", "Source/Video",
-                                          "The Philips PM5544 test card, bit-exact, SDR and HDR",
-                                          "pm5544 developers");
+                                          "The Philips PM5544 test card, bit-exact, SDR and HDR", "pm5544 developers");
     GstCaps* caps = template_caps();
     gst_element_class_add_pad_template(element_class, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, caps));
     gst_caps_unref(caps);

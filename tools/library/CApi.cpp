@@ -44,8 +44,9 @@ pm5544_status guarded(pm5544_card* card, Body&& body) {
     try {
         return body();
     } catch (const std::bad_alloc&) {
-        return fail(card, PM5544_ERROR_MEMORY, "Not enough memory to render " + std::to_string(card->settings.width) +
-                                                   "x" + std::to_string(card->settings.height));
+        return fail(card, PM5544_ERROR_MEMORY,
+                    "Not enough memory to render " + std::to_string(card->settings.width) + "x" +
+                        std::to_string(card->settings.height));
     } catch (const std::exception& error) {
         return fail(card, PM5544_ERROR_FAILED, error.what());
     }
@@ -69,7 +70,8 @@ pm5544_status prepare(pm5544_card* card) {
     auto pattern = std::make_unique<PhilipsPm5544Spec>();
     const auto sink = [card](MessageKind kind, const std::string& line) {
         if (card->callback != nullptr)
-            card->callback(card->userData, kind == MessageKind::Warning ? PM5544_MESSAGE_WARNING : PM5544_MESSAGE_PROGRESS,
+            card->callback(card->userData,
+                           kind == MessageKind::Warning ? PM5544_MESSAGE_WARNING : PM5544_MESSAGE_PROGRESS,
                            line.c_str());
     };
     auto built = std::make_unique<pm5544::Card>(*pattern, sink);
@@ -87,11 +89,13 @@ std::string text(const char* utf8) { return utf8 != nullptr ? utf8 : ""; }
 pm5544_status checkTarget(pm5544_card* card, pm5544_layout layout, void* const planes[], const size_t strides[],
                           const LayoutFormat*& format) {
     format = pm5544::layoutFormat(layout);
-    if (format == nullptr) return fail(card, PM5544_ERROR_ARGUMENT, "Layout " + std::to_string(int(layout)) + " is unknown");
+    if (format == nullptr)
+        return fail(card, PM5544_ERROR_ARGUMENT, "Layout " + std::to_string(int(layout)) + " is unknown");
     const pm5544::CardSettings& s = card->settings;
     if (!pm5544::layoutAllows(*format, s.axes))
-        return fail(card, PM5544_ERROR_SETTINGS,
-                    std::string("Layout ") + format->name + " cannot hold the encoding " + pm5544::colourWordOf(s.axes));
+        return fail(
+            card, PM5544_ERROR_SETTINGS,
+            std::string("Layout ") + format->name + " cannot hold the encoding " + pm5544::colourWordOf(s.axes));
     if (format->bits != 0 && (format->bits != s.bits || format->sampling != int(s.sampling)))
         return fail(card, PM5544_ERROR_SETTINGS,
                     std::string("Layout ") + format->name + " holds " + std::to_string(format->bits) + "-bit " +
@@ -183,9 +187,9 @@ pm5544_status pm5544_encoding_colorimetry(pm5544_encoding encoding, pm5544_color
                  : isHLGAxes(axes)   ? PM5544_TRANSFER_HLG
                  : isSLog3Axes(axes) ? PM5544_TRANSFER_SLOG3
                                      : PM5544_TRANSFER_BT709;
-    c.primaries = isIn2020Axes(axes)          ? PM5544_PRIMARIES_BT2020
+    c.primaries = isIn2020Axes(axes)         ? PM5544_PRIMARIES_BT2020
                   : axes == Colour_YCbCr_601 ? PM5544_PRIMARIES_BT601
-                                              : PM5544_PRIMARIES_BT709;
+                                             : PM5544_PRIMARIES_BT709;
     c.full_range = axes == Colour_RGB ? 1 : 0;
     *colorimetry = c;
     return PM5544_OK;
@@ -215,7 +219,8 @@ int pm5544_layout_planes(pm5544_layout layout, int width, int height, pm5544_pla
     if (format == nullptr || planes == nullptr || width <= 0 || height <= 0) return PM5544_ERROR_ARGUMENT;
     pm5544::PlaneSize sizes[pm5544::maximumPlanes];
     const int count = pm5544::planeSizes(*format, width, height, sizes);
-    for (int p = 0; p < count; ++p) planes[p] = {sizes[p].rowBytes, sizes[p].rows, sizes[p].rowBytes * size_t(sizes[p].rows)};
+    for (int p = 0; p < count; ++p)
+        planes[p] = {sizes[p].rowBytes, sizes[p].rows, sizes[p].rowBytes * size_t(sizes[p].rows)};
     return count;
 }
 
@@ -266,7 +271,8 @@ pm5544_status pm5544_set_sampling(pm5544_card* card, int sampling) {
 pm5544_status pm5544_use_layout(pm5544_card* card, pm5544_layout layout) {
     return guarded(card, [&] {
         const LayoutFormat* format = pm5544::layoutFormat(layout);
-        if (format == nullptr) return fail(card, PM5544_ERROR_ARGUMENT, "Layout " + std::to_string(int(layout)) + " is unknown");
+        if (format == nullptr)
+            return fail(card, PM5544_ERROR_ARGUMENT, "Layout " + std::to_string(int(layout)) + " is unknown");
         if (format->bits == 0) return PM5544_OK;
         return change(card, [&](pm5544::CardSettings& s) {
             s.bits = format->bits;

@@ -56,6 +56,8 @@ std::unique_ptr<FullFrameRowSource> Card::frameRows(RowSpan span) {
     return pattern_.fullFrameRows(settings_.width, settings_.height, span.first, span.first + span.count);
 }
 
-std::unique_ptr<FullFrameRowSource> Card::frameRows() { return pattern_.fullFrameRows(settings_.width, settings_.height); }
+std::unique_ptr<FullFrameRowSource> Card::frameRows() {
+    return pattern_.fullFrameRows(settings_.width, settings_.height);
+}
 
 }  // namespace pm5544

@@ -59,7 +59,6 @@ const ColourWord colourWordTable[PatternGen::colourAxesCount] = {
     {"RGB-S-Log3-Live-Mapped", PatternGen::Colour_RGB_SLog3_Live_Mapped, "as RGB-S-Log3-Live, colours mapped"},
 };
 
-
 const ColourWord* colourWordNamed(const std::string& word) {
     for (const ColourWord& row : colourWordTable)
         if (word == row.word) return &row;
@@ -87,8 +86,7 @@ std::string rasterFault(const CardSettings& s) {
     const double pixelAspect = (double(s.aspectDen) * s.width) / (double(s.aspectNum) * s.height);
     if (pixelAspect < minimumPixelAspect || pixelAspect > maximumPixelAspect)
         return format("Aspect ratio %d:%d gives %dx%d pixels an aspect of 1:%.3f, outside 1:%.2f to 1:%.2f (-a)",
-                      s.aspectNum, s.aspectDen, s.width, s.height, pixelAspect, minimumPixelAspect,
-                      maximumPixelAspect);
+                      s.aspectNum, s.aspectDen, s.width, s.height, pixelAspect, minimumPixelAspect, maximumPixelAspect);
     if (s.bits < minimumBits || s.bits > maximumBits)
         return format("Bit depth %d is outside %d to %d (-b)", s.bits, minimumBits, maximumBits);
     return {};
@@ -130,11 +128,11 @@ std::string settingsFault(const CardSettings& s) {
         t && (t->hours > 23 || t->minutes < 0 || t->minutes > 59 || t->seconds < 0 || t->seconds > 59))
         return format("Time of day %02d:%02d:%02d is not within 00:00:00 to 23:59:59", t->hours, t->minutes,
                       t->seconds);
-    if (s.axes < 0 || s.axes >= PatternGen::colourAxesCount)
-        return format("Unrecognised Colour Space %d", int(s.axes));
+    if (s.axes < 0 || s.axes >= PatternGen::colourAxesCount) return format("Unrecognised Colour Space %d", int(s.axes));
     if (!isSampling(s.sampling)) return format("Sampling %d is not 444, 422 or 420 (-s)", int(s.sampling));
     for (const auto& [text, option] : {std::pair{&s.ident, "--ident"}, {&s.caption, "--caption"}, {&s.font, "--font"}})
-        if (!g_utf8_validate(text->c_str(), -1, nullptr)) return format("%s %s is not UTF-8 text", option, text->c_str());
+        if (!g_utf8_validate(text->c_str(), -1, nullptr))
+            return format("%s %s is not UTF-8 text", option, text->c_str());
     return {};
 }
 
@@ -145,8 +143,8 @@ std::optional<Timecode> readTimecode(const std::string& text) {
     for (int i = 0; i < 4; ++i) {
         const char* field = text.c_str() + 3 * i;
         const bool separated = i == 3 || field[2] == ':' || (i == 2 && field[2] == ';');
-        if (!std::isdigit(static_cast<unsigned char>(field[0])) || !std::isdigit(static_cast<unsigned char>(field[1])) ||
-            !separated)
+        if (!std::isdigit(static_cast<unsigned char>(field[0])) ||
+            !std::isdigit(static_cast<unsigned char>(field[1])) || !separated)
             return std::nullopt;
         fields[i] = (field[0] - '0') * 10 + (field[1] - '0');
         if (fields[i] > limits[i]) return std::nullopt;

@@ -40,12 +40,12 @@ struct CardSettings {
     bool edgeTaperOff = false;
     int rateNum = 25;  // frames per second, rateNum / rateDen
     int rateDen = 1;
-    std::string ident;                 // upper box; empty: none
-    std::string caption;               // lower box, unless a clock is shown there
-    bool clock = false;                // a clock in the lower box
-    std::string font;                  // a Fontconfig name; empty: the card's own
-    std::optional<Timecode> timecode;  // the clock's first frame; none: the time of day
-    std::optional<Timecode> timeOfDay; // where a time-of-day clock starts (frames unused); none: now
+    std::string ident;                  // upper box; empty: none
+    std::string caption;                // lower box, unless a clock is shown there
+    bool clock = false;                 // a clock in the lower box
+    std::string font;                   // a Fontconfig name; empty: the card's own
+    std::optional<Timecode> timecode;   // the clock's first frame; none: the time of day
+    std::optional<Timecode> timeOfDay;  // where a time-of-day clock starts (frames unused); none: now
 };
 
 // One word of "-c": the encodings by name, in the order the usage lists them.

@@ -15,7 +15,7 @@ constexpr int lumaAt = FrameRow::yOrG, cbAt = FrameRow::cbOrB, crAt = FrameRow::
 
 // In the order of the C API's numbers.
 const LayoutFormat layouts[] = {
-    {"FRAME16", Packing::Frame16, 0, 0},  {"I420_8", Packing::Planar, 8, 420},   {"I420_10", Packing::Planar, 10, 420},
+    {"FRAME16", Packing::Frame16, 0, 0},   {"I420_8", Packing::Planar, 8, 420},   {"I420_10", Packing::Planar, 10, 420},
     {"I420_12", Packing::Planar, 12, 420}, {"I420_16", Packing::Planar, 16, 420}, {"I422_8", Packing::Planar, 8, 422},
     {"I422_10", Packing::Planar, 10, 422}, {"I422_12", Packing::Planar, 12, 422}, {"I422_16", Packing::Planar, 16, 422},
     {"I444_8", Packing::Planar, 8, 444},   {"I444_10", Packing::Planar, 10, 444}, {"I444_12", Packing::Planar, 12, 444},

@@ -54,7 +54,8 @@ private:
 
 std::unique_ptr<DeviceRowSource> PatternSpec::deviceRows(int width, int height,
                                                          std::vector<std::pair<int, int>>& lineRepeats) {
-    if (!isDeviceWidth(width)) report(messages, MessageKind::Progress, "Warning %d is not a valid Tova or Kelm pattern width\n", width);
+    if (!isDeviceWidth(width))
+        report(messages, MessageKind::Progress, "Warning %d is not a valid Tova or Kelm pattern width\n", width);
     getLineRepeats(lineRepeats);
     // Every picture line, or the last source line of each listed block, in list order.
     std::vector<int> sourceLines;
