@@ -372,8 +372,11 @@ TEST(Pm5544Src, DrawsForTheDisplayAspectOfRasterAndPixelAspect) {
 }
 
 // A source in a harness with these properties (gst-launch syntax) and caps, its buffers pulled.
-Harness sourceHarness(const std::string& properties, const std::string& caps) {
+// Paced: the source waits until each buffer is pulled, as a sink that keeps up would have it, so that
+// only a few buffers are out of the pool at once however slowly the test runs.
+Harness sourceHarness(const std::string& properties, const std::string& caps, bool paced = false) {
     Harness h(gst_harness_new_parse(("pm5544src " + properties).c_str()));
+    if (paced) gst_harness_set_blocking_push_mode(h.get());
     gst_harness_set_sink_caps_str(h.get(), caps.c_str());
     // Downstream reads strides from the video meta, as a real sink would.
     gst_harness_add_propose_allocation_meta(h.get(), GST_VIDEO_META_API_TYPE, nullptr);
@@ -454,7 +457,7 @@ TEST(Pm5544Src, BuffersEqualTheLibrarysFramesAndTheProgramsY4m) {
 // A buffer of the element's own pool that downstream wrote into comes back and must not be updated in
 // place as if it still held the frame before.
 TEST(Pm5544Src, FramesStayRightAfterDownstreamWritesIntoBuffers) {
-    Harness h = sourceHarness(std::string("clock=true timecode=") + kTimecode, rawCaps("I420", "25/1"));
+    Harness h = sourceHarness(std::string("clock=true timecode=") + kTimecode, rawCaps("I420", "25/1"), true);
     pm5544::TestCard card = squareCard("709", PM5544_LAYOUT_I420_8);
     card.clock(true).timecode(kTimecode).frameRate(25, 1);
     std::set<const void*> memories;
