@@ -248,9 +248,10 @@ typedef struct pm5544_rows {
  * layout; for 4:2:0 layouts the range starts and ends on whole row pairs. */
 PM5544_API pm5544_status pm5544_changed_rows(pm5544_card* card, int64_t from, int64_t to, pm5544_rows* rows);
 
-/* Brings planes that hold frame `held` (in the same layout, at these strides) to frame `frame`,
- * rendering only the rows that differ; `written` (may be NULL) says which. held < 0: the planes hold
- * nothing yet, and the whole frame is rendered. */
+/* Brings planes that hold frame `held` (as this card rendered it, with its present settings, in the
+ * same layout at these strides) to frame `frame`, rendering only the rows that differ; `written` (may
+ * be NULL) says which. held < 0: the planes hold nothing yet (or a frame of earlier settings), and the
+ * whole frame is rendered. */
 PM5544_API pm5544_status pm5544_update_frame(pm5544_card* card, int64_t frame, int64_t held, pm5544_layout layout,
                                              void* const planes[], const size_t strides[], pm5544_rows* written);
 
