@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <climits>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -26,6 +27,12 @@ ClockStart nextLabel(ClockStart t, int fps, int dropped) {
     if (t.hours == 24) t.hours = 0;
     if (t.frames == 0 && t.seconds == 0 && t.minutes % 10 != 0) t.frames = dropped;
     return t;
+}
+
+// A drop-frame label read back from its text, HH:MM:SS;FF.
+ClockStart dropFrameLabel(const std::string& text) {
+    const auto field = [&](int i) { return std::stoi(text.substr(size_t(3 * i), 2)); };
+    return dropFrame(field(0), field(1), field(2), field(3));
 }
 
 }  // namespace
@@ -111,6 +118,26 @@ TEST(ClockText, DropFrameStepsLikeACounter) {
                 << frame << " at " << rateNum;
             expected = nextLabel(expected, fps, dropped);
         }
+    }
+}
+
+// Frames up to INT64_MAX: each clock repeats daily, so the last frames show what the count modulo a
+// day gives (values worked out with exact integers), and the last step is one frame like any other.
+TEST(ClockText, FramesNearTheLargestCountShowTheirTimeOfDay) {
+    constexpr int64_t last = INT64_MAX;
+    // 16,143,417,781,924 frames at one frame in 1,000,000 s: the first whose seconds pass 2^63.
+    EXPECT_EQ("23:06:40", ClockText::clockText(timeOfDay(0, 0, 0), 16143417781924, 1, 1000000));
+    EXPECT_EQ("08:26:40", ClockText::clockText(timeOfDay(0, 0, 0), last, 1, 1000000));
+    EXPECT_EQ("18:21:26", ClockText::clockText(timeOfDay(12, 0, 0), last, 30000, 1001));
+    EXPECT_EQ("10:37:12:07", ClockText::clockText(timecode(10, 0, 0, 0), last, 25, 1));
+    EXPECT_EQ("10:37:12:06", ClockText::clockText(timecode(10, 0, 0, 0), last - 1, 25, 1));
+    for (const auto& [rateNum, fps, dropped, text] :
+         {std::tuple{30000, 30, 2, "22:22:15;29"}, std::tuple{60000, 60, 4, "23:11:07;59"}}) {
+        const ClockStart start = dropFrame(0, 0, 0, 0);
+        EXPECT_EQ(text, ClockText::clockText(start, last, rateNum, 1001));
+        // The last frame is one label on from the frame before it.
+        const std::string before = ClockText::clockText(start, last - 1, rateNum, 1001);
+        EXPECT_EQ(text, ClockText::timecodeText(nextLabel(dropFrameLabel(before), fps, dropped))) << rateNum;
     }
 }
 

@@ -24,6 +24,14 @@ int64_t secondsOfDay(const ClockStart& start) {
     return start.hours * secondsPerHour + start.minutes * secondsPerMinute + start.seconds;
 }
 
+// The whole seconds `frame` frames last at rateNum/rateDen frames a second, within a day: frame * rateDen
+// / rateNum with frame split as wholeRates * rateNum + rest, so that no product leaves 64 bits whatever
+// the frame (wholeRates * rateNum frames last exactly wholeRates * rateDen seconds).
+int64_t elapsedSecondsOfDay(int64_t frame, int64_t rateNum, int64_t rateDen) {
+    const int64_t wholeRates = frame / rateNum, rest = frame % rateNum;
+    return ((wholeRates % secondsPerDay) * (rateDen % secondsPerDay) + rest * rateDen / rateNum) % secondsPerDay;
+}
+
 // HH:MM:SS of a number of seconds within one day.
 std::string hoursMinutesSeconds(int64_t seconds) {
     char text[16];
@@ -110,18 +118,20 @@ std::string timecodeText(const ClockStart& t) {
 }
 
 std::string clockText(const ClockStart& start, int64_t frame, int rateNum, int rateDen) {
+    // Every clock repeats each day: the frame is reduced to its day first, so that the sums stay in range.
     if (!start.timecode) {
-        // frame * rateDen stays far inside 64 bits for any frame count and rate the command line takes.
-        const int64_t elapsed = rateNum > 0 ? frame * rateDen / rateNum : 0;
+        const int64_t elapsed = rateNum > 0 && rateDen > 0 ? elapsedSecondsOfDay(frame, rateNum, rateDen) : 0;
         return hoursMinutesSeconds((secondsOfDay(start) + elapsed) % secondsPerDay);
     }
     const int64_t fps = nominalFrameRate(rateNum, rateDen);
     if (!start.dropFrame) {
-        const int64_t count = (secondsOfDay(start) * fps + start.frames + frame) % (secondsPerDay * fps);
+        const int64_t framesPerDay = secondsPerDay * fps;
+        const int64_t count = (secondsOfDay(start) * fps + start.frames + frame % framesPerDay) % framesPerDay;
         return timecodeText(timecodeOfCount(count, fps, false));
     }
     const DropFrameCount counting{fps, droppedFrameNumbers(rateNum, rateDen)};
-    const int64_t count = (counting.frameOfLabel(start) + frame) % counting.framesPerDay();
+    const int64_t framesPerDay = counting.framesPerDay();
+    const int64_t count = (counting.frameOfLabel(start) + frame % framesPerDay) % framesPerDay;
     return timecodeText(timecodeOfCount(counting.labelCountOfFrame(count), fps, true));
 }
 

@@ -39,7 +39,7 @@ std::string timecodeText(const ClockStart& timecode);
 // The clock shown in frame `frame` (0 for the first, never negative) of video at rateNum/rateDen
 // frames per second: the start advanced by frame / rate seconds (a time of day, truncated to whole
 // seconds) or by frame frames (a timecode, skipping the drop-frame numbers); both wrap at 24 hours.
-// A timecode start is one isCounted accepts.
+// Any frame up to INT64_MAX, at any positive rate. A timecode start is one isCounted accepts.
 std::string clockText(const ClockStart& start, int64_t frame, int rateNum, int rateDen);
 
 }  // namespace ClockText
