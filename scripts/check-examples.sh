@@ -76,6 +76,57 @@ program_samples 1920x1080 709 "$work/program.yuv"
 cmp -s "$work/first_frame.yuv" "$work/program.yuv" || fail "first_frame differs from the program's Y4M"
 echo "first_frame: as the program renders it"
 
+# render_v210 writes a device or a FIFO where it is, as root and as a user: the device stays a device,
+# the FIFO a FIFO, and its reader gets the bytes of the file. As root the device is a private copy of
+# /dev/null, so that a fault cannot replace the machine's own.
+in_place=$work/in-place
+mkdir -p "$in_place"
+chmod 755 "$in_place"
+check_in_place() {  # WHO DEVICE [COMMAND-PREFIX...]: render_v210 run through the prefix (setpriv)
+    who=$1 device=$2
+    shift 2
+    "$@" "$work/render_v210" "$device" || fail "render_v210 $device as $who failed"
+    [ -c "$device" ] || fail "render_v210 $device as $who put a regular file in place of the device"
+    fifo=$in_place/fifo
+    rm -f "$fifo" "$in_place/read"
+    mkfifo -m 666 "$fifo"
+    timeout 60 cat "$fifo" >"$in_place/read" &
+    reader=$!
+    status=0
+    "$@" "$work/render_v210" "$fifo" || status=$?
+    if [ "$status" -ne 0 ] || [ ! -p "$fifo" ]; then
+        kill "$reader" 2>/dev/null || true
+        fail "render_v210 to a FIFO as $who: status $status, the FIFO $([ -p "$fifo" ] && echo kept || echo replaced)"
+    fi
+    wait "$reader" || fail "the FIFO's reader as $who gave up"
+    cmp -s "$in_place/read" "$work/card.v210" || fail "the FIFO's reader as $who got other bytes than the file"
+    echo "render_v210 as $who: the device and the FIFO written in place"
+}
+"$work/render_v210" "$work/card.v210"
+if [ "$(id -u)" -ne 0 ]; then
+    check_in_place "$(id -un)" /dev/null
+    echo "render_v210 as root: not checked (not run as root)"
+else
+    if mknod -m 666 "$in_place/null" c 1 3 2>/dev/null; then
+        check_in_place root "$in_place/null"
+    else
+        echo "render_v210 as root: not checked (no device node can be made here)"
+    fi
+    if id nobody >/dev/null 2>&1 && setpriv --reuid=nobody --regid="$(id -g nobody)" --clear-groups \
+        test -x "$work/render_v210" -a -r "$library"; then
+        check_in_place nobody /dev/null setpriv --reuid=nobody --regid="$(id -g nobody)" --clear-groups
+    else
+        echo "render_v210 as a user: not checked (the user nobody cannot run it from $work)"
+    fi
+fi
+# A symbolic link is written through: it stays a link, and its target holds the frame.
+ln -s card.v210 "$work/link.v210"
+cp "$work/card.v210" "$work/expected.v210"
+: >"$work/card.v210"
+"$work/render_v210" "$work/link.v210"
+[ -L "$work/link.v210" ] && cmp -s "$work/card.v210" "$work/expected.v210" || fail "render_v210 replaced a symbolic link"
+
+
 # compare_capture.py with the program's PNGs: the same card (0), a copy with a few pixels changed
 # (1, and where), a capture of another size (2).
 compare() {  # EXPECTED-STATUS ARGUMENTS...

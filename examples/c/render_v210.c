@@ -7,12 +7,18 @@
  * zero, so that ffmpeg reads the file at any width (its image2 demuxer takes the whole file as the
  * frame; the rawvideo one would cut it by the size of a yuv420p frame):
  *     ffmpeg -f image2 -c:v v210 -video_size 1920x1080 -i card.v210 card.png
- * A failing run leaves OUTPUT as it was. */
+ * OUTPUT is written as the pm5544 program writes its files: a regular file (or a new name) through a
+ * temporary beside it, renamed over it once complete, so a failing run leaves it as it was; a device or
+ * a FIFO (/dev/null, a pipe to a player) in place, since renaming over it would put a regular file
+ * where it was. */
+#define _XOPEN_SOURCE 700 /* realpath, mkstemp, fchmod, fsync */
 #include <errno.h>
 #include <pm5544/pm5544.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 static const char program_name[] = "render_v210";
 
@@ -24,22 +30,64 @@ static int parse_raster(const char* text, int* width, int* height) {
 /* The row stride of v210 files, GStreamer buffers and SDI cards: whole groups of 48 pixels. */
 static size_t v210_stride(int width) { return ((size_t)width + 47) / 48 * 128; }
 
-/* Writes the frame to a temporary beside the path and renames it over the path when complete. */
-static int write_file(const char* path, const void* data, size_t bytes) {
-    size_t temporary_size = strlen(path) + sizeof(".partial");
-    char* temporary = malloc(temporary_size);
-    if (!temporary) return 0;
-    snprintf(temporary, temporary_size, "%s.partial", path);
-    FILE* file = fopen(temporary, "wb");
-    int written = file && fwrite(data, 1, bytes, file) == bytes;
-    if (file && fclose(file) != 0) written = 0;
-    if (written && rename(temporary, path) != 0) written = 0;
-    if (!written) {
-        fprintf(stderr, "%s: cannot write %s: %s\n", program_name, path, strerror(errno));
-        if (file) remove(temporary);
+static int report_failure(const char* path) {
+    fprintf(stderr, "%s: cannot write %s: %s\n", program_name, path, strerror(errno));
+    return 0;
+}
+
+/* Writes all bytes (synced to disk when asked) and closes the file. */
+static int write_and_close(FILE* file, const void* data, size_t bytes, int sync) {
+    int written = fwrite(data, 1, bytes, file) == bytes && fflush(file) == 0 && (!sync || fsync(fileno(file)) == 0);
+    return fclose(file) == 0 && written;
+}
+
+/* A device or a FIFO takes the bytes where it is. */
+static int write_in_place(const char* path, const void* data, size_t bytes) {
+    FILE* file = fopen(path, "wb");
+    return (file && write_and_close(file, data, bytes, 0)) || report_failure(path);
+}
+
+/* Fills the temporary `name` (from mkstemp) with `mode` and renames it to `target`. */
+static int fill_and_rename(int descriptor, const char* name, mode_t mode, const char* target, const void* data,
+                           size_t bytes) {
+    fchmod(descriptor, mode);
+    FILE* file = fdopen(descriptor, "wb");
+    if (!file) close(descriptor);
+    return file && write_and_close(file, data, bytes, 1) && rename(name, target) == 0;
+}
+
+/* A regular file (a symbolic link's target, which stays a link) or a new name: a temporary beside it
+ * with the file's permission bits, or those fopen would give a new file, renamed over it. */
+static int write_replacing(const char* path, const struct stat* existing, const void* data, size_t bytes) {
+    if (existing && access(path, W_OK) != 0) return report_failure(path);
+    mode_t mask = umask(0);
+    umask(mask);
+    mode_t mode = existing ? existing->st_mode & 07777 : 0666 & ~mask;
+    char* target = existing ? realpath(path, NULL) : strdup(path);
+    char* temporary = target ? malloc(strlen(target) + sizeof(".XXXXXX")) : NULL;
+    int written = 0;
+    if (temporary) {
+        sprintf(temporary, "%s.XXXXXX", target);
+        int descriptor = mkstemp(temporary);
+        written = descriptor >= 0 && fill_and_rename(descriptor, temporary, mode, target, data, bytes);
+        if (!written) report_failure(path);
+        if (!written && descriptor >= 0) remove(temporary);
+    } else {
+        report_failure(path);
     }
     free(temporary);
+    free(target);
     return written;
+}
+
+static int write_file(const char* path, const void* data, size_t bytes) {
+    struct stat status;
+    if (stat(path, &status) != 0) {
+        if (errno != ENOENT) return report_failure(path);
+        return write_replacing(path, NULL, data, bytes);
+    }
+    if (S_ISREG(status.st_mode)) return write_replacing(path, &status, data, bytes);
+    return write_in_place(path, data, bytes);
 }
 
 /* Renders the card's first frame into a zeroed buffer of `height` rows at `stride` bytes. */
