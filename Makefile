@@ -37,9 +37,11 @@ bench: deps build
 	./build/pm5544_bench_library
 	cmake --build build -j $(JOBS) --target gstpm5544 && ./bench/bench_gstreamer.sh build/gstreamer
 
-# The program, its manual page and its bash completion, the library libpm5544, its header and pm5544.pc,
-# under $(PREFIX) in $(DESTDIR). The build is configured for the prefix, which picks the library
-# directory (Debian's multiarch one under /usr).
+# The program, its manual page and its bash completion, the library libpm5544, its headers, pm5544.pc
+# and CMake package, and the GStreamer plugin, under $(PREFIX) in $(DESTDIR): PREFIX=$$HOME/.local needs
+# no root. The build is configured for the prefix, which picks the library directory (Debian's multiarch
+# one under /usr, where the plugin's directory is GStreamer's own; elsewhere the install ends by saying
+# how to set GST_PLUGIN_PATH).
 PREFIX         ?= /usr/local
 INSTALLED      := pm5544 pm5544_docs libpm5544 gstpm5544
 install: deps build
@@ -47,7 +49,8 @@ install: deps build
 	cmake --build build -j $(JOBS) --target $(INSTALLED)
 	DESTDIR="$(DESTDIR)" cmake --install build
 
-# Debian packages in build/: pm5544, libpm5544-1 and libpm5544-dev, their Depends worked out by dpkg-shlibdeps.
+# Debian packages in build/: pm5544, libpm5544-1, libpm5544-dev and gstreamer1.0-pm5544, their Depends
+# worked out by dpkg-shlibdeps.
 package: deps build
 	@./scripts/install-packages.sh dpkg-dev
 	cmake -S . -B build -DCMAKE_INSTALL_PREFIX=/usr
@@ -58,8 +61,8 @@ package: deps build
 check-arm:
 	JOBS=$(JOBS) ./scripts/check-arm.sh
 
-# The library's examples (examples/) built and run against an install of it staged in build/stage,
-# their frames checked against the program's files.
+# The library's examples (examples/) built with pkg-config and CMake against an install of it staged in
+# build/stage, their frames checked against the program's files, and where render_v210 writes.
 examples: deps-examples build
 	cmake --build build -j $(JOBS) --target libpm5544
 	./scripts/check-examples.sh build

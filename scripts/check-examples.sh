@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds and runs the library's examples against a staged install of libpm5544, as its users would:
-# the C examples find it through pkg-config alone, the Python example through the dynamic loader.
+# the C examples find it through pkg-config alone, the C++ one through CMake's find_package alone, the
+# Python example through the dynamic loader.
 # Their frames are checked against the program's own files read back by ffmpeg.
 # Usage: scripts/check-examples.sh BUILD_DIR (a release build with the program and the library).
 set -eu
@@ -22,6 +23,8 @@ mkdir -p "$work"
 for component in library development; do
     DESTDIR="$stage" cmake --install "$build" --prefix /usr --component "$component" >/dev/null
 done
+# Nothing installed names the tree it was built in, which a moved install would not find.
+! grep -rlI "$PWD" "$stage" >&2 || fail "these installed files name $PWD"
 pc_dir=$(dirname "$(find "$stage" -name pm5544.pc)")
 # Only the stage's pm5544.pc is seen, with its paths moved into the stage.
 export PKG_CONFIG_LIBDIR="$pc_dir" PKG_CONFIG_PATH="" PKG_CONFIG_SYSROOT_DIR="$stage"
@@ -126,6 +129,22 @@ cp "$work/card.v210" "$work/expected.v210"
 "$work/render_v210" "$work/link.v210"
 [ -L "$work/link.v210" ] && cmp -s "$work/card.v210" "$work/expected.v210" || fail "render_v210 replaced a symbolic link"
 
+# The C++ example built by CMake alone: find_package(pm5544 1.0) in the stage, an install moved from /usr
+# to elsewhere, gives pm5544::pm5544 with the stage's header and library.
+cmake -S examples/cpp -B "$work/cpp" -DCMAKE_PREFIX_PATH="$stage/usr" >"$work/cpp.log" 2>&1 ||
+    { cat "$work/cpp.log" >&2; fail "find_package(pm5544 1.0) failed in the stage"; }
+cmake --build "$work/cpp" >>"$work/cpp.log" 2>&1 || { cat "$work/cpp.log" >&2; fail "card_planes did not build"; }
+ldd "$work/cpp/card_planes" | grep -q "libpm5544.so.1 => $libdir/" || fail "card_planes does not load the staged library"
+"$work/cpp/card_planes" 720x576 601 >"$work/card_planes.yuv"
+program_samples 720x576 601 "$work/program.yuv"
+cmp -s "$work/card_planes.yuv" "$work/program.yuv" || fail "card_planes differs from the program's Y4M"
+# A request for another major version is refused by the version file.
+mkdir -p "$work/cmake-v2"
+printf 'cmake_minimum_required(VERSION 3.16)\nproject(v2 NONE)\nfind_package(pm5544 2.0 REQUIRED)\n' \
+    >"$work/cmake-v2/CMakeLists.txt"
+! cmake -S "$work/cmake-v2" -B "$work/cmake-v2/build" -DCMAKE_PREFIX_PATH="$stage/usr" >/dev/null 2>&1 ||
+    fail "find_package(pm5544 2.0) accepted the staged version 1"
+echo "card_planes: built through find_package(pm5544), as the program renders it; version 2.0 refused"
 
 # compare_capture.py with the program's PNGs: the same card (0), a copy with a few pixels changed
 # (1, and where), a capture of another size (2).

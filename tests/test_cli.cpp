@@ -362,8 +362,9 @@ TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
         EXPECT_TRUE(contains(page, "\n       " + std::string(row.name) + " ")) << row.name;
 }
 
-// What an installation puts where (the library's SONAME links included), that pm5544.pc names the prefix
-// given at install time rather than the configured one, and that the installed program runs.
+// What an installation puts where (the library's SONAME links included, the CMake package files, each
+// package's licence where Debian looks), that pm5544.pc names the prefix given at install time rather
+// than the configured one, and that the installed program runs.
 TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     const std::string root = dir.path("root");
     const std::string log = commandOutput(
@@ -377,10 +378,18 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
                                       libdir + "libpm5544.so.1",
                                       libdir + "libpm5544.so.1.0.0",
                                       libdir + "pkgconfig/pm5544.pc",
+                                      libdir + "cmake/pm5544/pm5544Config.cmake",
+                                      libdir + "cmake/pm5544/pm5544ConfigVersion.cmake",
+                                      libdir + "cmake/pm5544/pm5544Targets.cmake",
+                                      libdir + "cmake/pm5544/pm5544Targets-" PM5544_INSTALL_CONFIG ".cmake",
                                       "./usr/share/bash-completion/completions/pm5544",
+                                      "./usr/share/doc/libpm5544-1/copyright",
+                                      "./usr/share/doc/libpm5544-dev/copyright",
+                                      "./usr/share/doc/pm5544/copyright",
                                       "./usr/share/man/man1/pm5544.1.gz"};
-#ifdef PM5544_GST_PLUGINS_DIR
-    files.push_back("." PM5544_GST_PLUGINS_DIR "/libgstpm5544.so");  // GStreamer's own directory
+#ifdef PM5544_GST_INSTALL_DIR
+    files.push_back("./usr/" PM5544_GST_INSTALL_DIR "/libgstpm5544.so");  // under the prefix, as the library
+    files.push_back("./usr/share/doc/gstreamer1.0-pm5544/copyright");
 #endif
     std::sort(files.begin(), files.end());
     std::string listed;
@@ -390,7 +399,52 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
               "libpm5544.so.1\nlibpm5544.so.1.0.0\n");
     EXPECT_EQ(commandOutput("head -n 3 '" + root + "/" + libdir + "pkgconfig/pm5544.pc'"),
               "prefix=/usr\nlibdir=${prefix}/" PM5544_INSTALL_LIBDIR "\nincludedir=${prefix}/include\n");
+    EXPECT_EQ(commandOutput("grep -h '^Copyright' '" + root + "'/usr/share/doc/*/copyright | uniq"),
+              "Copyright (c) 2026 pm5544 developers\n");
     EXPECT_EQ(commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
 }
+
+#ifdef PM5544_GST_INSTALL_DIR
+// gst-inspect-1.0, with this build's plugin loaded into it: a sanitized plugin needs the sanitizer's
+// runtime loaded first, which the tool does not have. "" when it cannot run.
+std::string gstInspect() {
+    if (std::system("command -v gst-inspect-1.0 >/dev/null 2>&1") != 0) return "";
+#if defined(__SANITIZE_ADDRESS__)
+    std::string runtime = commandOutput("gcc -print-file-name=libasan.so 2>/dev/null");
+    runtime.erase(runtime.find_last_not_of(" \n") + 1);
+    if (runtime.empty() || runtime[0] != '/' || !fs::exists(runtime)) return "";
+    return "LD_PRELOAD='" + runtime + "' ASAN_OPTIONS=detect_leaks=0 gst-inspect-1.0";
+#else
+    return "gst-inspect-1.0";
+#endif
+}
+
+// An install under a user's own prefix puts the plugin there, says which GST_PLUGIN_PATH finds it (unless
+// it is set already), and with that path GStreamer loads the installed plugin, which finds the installed
+// library without the build's.
+TEST_F(Program, PluginInstalledUnderAnyPrefixIsFoundThroughTheGstPluginPathTheInstallNames) {
+    const std::string prefix = dir.path("home/.local");
+    const std::string pluginDir = prefix + "/" PM5544_GST_INSTALL_DIR;
+    const auto install = [&](const std::string& environment) {
+        std::string log;
+        for (const char* component : {"library", "gstreamer"})
+            log += commandOutput("env -u GST_PLUGIN_PATH " + environment + " cmake --install '" PM5544_BINARY_DIR
+                                 "' --prefix '" + prefix + "' --component " + component + " 2>&1 && echo installed");
+        return log;
+    };
+    const std::string log = install("");
+    ASSERT_TRUE(contains(log, "installed\ninstalled\n")) << log;
+    EXPECT_TRUE(contains(log, "\n    export GST_PLUGIN_PATH=" + pluginDir + "\n")) << log;
+    EXPECT_FALSE(contains(install("GST_PLUGIN_PATH='/elsewhere:" + pluginDir + "'"), "export GST_PLUGIN_PATH"));
+
+    const std::string inspect = gstInspect();
+    if (inspect.empty()) GTEST_SKIP() << "gst-inspect-1.0 or the sanitizer's runtime for it is missing";
+    const std::string listing =
+        commandOutput("env -u LD_LIBRARY_PATH GST_PLUGIN_PATH='" + pluginDir + "' GST_PLUGIN_SYSTEM_PATH= GST_REGISTRY='" +
+                      dir.path("registry.bin") + "' " + inspect + " pm5544src 2>&1");
+    EXPECT_TRUE(contains(listing, pluginDir + "/libgstpm5544.so\n")) << listing;
+    EXPECT_TRUE(contains(listing, "Factory Details:")) << listing;
+}
+#endif
 
 }  // namespace
