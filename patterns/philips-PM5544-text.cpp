@@ -35,9 +35,10 @@ std::pair<int, int> PhilipsPm5544Spec::setLowerText(const std::string& lower) {
     if (!rows) return {0, 0};
     auto [first, end] = drawTextBox(LowerBox);
     rows->textChanged();
-    if (first < end && sampling == PatternGen::Sampling_420) {
-        first -= first % 2;
-        end += end % 2;
+    // Rows that share chroma are rendered together (whole 4:2:0 row pairs, or interlaced, pairs of each field).
+    if (const int group = PatternGen::chromaRowGroup(sampling, scan); first < end && group > 1) {
+        first -= first % group;
+        end += (group - end % group) % group;
     }
     return {first, std::min(end, height)};
 }

@@ -228,6 +228,26 @@ PM5544_API pm5544_status pm5544_set_time_of_day(pm5544_card* card, int hours, in
 PM5544_API pm5544_status pm5544_set_font(pm5544_card* card, const char* fontconfig_name); /* NULL: default */
 PM5544_API pm5544_status pm5544_set_frame_rate(pm5544_card* card, int numerator, int denominator);
 
+/* ---- Scanning ----
+ *
+ * An interlaced frame is two fields, the top one holding rows 0, 2, 4, ... Both fields show the frame's
+ * picture (a clock shows the frame's time in both, as a burnt-in timecode does), so a frame of 4:4:4 or
+ * 4:2:2 is the progressive frame. In 4:2:0 each field's chroma is subsampled on its own: chroma row r
+ * belongs to field r % 2 and takes the chroma of frame row (r / 2) * 4 + r % 2 (the top row of each pair
+ * of the field's rows), and in FRAME16 frame rows y and y + 2 (y % 4 < 2) share it. The field order
+ * changes no sample; it is for the caller to tag the frames with. pm5544_changed_rows and
+ * pm5544_update_frame then give interlaced 4:2:0 spans in whole groups of four rows. */
+typedef enum pm5544_scan {
+    PM5544_SCAN_PROGRESSIVE = 0,
+    PM5544_SCAN_INTERLACED_TFF = 1, /* the top field first in time */
+    PM5544_SCAN_INTERLACED_BFF = 2, /* the bottom field first */
+    /* Not scans: they make the type hold any int a caller may pass, which is then refused. */
+    PM5544_SCAN_INT_MIN_ = -2147483647 - 1,
+    PM5544_SCAN_INT_MAX_ = 2147483647
+} pm5544_scan;
+/* PM5544_ERROR_ARGUMENT for a value that is no scan (the setting is then left as it was). */
+PM5544_API pm5544_status pm5544_set_scan(pm5544_card* card, pm5544_scan scan);
+
 /* Checks the settings and builds the card (palette, geometry, text). Renders do it when needed; call it
  * to learn early whether the settings hold. */
 PM5544_API pm5544_status pm5544_prepare(pm5544_card* card);

@@ -132,7 +132,7 @@ void renderRows(pm5544_card* card, const LayoutFormat& format, pm5544::RowSpan s
     for (int i = 0; i < rows->rows(); ++i) {
         rows->nextRow(card->row.data());
         FrameRow::round(card->row.data(), pixels, s.axes, s.bits);
-        pm5544::packRow(format, card->row.data(), s.width, span.first + i, bytes, strides);
+        pm5544::packRow(format, card->row.data(), s.width, span.first + i, bytes, strides, s.scan);
     }
 }
 
@@ -320,6 +320,17 @@ pm5544_status pm5544_set_font(pm5544_card* card, const char* fontconfig_name) {
 
 pm5544_status pm5544_set_frame_rate(pm5544_card* card, int numerator, int denominator) {
     return change(card, [&](pm5544::CardSettings& s) { s.rateNum = numerator, s.rateDen = denominator; });
+}
+
+pm5544_status pm5544_set_scan(pm5544_card* card, pm5544_scan scan) {
+    static_assert(int(PatternGen::Scan::InterlacedTopFirst) == PM5544_SCAN_INTERLACED_TFF &&
+                      int(PatternGen::Scan::InterlacedBottomFirst) == PM5544_SCAN_INTERLACED_BFF,
+                  "the scans are numbered alike");
+    return guarded(card, [&] {
+        if (scan != PM5544_SCAN_PROGRESSIVE && scan != PM5544_SCAN_INTERLACED_TFF && scan != PM5544_SCAN_INTERLACED_BFF)
+            return fail(card, PM5544_ERROR_ARGUMENT, "Scan " + std::to_string(int(scan)) + " is unknown");
+        return change(card, [&](pm5544::CardSettings& s) { s.scan = static_cast<PatternGen::Scan>(scan); });
+    });
 }
 
 pm5544_status pm5544_prepare(pm5544_card* card) {

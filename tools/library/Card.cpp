@@ -31,6 +31,7 @@ bool Card::prepare(const CardSettings& settings) {
     if (!fault_.empty()) return false;
     settings_ = settings;
     const CardSettings& s = settings_;
+    pattern_.scan = s.scan;
     pattern_.init(s.width, s.height, s.aspectNum, s.aspectDen, s.axes, s.sampling, s.bits, s.quadrant, s.optionValue,
                   s.edgeTaperOff);
     const int canvasScale = s.quadrant == PatternGen::Quadrant_None ? 1 : 2;

@@ -130,6 +130,11 @@ std::string settingsFault(const CardSettings& s) {
                       t->seconds);
     if (s.axes < 0 || s.axes >= PatternGen::colourAxesCount) return format("Unrecognised Colour Space %d", int(s.axes));
     if (!isSampling(s.sampling)) return format("Sampling %d is not 444, 422 or 420 (-s)", int(s.sampling));
+    // Each field's 4:2:0 chroma covers pairs of the field's rows: four frame rows.
+    if (const int group = PatternGen::chromaRowGroup(s.sampling, s.scan); s.height % group != 0 && group > 2)
+        return format("Interlaced 4:2:0 needs a height that is a multiple of %d, not %d: each field's chroma "
+                      "covers pairs of its rows (-d, -s, --interlaced)",
+                      group, s.height);
     for (const auto& [text, option] : {std::pair{&s.ident, "--ident"}, {&s.caption, "--caption"}, {&s.font, "--font"}})
         if (!g_utf8_validate(text->c_str(), -1, nullptr))
             return format("%s %s is not UTF-8 text", option, text->c_str());

@@ -35,6 +35,7 @@ struct CardSettings {
     int aspectDen = 9;
     PatternGen::colorAxes_e axes = PatternGen::Colour_RGB;
     PatternGen::sampling_e sampling = PatternGen::Sampling_444;
+    PatternGen::Scan scan = PatternGen::Scan::Progressive;  // interlaced: 4:2:0 chroma per field
     PatternGen::quadrant_e quadrant = PatternGen::Quadrant_None;
     int optionValue = 0;
     bool edgeTaperOff = false;

@@ -155,8 +155,9 @@ void packChroma(const uint16_t* row, int chromaWidth, int columnStep, int bits, 
 }
 
 void packRow(const LayoutFormat& format, const uint16_t* row, int width, int y, uint8_t* const planes[],
-             const size_t strides[]) {
+             const size_t strides[], PatternGen::Scan scan) {
     const auto rowOf = [&](int plane, int planeRow) { return planes[plane] + strides[plane] * size_t(planeRow); };
+    const int chromaRow = PatternGen::chromaPlaneRow(format.sampling, scan, y);  // -1: no chroma of its own
     switch (format.packing) {
         case Packing::Frame16:
             std::memcpy(rowOf(0, y), row, static_cast<size_t>(width) * px * sizeof(uint16_t));
@@ -179,10 +180,10 @@ void packRow(const LayoutFormat& format, const uint16_t* row, int width, int y, 
             break;
     }
     packLuma(row, width, format.bits, rowOf(0, y));
-    const int columnStep = chromaColumnStep(format.sampling), rowStep = chromaRowStep(format.sampling);
-    if (y % rowStep != 0) return;
+    if (chromaRow < 0) return;
+    const int columnStep = chromaColumnStep(format.sampling);
     const int chromaWidth = (width + columnStep - 1) / columnStep;
-    packChroma(row, chromaWidth, columnStep, format.bits, rowOf(1, y / rowStep), rowOf(2, y / rowStep));
+    packChroma(row, chromaWidth, columnStep, format.bits, rowOf(1, chromaRow), rowOf(2, chromaRow));
 }
 
 }  // namespace pm5544

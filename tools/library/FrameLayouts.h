@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "colour/ColourSpace.h"
+#include "pattern/Scan.h"
 
 namespace pm5544 {
 
@@ -36,9 +37,10 @@ int planeSizes(const LayoutFormat& format, int width, int height, PlaneSize size
 // The alignment in bytes every plane's start and stride needs.
 size_t planeAlignment(const LayoutFormat& format);
 
-// Packs frame row y (rounded to the layout's depth, width pixels) into the planes, each starting at its row 0.
+// Packs frame row y (rounded to the layout's depth, width pixels) into the planes, each starting at its row 0;
+// an interlaced scan places 4:2:0 chroma per field.
 void packRow(const LayoutFormat& format, const uint16_t* row, int width, int y, uint8_t* const planes[],
-             const size_t strides[]);
+             const size_t strides[], PatternGen::Scan scan = PatternGen::Scan::Progressive);
 
 // Planar samples at `bits`: one byte at 8 bits, else 16-bit little-endian. Y' of each pixel; Cb and Cr
 // of every columnStep-th pixel from the first, chromaWidth of them.

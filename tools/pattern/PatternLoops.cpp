@@ -63,26 +63,29 @@ CoordinateRange rowsOf(CoordinateRange range, int first, int end) {
 }
 
 // Rows of the full frame. Chroma held for 4:2:2 carries over from one row's last even column to the
-// next row; a 4:2:0 odd row repeats the chroma of the most recent even row, kept here. Patterns are
-// mostly runs of identical pixels: each run is converted once and its value stored along it.
+// next row; a 4:2:0 odd row repeats the chroma of the most recent even row, kept here (interlaced, each
+// field keeps its own, and a row repeats that of its field's row above). Patterns are mostly runs of
+// identical pixels: each run is converted once and its value stored along it.
 class FullFrameRows final : public FullFrameRowSource {
 public:
     FullFrameRows(PatternSpec& pattern, int width, int height, int firstRow, int endRow)
         : pattern_(pattern),
           width_(width),
           halfWidth_(width / 2),
+          top_(frameRange(pattern, width, height).y0),
           range_(rowsOf(frameRange(pattern, width, height), firstRow, endRow)),
           y_(range_.y0),
           cache_(pattern.colourSpace.axes(), true),
           taper_(pattern.riseTimeEnabled && !pattern.edgeTaperOff),
           subsampled_(pattern.sampling != PatternGen::Sampling_444),
-          rowPairs_(pattern.sampling == PatternGen::Sampling_420) {
+          rowPairs_(pattern.sampling == PatternGen::Sampling_420),
+          scan_(pattern.scan) {
         black_ = Pixel(0, 0, 0, PatternGen::Colour_RGB);
         if (pattern.colourSpace.isColourDifference()) black_ = black_.convertTo(PatternGen::Colour_YCbCr_709);
         const Pixel initialHeld;
         heldCr_ = initialHeld.sample[Pixel::CR_R];
         heldCb_ = initialHeld.sample[Pixel::CB_B];
-        if (rowPairs_) evenChroma_.resize(static_cast<size_t>(width) * 2);
+        if (rowPairs_) keptChroma_.resize(chromaRowSamples() * fields);
         plainBegin_ = taper_ ? std::max(range_.x0, -halfWidth_ + 2) : range_.x0;
         plainEnd_ = taper_ ? std::min(range_.x1, halfWidth_ - 2) : range_.x1;
     }
@@ -92,9 +95,14 @@ public:
 
     void nextRow(uint16_t* row) override {
         const int y = y_++;
-        // A first row that is odd has no even row above it: it holds chroma like 4:2:2.
-        RowCursor at{row, evenChroma_.data(), evenChroma_.data(), rowPairs_ && !isEven(y) && haveEvenRow_,
-                     rowPairs_ && isEven(y)};
+        // Progressive rows pair by the canvas row, as they always have; fields are of the frame's rows.
+        const bool interlaced = PatternGen::isInterlaced(scan_);
+        const int pairedRow = interlaced ? y - top_ : y;
+        const bool ownChroma = PatternGen::takesOwnChroma(pairedRow, scan_);
+        const int field = interlaced ? pairedRow % 2 : 0;
+        uint16_t* const kept = rowPairs_ ? keptChroma_.data() + chromaRowSamples() * size_t(field) : nullptr;
+        // A first row that repeats chroma has no row above it to take it from: it holds chroma like 4:2:2.
+        RowCursor at{row, kept, kept, rowPairs_ && !ownChroma && haveKept_[field], rowPairs_ && ownChroma};
         const Pixel* in = pattern_.bodyRow(y, range_.x0, range_.x1, scratch_);
         for (int x = range_.x0; x < range_.x1;) {
             const int end = runEnd(x, in);
@@ -104,13 +112,17 @@ public:
             in += end - x;
             x = end;
         }
-        haveEvenRow_ = haveEvenRow_ || at.keepChroma;
+        haveKept_[field] = haveKept_[field] || at.keepChroma;
         // A centred picture of odd width renders one column fewer than the row holds: leave that
         // column black and transparent rather than uninitialised.
         std::fill(at.out, row + rowSamples(), static_cast<uint16_t>(0));
     }
 
 private:
+    static constexpr int fields = 2;
+
+    size_t chromaRowSamples() const { return static_cast<size_t>(width_) * 2; }  // Cr, Cb per column
+
     // Where the next samples go, and the 4:2:0 chroma read from the row above or kept for the next.
     struct RowCursor {
         uint16_t* out;
@@ -194,15 +206,18 @@ private:
 
     PatternSpec& pattern_;
     int width_, halfWidth_;
+    int top_;  // the canvas row of the frame's first row
     CoordinateRange range_;
     int y_;
     Pixel black_;
     ConversionCache cache_;
     bool taper_, subsampled_, rowPairs_;
+    PatternGen::Scan scan_;
     int plainBegin_, plainEnd_;  // the columns the taper leaves alone
     uint16_t heldCr_, heldCb_;
-    std::vector<uint16_t> evenChroma_;  // Cr, Cb per column of the most recent even row (4:2:0)
-    bool haveEvenRow_ = false;
+    // Cr, Cb per column of the most recent 4:2:0 row with chroma of its own, one row per field.
+    std::vector<uint16_t> keptChroma_;
+    bool haveKept_[fields] = {false, false};
     std::vector<Pixel> scratch_;  // the pattern's row, for patterns that do not keep their own
     Pixel taperedPixel_;
 };

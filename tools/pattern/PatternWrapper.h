@@ -12,6 +12,7 @@
 #include "colour/Pixel.h"
 #include "pattern/Messages.h"
 #include "pattern/RowSource.h"
+#include "pattern/Scan.h"
 #include "text/TTFont.h"
 #include "text/TextBlocks.h"
 
@@ -94,7 +95,8 @@ public:
     // pattern fill lineRepeats, and the device form warns about widths the devices refuse. A
     // full-canvas pattern refuses quadrant mode here, before any row.
     // Rows firstRow .. endRow - 1 of the full frame (endRow -1: to the bottom). A range that starts
-    // below the top starts afresh: exact for an even first row of a pattern drawn from column 0.
+    // below the top starts afresh: exact for a first row that begins a group of rows sharing chroma
+    // (PatternGen::chromaRowGroup) of a pattern drawn from column 0.
     std::unique_ptr<FullFrameRowSource> fullFrameRows(int width, int height, int firstRow = 0, int endRow = -1);
     std::unique_ptr<LineRepeatRowSource> lineRepeatRows(int width, int height,
                                                         std::vector<std::pair<int, int>>& lineRepeats);
@@ -131,6 +133,8 @@ public:
     int aspectDen = 9;
     ColourSpace colourSpace{PatternGen::Colour_YCbCr_709, 12};
     PatternGen::sampling_e sampling = PatternGen::Sampling_444;
+    // Set before init; interlaced 4:2:0 frames subsample chroma per field.
+    PatternGen::Scan scan = PatternGen::Scan::Progressive;
     PatternGen::quadrant_e quadrant = PatternGen::Quadrant_None;
     bool riseTimeEnabled = true;
     bool edgeTaperOff = false;
