@@ -112,8 +112,9 @@ typedef struct pm5544_colorimetry {
 PM5544_API pm5544_status pm5544_encoding_colorimetry(pm5544_encoding encoding, pm5544_colorimetry* colorimetry);
 
 /* Memory layouts a frame can be rendered in. Rows run top to bottom; each plane has its own stride in
- * bytes (at least the plane's row bytes, see pm5544_describe_planes). "LE" samples are little-endian
- * whatever the machine; a 10-, 12- or 16-bit sample in a 16-bit word sits in its low bits.
+ * bytes (at least the plane's row bytes, see pm5544_layout_planes). "LE" samples are little-endian
+ * whatever the machine; a 10-, 12- or 16-bit sample in a 16-bit word sits in its low bits, except in
+ * P010_10LE and P016_LE, which keep it in the high bits.
  * Every layout but FRAME16 fixes the bit depth and chroma sampling (pm5544_use_layout sets them).
  *
  * FRAME16      one plane, four uint16_t a pixel in machine byte order: Cr, Y', Cb, A for Y'CbCr
@@ -133,6 +134,16 @@ PM5544_API pm5544_status pm5544_encoding_colorimetry(pm5544_encoding encoding, p
  * RGBA16       one plane, 16-bit R'G'B'A, four uint16_t LE a pixel: R', G', B' as in FRAME16 at 16 bits,
  *              and A 65535, opaque (R'G'B' encodings).
  * GBR_n        three planes G', B', R', n = 10, 12, 16, uint16_t LE (R'G'B' encodings).
+ * NV12, P010_10LE, P016_LE
+ *              4:2:0 in two planes: Y', then Cb and Cr interleaved (Cb0 Cr0 Cb2 Cr2 ...), (width + 1) / 2
+ *              pairs a row and (height + 1) / 2 rows, sited as in I420_n. NV12: 8 bits, one byte a sample;
+ *              P010_10LE: 10 bits, P016_LE: 16 bits, uint16_t LE with the code in the high bits
+ *              (code << (16 - bits), the low bits zero).
+ * YUY2         one plane, 8-bit 4:2:2: Y0 Cb0 Y1 Cr0 per pixel pair; rows as in UYVY.
+ * RGBA, BGRA   one plane, 8-bit R'G'B'A, four bytes a pixel in the order named; A 255, opaque
+ *              (R'G'B' encodings).
+ * RGBx, BGRx   as RGBA and BGRA, the x byte 255 too: a reader that takes it as alpha sees an opaque
+ *              card, and it is what converters fill it with.
  * Planes of 16-bit samples must be 2-byte aligned and their strides even; V210 wants 4 bytes. */
 typedef enum pm5544_layout {
     PM5544_LAYOUT_FRAME16 = 0,
@@ -154,11 +165,19 @@ typedef enum pm5544_layout {
     PM5544_LAYOUT_GBR_10 = 16,
     PM5544_LAYOUT_GBR_12 = 17,
     PM5544_LAYOUT_GBR_16 = 18,
+    PM5544_LAYOUT_NV12 = 19,
+    PM5544_LAYOUT_P010_10LE = 20,
+    PM5544_LAYOUT_P016_LE = 21,
+    PM5544_LAYOUT_YUY2 = 22,
+    PM5544_LAYOUT_RGBA = 23,
+    PM5544_LAYOUT_BGRA = 24,
+    PM5544_LAYOUT_RGBX = 25,
+    PM5544_LAYOUT_BGRX = 26,
     /* Not layouts: they make the type hold any int a caller may pass, which is then refused. */
     PM5544_LAYOUT_INT_MIN_ = -2147483647 - 1,
     PM5544_LAYOUT_INT_MAX_ = 2147483647
 } pm5544_layout;
-#define PM5544_LAYOUT_COUNT 19
+#define PM5544_LAYOUT_COUNT 27
 #define PM5544_MAX_PLANES 3
 
 /* A layout's name ("FRAME16", "I422_10", "V210", ...); NULL for a value that is no layout. */
@@ -176,7 +195,7 @@ typedef struct pm5544_plane {
     size_t bytes; /* row_bytes * rows */
 } pm5544_plane;
 
-/* Fills planes[0 .. count - 1] for the layout at width x height and returns the count (1 or 3), or a
+/* Fills planes[0 .. count - 1] for the layout at width x height and returns the count (1, 2 or 3), or a
  * negative pm5544_status. */
 PM5544_API int pm5544_layout_planes(pm5544_layout layout, int width, int height,
                                     pm5544_plane planes[PM5544_MAX_PLANES]);

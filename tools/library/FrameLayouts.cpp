@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "pattern/FrameRow.h"
+#include "pm5544/pm5544.h"
 
 namespace pm5544 {
 
@@ -15,14 +16,35 @@ constexpr int lumaAt = FrameRow::yOrG, cbAt = FrameRow::cbOrB, crAt = FrameRow::
 
 // In the order of the C API's numbers.
 const LayoutFormat layouts[] = {
-    {"FRAME16", Packing::Frame16, 0, 0},   {"I420_8", Packing::Planar, 8, 420},   {"I420_10", Packing::Planar, 10, 420},
-    {"I420_12", Packing::Planar, 12, 420}, {"I420_16", Packing::Planar, 16, 420}, {"I422_8", Packing::Planar, 8, 422},
-    {"I422_10", Packing::Planar, 10, 422}, {"I422_12", Packing::Planar, 12, 422}, {"I422_16", Packing::Planar, 16, 422},
-    {"I444_8", Packing::Planar, 8, 444},   {"I444_10", Packing::Planar, 10, 444}, {"I444_12", Packing::Planar, 12, 444},
-    {"I444_16", Packing::Planar, 16, 444}, {"V210", Packing::V210, 10, 422},      {"UYVY", Packing::UYVY, 8, 422},
-    {"RGBA16", Packing::RGBA16, 16, 444},  {"GBR_10", Packing::GBR, 10, 444},     {"GBR_12", Packing::GBR, 12, 444},
+    {"FRAME16", Packing::Frame16, 0, 0},
+    {"I420_8", Packing::Planar, 8, 420},
+    {"I420_10", Packing::Planar, 10, 420},
+    {"I420_12", Packing::Planar, 12, 420},
+    {"I420_16", Packing::Planar, 16, 420},
+    {"I422_8", Packing::Planar, 8, 422},
+    {"I422_10", Packing::Planar, 10, 422},
+    {"I422_12", Packing::Planar, 12, 422},
+    {"I422_16", Packing::Planar, 16, 422},
+    {"I444_8", Packing::Planar, 8, 444},
+    {"I444_10", Packing::Planar, 10, 444},
+    {"I444_12", Packing::Planar, 12, 444},
+    {"I444_16", Packing::Planar, 16, 444},
+    {"V210", Packing::V210, 10, 422},
+    {"UYVY", Packing::UYVY, 8, 422},
+    {"RGBA16", Packing::RGBA16, 16, 444},
+    {"GBR_10", Packing::GBR, 10, 444},
+    {"GBR_12", Packing::GBR, 12, 444},
     {"GBR_16", Packing::GBR, 16, 444},
+    {"NV12", Packing::SemiPlanar, 8, 420},
+    {"P010_10LE", Packing::SemiPlanar, 10, 420},
+    {"P016_LE", Packing::SemiPlanar, 16, 420},
+    {"YUY2", Packing::YUY2, 8, 422},
+    {"RGBA", Packing::RGBA8, 8, 444},
+    {"BGRA", Packing::BGRA8, 8, 444},
+    {"RGBx", Packing::RGBA8, 8, 444},
+    {"BGRx", Packing::BGRA8, 8, 444},
 };
+static_assert(std::size(layouts) == PM5544_LAYOUT_COUNT, "a layout without its number, or a number without its layout");
 
 constexpr int v210GroupPixels = 6;
 constexpr size_t v210GroupBytes = 16;
@@ -41,6 +63,11 @@ void storeSample(uint8_t* out, int index, unsigned value, int bits) {
         out[index] = static_cast<uint8_t>(value);
     else
         storeLE16(out + 2 * static_cast<size_t>(index), value);
+}
+
+// One byte at 8 bits, else a 16-bit little-endian word with the code in its high bits, the low bits zero.
+void storeHighSample(uint8_t* out, int index, unsigned code, int bits) {
+    storeSample(out, index, bits == 8 ? code : code << (16 - bits), bits);
 }
 
 // A sample of pixel x at `bits`; 0 past the row's end (padding in a packed group).
@@ -62,18 +89,41 @@ void packV210(const uint16_t* row, int width, uint8_t* out) {
     }
 }
 
-void packUYVY(const uint16_t* row, int width, uint8_t* out) {
+// Where the 8-bit samples of a pixel pair go in its four bytes; a pad pixel's Y' is 0.
+struct PairOrder {
+    int cb, y0, cr, y1;
+};
+constexpr PairOrder uyvyOrder{0, 1, 2, 3}, yuy2Order{1, 0, 3, 2};
+
+void packPairs(const uint16_t* row, int width, PairOrder order, uint8_t* out) {
     constexpr int bits = 8;
     for (int x = 0; x < width; x += 2, out += 4) {
-        out[0] = static_cast<uint8_t>(sampleAt(row, width, x, cbAt, bits));
-        out[1] = static_cast<uint8_t>(sampleAt(row, width, x, lumaAt, bits));
-        out[2] = static_cast<uint8_t>(sampleAt(row, width, x, crAt, bits));
-        out[3] = static_cast<uint8_t>(sampleAt(row, width, x + 1, lumaAt, bits));
+        out[order.cb] = static_cast<uint8_t>(sampleAt(row, width, x, cbAt, bits));
+        out[order.y0] = static_cast<uint8_t>(sampleAt(row, width, x, lumaAt, bits));
+        out[order.cr] = static_cast<uint8_t>(sampleAt(row, width, x, crAt, bits));
+        out[order.y1] = static_cast<uint8_t>(sampleAt(row, width, x + 1, lumaAt, bits));
     }
 }
 
 // Video takes alpha as coverage: opaque is the largest code, where the frame row keeps the card's own.
-constexpr unsigned opaque16 = 0xFFFF;
+constexpr unsigned opaque16 = 0xFFFF, opaque8 = 0xFF;
+
+// Where the 8-bit samples of a pixel go in its four bytes. The fourth byte, alpha or padding, is opaque:
+// readers that take padding as alpha then see the card, and it is what converters write there.
+struct PixelOrder {
+    int r, g, b, a;
+};
+constexpr PixelOrder rgbaOrder{0, 1, 2, 3}, bgraOrder{2, 1, 0, 3};
+
+void packRGBA8(const uint16_t* row, int width, PixelOrder order, uint8_t* out) {
+    constexpr int bits = 8;
+    for (int x = 0; x < width; ++x, row += px, out += px) {
+        out[order.r] = static_cast<uint8_t>(code(row[FrameRow::crOrR], bits));
+        out[order.g] = static_cast<uint8_t>(code(row[FrameRow::yOrG], bits));
+        out[order.b] = static_cast<uint8_t>(code(row[FrameRow::cbOrB], bits));
+        out[order.a] = static_cast<uint8_t>(opaque8);
+    }
+}
 
 void packRGBA16(const uint16_t* row, int width, uint8_t* out) {
     for (int x = 0; x < width; ++x, row += px, out += px * sizeof(uint16_t)) {
@@ -90,6 +140,24 @@ void packPlane(const uint16_t* row, int width, int which, int bits, uint8_t* out
 
 int chromaColumnStep(int sampling) { return sampling == 444 ? 1 : 2; }
 int chromaRowStep(int sampling) { return sampling == 420 ? 2 : 1; }
+int chromaWidthOf(int sampling, int width) {
+    return (width + chromaColumnStep(sampling) - 1) / chromaColumnStep(sampling);
+}
+int chromaRowsOf(int sampling, int height) { return (height + chromaRowStep(sampling) - 1) / chromaRowStep(sampling); }
+
+// Y' of each pixel and, into chroma unless it is null (a row that repeats the chroma above), Cb and Cr
+// interleaved; the codes in the high bits.
+void packSemiPlanar(const LayoutFormat& format, const uint16_t* row, int width, uint8_t* luma, uint8_t* chroma) {
+    for (int x = 0; x < width; ++x)
+        storeHighSample(luma, x, code(row[static_cast<size_t>(x) * px + lumaAt], format.bits), format.bits);
+    if (chroma == nullptr) return;
+    const size_t columnStep = static_cast<size_t>(chromaColumnStep(format.sampling));
+    for (int c = 0; c < chromaWidthOf(format.sampling, width); ++c) {
+        const uint16_t* pixel = row + static_cast<size_t>(c) * columnStep * px;
+        storeHighSample(chroma, 2 * c, code(pixel[cbAt], format.bits), format.bits);
+        storeHighSample(chroma, 2 * c + 1, code(pixel[crAt], format.bits), format.bits);
+    }
+}
 
 }  // namespace
 
@@ -104,6 +172,8 @@ bool layoutAllows(const LayoutFormat& format, PatternGen::colorAxes_e axes) {
         case Packing::Frame16:
             return true;
         case Packing::RGBA16:
+        case Packing::RGBA8:
+        case Packing::BGRA8:
         case Packing::GBR:
             return PatternGen::isRGBAxes(axes);
         default:
@@ -123,25 +193,34 @@ int planeSizes(const LayoutFormat& format, int width, int height, PlaneSize size
             sizes[0] = {(w + v210GroupPixels - 1) / v210GroupPixels * v210GroupBytes, height};
             return 1;
         case Packing::UYVY:
+        case Packing::YUY2:
             sizes[0] = {(w + 1) / 2 * 4, height};
+            return 1;
+        case Packing::RGBA8:
+        case Packing::BGRA8:
+            sizes[0] = {w * px, height};
             return 1;
         case Packing::GBR:
             for (int p = 0; p < maximumPlanes; ++p) sizes[p] = {w * bytesPerSample, height};
             return maximumPlanes;
         case Packing::Planar:
+        case Packing::SemiPlanar:
             break;
     }
-    const int columnStep = chromaColumnStep(format.sampling), rowStep = chromaRowStep(format.sampling);
-    const size_t chromaWidth = (w + size_t(columnStep) - 1) / size_t(columnStep);
-    const int chromaRows = (height + rowStep - 1) / rowStep;
+    const size_t chromaWidth = static_cast<size_t>(chromaWidthOf(format.sampling, width));
+    const int chromaRows = chromaRowsOf(format.sampling, height);
     sizes[0] = {w * bytesPerSample, height};
+    if (format.packing == Packing::SemiPlanar) {
+        sizes[1] = {2 * chromaWidth * bytesPerSample, chromaRows};
+        return 2;
+    }
     sizes[1] = sizes[2] = {chromaWidth * bytesPerSample, chromaRows};
     return maximumPlanes;
 }
 
 size_t planeAlignment(const LayoutFormat& format) {
     if (format.packing == Packing::V210) return 4;
-    return format.packing == Packing::UYVY || format.bits == 8 ? 1 : 2;
+    return format.bits == 8 ? 1 : 2;
 }
 
 void packLuma(const uint16_t* row, int width, int bits, uint8_t* out) { packPlane(row, width, lumaAt, bits, out); }
@@ -169,21 +248,32 @@ void packRow(const LayoutFormat& format, const uint16_t* row, int width, int y, 
             packV210(row, width, rowOf(0, y));
             return;
         case Packing::UYVY:
-            packUYVY(row, width, rowOf(0, y));
+            packPairs(row, width, uyvyOrder, rowOf(0, y));
+            return;
+        case Packing::YUY2:
+            packPairs(row, width, yuy2Order, rowOf(0, y));
+            return;
+        case Packing::RGBA8:
+            packRGBA8(row, width, rgbaOrder, rowOf(0, y));
+            return;
+        case Packing::BGRA8:
+            packRGBA8(row, width, bgraOrder, rowOf(0, y));
             return;
         case Packing::GBR:
             packPlane(row, width, lumaAt, format.bits, rowOf(0, y));  // G'
             packPlane(row, width, cbAt, format.bits, rowOf(1, y));    // B'
             packPlane(row, width, crAt, format.bits, rowOf(2, y));    // R'
             return;
+        case Packing::SemiPlanar:
+            packSemiPlanar(format, row, width, rowOf(0, y), chromaRow < 0 ? nullptr : rowOf(1, chromaRow));
+            return;
         case Packing::Planar:
             break;
     }
     packLuma(row, width, format.bits, rowOf(0, y));
     if (chromaRow < 0) return;
-    const int columnStep = chromaColumnStep(format.sampling);
-    const int chromaWidth = (width + columnStep - 1) / columnStep;
-    packChroma(row, chromaWidth, columnStep, format.bits, rowOf(1, chromaRow), rowOf(2, chromaRow));
+    packChroma(row, chromaWidthOf(format.sampling, width), chromaColumnStep(format.sampling), format.bits,
+               rowOf(1, chromaRow), rowOf(2, chromaRow));
 }
 
 }  // namespace pm5544

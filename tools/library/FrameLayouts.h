@@ -10,7 +10,9 @@
 
 namespace pm5544 {
 
-enum class Packing { Frame16, Planar, V210, UYVY, RGBA16, GBR };
+// YUY2 is UYVY's pairs in another byte order, BGRA8 RGBA8's pixels; SemiPlanar is one luma plane and one
+// of interleaved Cb Cr.
+enum class Packing { Frame16, Planar, SemiPlanar, V210, UYVY, YUY2, RGBA16, RGBA8, BGRA8, GBR };
 
 struct LayoutFormat {
     const char* name;
