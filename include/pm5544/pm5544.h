@@ -77,6 +77,17 @@ typedef enum pm5544_encoding {
     PM5544_ENCODING_INT_MIN_ = -2147483647 - 1,
     PM5544_ENCODING_INT_MAX_ = 2147483647
 } pm5544_encoding;
+#define PM5544_ENCODING_COUNT 21
+
+/* The card's limits, which the settings are checked against: each side of the raster, each term of the
+ * frame rate, and the pixel aspect (the display aspect over the raster's), from 1/4 to 4/1. */
+#define PM5544_MIN_SIDE 64
+#define PM5544_MAX_SIDE 16384
+#define PM5544_MAX_RATE_TERM 1000000
+#define PM5544_MIN_PIXEL_ASPECT_N 1
+#define PM5544_MIN_PIXEL_ASPECT_D 4
+#define PM5544_MAX_PIXEL_ASPECT_N 4
+#define PM5544_MAX_PIXEL_ASPECT_D 1
 
 /* Whether the encoding is Y'CbCr (1) or R'G'B' (0); -1 for a value that is no encoding. */
 PM5544_API int pm5544_encoding_is_ycbcr(pm5544_encoding encoding);
