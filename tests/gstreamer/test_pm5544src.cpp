@@ -149,7 +149,11 @@ const Format kFormats[] = {
     {"Y444_12LE", PM5544_LAYOUT_I444_12, true, 12, 444}, {"Y444_16LE", PM5544_LAYOUT_I444_16, true, 16, 444},
     {"v210", PM5544_LAYOUT_V210, true, 10, 422},         {"UYVY", PM5544_LAYOUT_UYVY, true, 8, 422},
     {"RGBA64_LE", PM5544_LAYOUT_RGBA16, false, 16, 444}, {"GBR_10LE", PM5544_LAYOUT_GBR_10, false, 10, 444},
-    {"GBR_12LE", PM5544_LAYOUT_GBR_12, false, 12, 444},
+    {"GBR_12LE", PM5544_LAYOUT_GBR_12, false, 12, 444},  {"NV12", PM5544_LAYOUT_NV12, true, 8, 420},
+    {"P010_10LE", PM5544_LAYOUT_P010_10LE, true, 10, 420}, {"P016_LE", PM5544_LAYOUT_P016_LE, true, 16, 420},
+    {"YUY2", PM5544_LAYOUT_YUY2, true, 8, 422},            {"RGBA", PM5544_LAYOUT_RGBA, false, 8, 444},
+    {"BGRA", PM5544_LAYOUT_BGRA, false, 8, 444},           {"RGBx", PM5544_LAYOUT_RGBX, false, 8, 444},
+    {"BGRx", PM5544_LAYOUT_BGRX, false, 8, 444},
 };
 
 const Format& formatNamed(const std::string& name) {
@@ -256,7 +260,7 @@ TEST(Pm5544Src, NegotiatesEveryFormatWithEachEncodingsTagging) {
             EXPECT_EQ("progressive", text(s, "interlace-mode"));
         }
     }
-    EXPECT_EQ(6 * 12 + 2 * 3, negotiated);
+    EXPECT_EQ(6 * 16 + 2 * 7, negotiated);
 }
 
 TEST(Pm5544Src, FixatesToHdAt25FramesWithSquarePixelsWhenOnlyTheFormatIsGiven) {
@@ -285,7 +289,8 @@ TEST(Pm5544Src, RefusesCapsItCannotMakeWithAnErrorOnTheBus) {
         {"encoding=RGB", "video/x-raw,format=v210"},                 // and the other way round
         {"", "video/x-raw,format=I420,width=20000"},                 // wider than the card's limit
         {"", "video/x-raw,format=I420,pixel-aspect-ratio=5/1"},      // pixel aspect beyond 4/1
-        {"", "video/x-raw,format=I420,interlace-mode=interleaved"},  // the card is progressive
+        {"", "video/x-raw,format=I420,framerate=1000001/2"},         // a rate term beyond the card's
+        {"", "video/x-raw,format=I420,width=1920,height=1080,pixel-aspect-ratio=2147483647/2147483646"},
     };
     for (const auto& refusal : refusals) {
         SCOPED_TRACE(refusal.caps);
@@ -771,9 +776,11 @@ TEST(Pm5544Src, GstInspectDescribesEveryProperty) {
     if (inspect.empty()) GTEST_SKIP() << "gst-inspect-1.0 or the sanitizer's runtime for it is missing";
     const std::string listing = commandOutput(inspect + " pm5544src 2>/dev/null");
     ASSERT_NE(std::string::npos, listing.find("pm5544src")) << listing;
-    for (const char* property : {"encoding", "ident", "caption", "clock", "timecode", "font", "edge-taper", "is-live",
+    for (const char* property : {"encoding", "ident", "caption", "clock", "timecode", "font", "is-live",
                                  "timestamp-offset", "num-buffers"})
         EXPECT_TRUE(describes(listing, "", property, ':')) << property;
+    EXPECT_EQ(std::string::npos, listing.find("edge-taper")) << "the taper changes nothing on this card";
+    EXPECT_NE(std::string::npos, listing.find("MIT/X11")) << "the plugin's licence";
     for (int e = 0; pm5544_encoding_name(pm5544_encoding(e)) != nullptr; ++e) {
         const std::string name = pm5544_encoding_name(pm5544_encoding(e));
         EXPECT_TRUE(describes(listing, "(" + std::to_string(e) + "): ", name, '-')) << name;
@@ -845,6 +852,299 @@ TEST(Pm5544Src, PropertyChangesShowInTheFollowingFrames) {
     EXPECT_EQ(card("PQ", "Three"), nextFrame());
     Caps caps(gst_pad_get_current_caps(h->sinkpad));
     EXPECT_EQ("bt2100-pq", text(gst_caps_get_structure(caps.get(), 0), "colorimetry"));
+}
+
+// ---- On air ----
+
+// The library's card for the element's defaults at a raster: square pixels, the encoding, the layout.
+pm5544::TestCard cardAt(int width, int height, const std::string& encoding, pm5544_layout layout) {
+    const int divisor = std::gcd(width, height);
+    pm5544::TestCard card;
+    card.raster(width, height).aspect(width / divisor, height / divisor).encoding(encoding).layout(layout);
+    return card;
+}
+
+std::string capsAt(const std::string& format, int width, int height, const std::string& more = "") {
+    return "video/x-raw,format=" + format + ",width=" + std::to_string(width) + ",height=" + std::to_string(height) +
+           ",framerate=25/1" + more;
+}
+
+// Every format, at odd and even sides, with a moving clock and without, equals the library's frames: the
+// first frame whole, the later ones as the rows that changed in the pool's returning buffers.
+TEST(Pm5544Src, EveryFormatAtOddSidesEqualsTheLibrarysFrames) {
+    const struct {
+        int width, height;
+    } rasters[] = {{65, 65}, {369, 481}, {250, 181}};
+    for (const Format& format : kFormats)
+        for (const auto& raster : rasters)
+            for (bool clock : {false, true}) {
+                SCOPED_TRACE(std::string(format.name) + " " + std::to_string(raster.width) + "x" +
+                             std::to_string(raster.height) + (clock ? " clock" : ""));
+                const std::string encoding = format.ycbcr ? "709" : "RGB";
+                Harness h = sourceHarness("encoding=" + encoding + (clock ? " clock=true timecode=10:00:00:00" : ""),
+                                          capsAt(format.name, raster.width, raster.height), true);
+                pm5544::TestCard card = cardAt(raster.width, raster.height, encoding, format.layout);
+                if (clock) card.clock(true).timecode("10:00:00:00").frameRate(25, 1);
+                for (int n = 0; n < 3; ++n) {
+                    Buffer buffer(gst_harness_pull(h.get()));
+                    ASSERT_TRUE(buffer);
+                    ASSERT_EQ(libraryFrame(card, n, format.layout, raster.width, raster.height),
+                              packedFrame(negotiatedInfo(h.get()), buffer.get(), format.layout))
+                        << "frame " << n;
+                }
+            }
+}
+
+// Interleaved frames: both fields show the frame's time, the flags and caps give the field order, a
+// drop-frame time code counts frames at 59.94 fields, and 4:2:0 chroma is taken field by field.
+TEST(Pm5544Src, InterleavedFramesCarryTheirFieldOrder) {
+    const struct {
+        const char* format;
+        const char* order;
+        pm5544_scan scan;
+    } cases[] = {{"v210", "top-field-first", PM5544_SCAN_INTERLACED_TFF},
+                 {"UYVY", "bottom-field-first", PM5544_SCAN_INTERLACED_BFF},
+                 {"I420", "top-field-first", PM5544_SCAN_INTERLACED_TFF},
+                 {"NV12", "bottom-field-first", PM5544_SCAN_INTERLACED_BFF}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.format) + " " + c.order);
+        const Format& format = formatNamed(c.format);
+        Harness h = sourceHarness("clock=true timecode=10:00:00;00",
+                                  rawCaps(c.format, "30000/1001") + ",interlace-mode=interleaved,field-order=" + c.order);
+        pm5544::TestCard card = squareCard("709", format.layout);
+        card.clock(true).timecode("10:00:00;00").frameRate(30000, 1001);
+        ASSERT_EQ(PM5544_OK, pm5544_set_scan(card.get(), c.scan));
+        for (int n = 0; n < 2; ++n) {
+            Buffer buffer(gst_harness_pull(h.get()));
+            ASSERT_TRUE(buffer);
+            EXPECT_TRUE(GST_BUFFER_FLAG_IS_SET(buffer.get(), GST_VIDEO_BUFFER_FLAG_INTERLACED));
+            EXPECT_EQ(c.scan == PM5544_SCAN_INTERLACED_TFF,
+                      GST_BUFFER_FLAG_IS_SET(buffer.get(), GST_VIDEO_BUFFER_FLAG_TFF));
+            GstVideoTimeCodeMeta* meta = gst_buffer_get_video_time_code_meta(buffer.get());
+            ASSERT_NE(nullptr, meta);
+            EXPECT_TRUE(meta->tc.config.flags & GST_VIDEO_TIME_CODE_FLAGS_INTERLACED);
+            EXPECT_EQ(n == 0 ? "10:00:00;00" : "10:00:00;01", timecodeOf(buffer.get()));
+            const Bytes pulled = packedFrame(negotiatedInfo(h.get()), buffer.get(), format.layout);
+            EXPECT_EQ(libraryFrame(card, n, format.layout, kWidth, kHeight), pulled) << "frame " << n;
+            if (format.sampling == 420) {
+                pm5544::TestCard progressive = squareCard("709", format.layout);
+                progressive.clock(true).timecode("10:00:00;00").frameRate(30000, 1001);
+                EXPECT_NE(libraryFrame(progressive, n, format.layout, kWidth, kHeight), pulled)
+                    << "4:2:0 chroma by fields, not by frames";
+            }
+        }
+        const GstStructure* s = gst_caps_get_structure(Caps(gst_pad_get_current_caps(h->sinkpad)).get(), 0);
+        EXPECT_EQ(c.order, text(s, "field-order"));
+    }
+}
+
+// Every message a pipeline's bus carried until it ended or the time ran out.
+struct BusRecord {
+    std::vector<std::string> errors, warnings;
+    bool ended = false;
+};
+
+BusRecord recordBus(GstElement* pipeline, GstClockTime limit) {
+    BusRecord record;
+    GstBus* bus = gst_element_get_bus(pipeline);
+    const GstClockTime deadline = gst_util_get_timestamp() + limit;
+    while (!record.ended) {
+        const GstClockTime now = gst_util_get_timestamp();
+        if (now >= deadline) break;
+        GstMessage* message = gst_bus_timed_pop_filtered(
+            bus, deadline - now, GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR | GST_MESSAGE_WARNING));
+        if (message == nullptr) break;
+        GError* error = nullptr;
+        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+            gst_message_parse_error(message, &error, nullptr);
+            record.errors.push_back(error->message);
+        } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_WARNING) {
+            gst_message_parse_warning(message, &error, nullptr);
+            record.warnings.push_back(error->message);
+        } else {
+            record.ended = true;
+        }
+        if (error != nullptr) g_error_free(error);
+        gst_message_unref(message);
+    }
+    gst_object_unref(bus);
+    return record;
+}
+
+// A setting refused before the first frame stops the stream with one error that names it, and the
+// pipeline stops cleanly, every time.
+TEST(Pm5544Src, ASettingRefusedAtTheStartGivesOneErrorAndAnEnd) {
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        SCOPED_TRACE(attempt);
+        Pipeline pipeline("pm5544src timecode=\"10:00:00;00\" clock=true num-buffers=2 ! fakesink");
+        gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+        const BusRecord record = recordBus(pipeline.get(), GST_SECOND);
+        ASSERT_EQ(1u, record.errors.size());
+        EXPECT_NE(std::string::npos, record.errors[0].find("10:00:00;00")) << record.errors[0];
+        EXPECT_EQ(GST_STATE_CHANGE_SUCCESS, gst_element_set_state(pipeline.get(), GST_STATE_NULL));
+    }
+}
+
+// A live channel stays on air: a property the card refuses while playing is reported as a warning and
+// given back its earlier value, the picture goes on unchanged, and a good value later still shows.
+// Toggling the encoding between Y'CbCr and R'G'B' renegotiates without ending the stream.
+TEST(Pm5544Src, ABadSettingWhilePlayingIsRefusedAndTheStreamGoesOn) {
+    Pipeline pipeline("pm5544src name=src is-live=true caption=Before ! " + capsAt("I420", kWidth, kHeight) +
+                      " ! appsink name=sink max-buffers=2 drop=true");
+    Element src = pipeline.byName("src");
+    GstSample* sample = pipeline.pullSample();
+    ASSERT_NE(nullptr, sample);
+    gst_sample_unref(sample);
+    auto latest = [&] {
+        Bytes frame;
+        for (int n = 0; n < 4; ++n) {  // past the frames already rendered before the change
+            GstSample* next = nullptr;
+            g_signal_emit_by_name(pipeline.byName("sink").get(), "pull-sample", &next);
+            if (next == nullptr) return Bytes();
+            GstVideoInfo info;
+            gst_video_info_from_caps(&info, gst_sample_get_caps(next));
+            frame = packedFrame(info, gst_sample_get_buffer(next), PM5544_LAYOUT_I420_8);
+            gst_sample_unref(next);
+        }
+        return frame;
+    };
+    auto card = [](const char* caption) {
+        pm5544::TestCard made = squareCard("709", PM5544_LAYOUT_I420_8);
+        made.caption(caption);
+        return libraryFrame(made, 0, PM5544_LAYOUT_I420_8, kWidth, kHeight);
+    };
+
+    g_object_set(src.get(), "clock", TRUE, "timecode", "garbage", nullptr);
+    EXPECT_EQ(card("Before"), latest());
+    gchar* timecode = nullptr;
+    gboolean clock = TRUE;
+    g_object_get(src.get(), "timecode", &timecode, "clock", &clock, nullptr);
+    EXPECT_EQ(nullptr, timecode) << "the refused value is given back";
+    EXPECT_FALSE(clock);
+    g_free(timecode);
+    const BusRecord record = recordBus(pipeline.get(), GST_SECOND);
+    EXPECT_TRUE(record.errors.empty());
+    ASSERT_FALSE(record.warnings.empty());
+    EXPECT_NE(std::string::npos, record.warnings[0].find("garbage")) << record.warnings[0];
+
+    g_object_set(src.get(), "caption", "After", nullptr);
+    EXPECT_EQ(card("After"), latest());
+
+    // The sink takes I420 only through videoconvert's R'G'B' to Y'CbCr in this second pipeline.
+    Pipeline toggled("pm5544src name=src is-live=true ! videoconvert ! " + capsAt("I420", 64, 64) +
+                     " ! appsink name=sink max-buffers=2 drop=true");
+    Element toggledSrc = toggled.byName("src");
+    GstSample* first = toggled.pullSample();
+    ASSERT_NE(nullptr, first);
+    gst_sample_unref(first);
+    for (int n = 0; n < 20; ++n) {
+        gst_util_set_object_arg(G_OBJECT(toggledSrc.get()), "encoding", n % 2 == 0 ? "RGB" : "709");
+        GstSample* next = nullptr;
+        g_signal_emit_by_name(toggled.byName("sink").get(), "pull-sample", &next);
+        ASSERT_NE(nullptr, next) << "the stream ended at toggle " << n;
+        gst_sample_unref(next);
+    }
+    EXPECT_TRUE(recordBus(toggled.get(), 0).errors.empty());
+}
+
+// Backwards from a stop: the frames before it, last first, then the end; an endless stream cannot be
+// played backwards from nowhere.
+TEST(Pm5544Src, PlaysBackwardsFromTheStop) {
+    Pipeline pipeline("pm5544src clock=true timecode=10:00:00:00 ! " + capsAt("I420", 64, 64) +
+                      " ! appsink name=sink sync=false");
+    ASSERT_EQ(GST_STATE_CHANGE_ASYNC, gst_element_set_state(pipeline.get(), GST_STATE_PAUSED));
+    ASSERT_EQ(GST_STATE_CHANGE_SUCCESS, gst_element_get_state(pipeline.get(), nullptr, nullptr, kWaitLimit));
+    EXPECT_FALSE(gst_element_seek(pipeline.get(), -1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET, 0,
+                                  GST_SEEK_TYPE_NONE, GST_CLOCK_TIME_NONE));
+    ASSERT_TRUE(gst_element_seek(pipeline.get(), -1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET,
+                                 GST_SECOND / 5, GST_SEEK_TYPE_SET, GST_SECOND / 2));
+    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+    std::vector<std::string> timecodes;
+    for (;;) {
+        GstSample* sample = nullptr;
+        g_signal_emit_by_name(pipeline.byName("sink").get(), "pull-sample", &sample);
+        if (sample == nullptr) break;
+        timecodes.push_back(timecodeOf(gst_sample_get_buffer(sample)));
+        gst_sample_unref(sample);
+        ASSERT_LT(timecodes.size(), 100u) << "frames without end";
+    }
+    // 0.2 s to 0.5 s at 25 fps: frames 12 down to 5.
+    const std::vector<std::string> expected = {"10:00:00:12", "10:00:00:11", "10:00:00:10", "10:00:00:09",
+                                               "10:00:00:08", "10:00:00:07", "10:00:00:06", "10:00:00:05"};
+    EXPECT_EQ(expected, timecodes);
+}
+
+// A still (frame rate 0/1) is one buffer and the end; without a rate there is no duration to give.
+TEST(Pm5544Src, StillCapsGiveOneBuffer) {
+    Harness h = sourceHarness("", "video/x-raw,format=I420,width=64,height=64,framerate=0/1");
+    Buffer buffer(gst_harness_pull(h.get()));
+    ASSERT_TRUE(buffer);
+    EXPECT_FALSE(GST_BUFFER_DURATION_IS_VALID(buffer.get()));
+    pm5544::TestCard card = cardAt(64, 64, "709", PM5544_LAYOUT_I420_8);
+    EXPECT_EQ(libraryFrame(card, 0, PM5544_LAYOUT_I420_8, 64, 64),
+              packedFrame(negotiatedInfo(h.get()), buffer.get(), PM5544_LAYOUT_I420_8));
+    GstEvent* event = nullptr;
+    while ((event = gst_harness_pull_event(h.get())) != nullptr && GST_EVENT_TYPE(event) != GST_EVENT_EOS)
+        gst_event_unref(event);
+    ASSERT_NE(nullptr, event) << "the end follows the one buffer";
+    gst_event_unref(event);
+    EXPECT_EQ(1u, gst_harness_buffers_received(h.get()));
+}
+
+// Where downstream leaves a choice: one side fixes the other at 16:9, HDR and wide colour go out at 10
+// bits or more, SDR at 8; a Y'CbCr encoding before R'G'B'-only caps is told which encoding to set.
+TEST(Pm5544Src, OpenCapsFixateAsAUserExpects) {
+    const struct {
+        const char* properties;
+        const char* caps;
+        const char* format;
+        int width, height;
+    } cases[] = {
+        {"", "video/x-raw,width=3840", "I420", 3840, 2160},
+        {"", "video/x-raw,height=720", "I420", 1280, 720},
+        {"encoding=PQ", "video/x-raw", "I420_10LE", 1920, 1080},
+        {"encoding=2020", "video/x-raw", "I420_10LE", 1920, 1080},
+        {"encoding=S-Log3", "video/x-raw", "I420_10LE", 1920, 1080},
+        {"encoding=RGB", "video/x-raw", "RGBA", 1920, 1080},
+        {"encoding=RGB-HLG", "video/x-raw", "GBR_10LE", 1920, 1080},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.properties) + " " + c.caps);
+        Pipeline pipeline(std::string("pm5544src num-buffers=1 ") + c.properties + " ! " + c.caps +
+                          " ! fakesink name=sink");
+        ASSERT_FALSE(pipeline.playToEnd().error);
+        GstVideoInfo info;
+        ASSERT_TRUE(gst_video_info_from_caps(&info, pipeline.sinkCaps().get()));
+        EXPECT_STREQ(c.format, gst_video_format_to_string(GST_VIDEO_INFO_FORMAT(&info)));
+        EXPECT_EQ(c.width, info.width);
+        EXPECT_EQ(c.height, info.height);
+    }
+
+    // Through videoconvert to P010, the card goes out at 10 bits, not as 8-bit codes padded.
+    Pipeline hdr("pm5544src num-buffers=1 encoding=PQ ! capsfilter name=sink ! videoconvert ! "
+                 "video/x-raw,format=P010_10LE ! fakesink");
+    ASSERT_FALSE(hdr.playToEnd().error);
+    GstVideoInfo info;
+    ASSERT_TRUE(gst_video_info_from_caps(&info, hdr.sinkCaps().get()));
+    EXPECT_GE(GST_VIDEO_FORMAT_INFO_DEPTH(info.finfo, 0), 10u);
+
+    Pipeline refused("pm5544src num-buffers=1 ! capsfilter name=filter ! fakesink");
+    Caps rgba(gst_caps_from_string("video/x-raw,format=RGBA"));
+    g_object_set(refused.byName("filter").get(), "caps", rgba.get(), nullptr);
+    const Ending ending = refused.playToEnd();
+    ASSERT_TRUE(ending.error);
+    EXPECT_NE(std::string::npos, ending.debug.find("set an R'G'B' encoding")) << ending.debug;
+}
+
+// A conversion asked before the caps are known is refused quietly, not with a critical warning.
+TEST(Pm5544Src, ConvertBeforeNegotiationIsRefusedQuietly) {
+    CriticalCount criticals;
+    Element src(gst_element_factory_make("pm5544src", nullptr));
+    ASSERT_TRUE(src);
+    gst_object_ref_sink(src.get());
+    gint64 bytes = 0;
+    EXPECT_FALSE(gst_element_query_convert(src.get(), GST_FORMAT_TIME, GST_SECOND, GST_FORMAT_BYTES, &bytes));
+    EXPECT_EQ(0, criticals());
 }
 
 }  // namespace
