@@ -182,4 +182,26 @@ png.Writer(width, height, greyscale=False, bitdepth=8).write(open(sys.argv[2], "
 EOF
 compare 0 "$work/rgb8.png" --encoding 601 --bits 8
 compare 2 "$work/rgb8.png" --encoding 601 --bits 10
-echo "compare_capture: the same card passes (16 and 8 bits), the changed box is found, another size or depth refused"
+# What a BGRx sink receives from the staged library, saved as a PNG by ffmpeg, is the 8-bit card.
+bgrx=$(sed -n 's/^ *PM5544_LAYOUT_BGRX = \([0-9]*\),$/\1/p' "$stage/usr/include/pm5544/pm5544.h")
+[ -n "$bgrx" ] || fail "pm5544.h names no PM5544_LAYOUT_BGRX"
+"$python" - "$library" "$bgrx" "$work/card.bgrx" <<'EOF' || fail "libpm5544 rendered no BGRx frame"
+import ctypes, sys
+lib = ctypes.CDLL(sys.argv[1])
+lib.pm5544_card_new.restype = ctypes.c_void_p
+lib.pm5544_last_error.restype = ctypes.c_char_p
+card, layout = ctypes.c_void_p(lib.pm5544_card_new()), int(sys.argv[2])
+width, height = 1280, 720
+frame = ctypes.create_string_buffer(4 * width * height)
+planes, strides = (ctypes.c_void_p * 1)(ctypes.addressof(frame)), (ctypes.c_size_t * 1)(4 * width)
+if (lib.pm5544_set_raster(card, width, height)
+        or lib.pm5544_set_encoding_name(card, b"RGB-headroom")
+        or lib.pm5544_use_layout(card, layout)
+        or lib.pm5544_render_frame(card, ctypes.c_int64(0), layout, planes, strides)):
+    sys.exit(lib.pm5544_last_error(card).decode())
+open(sys.argv[3], "wb").write(frame.raw)
+EOF
+ffmpeg -v error -y -f rawvideo -pix_fmt bgr0 -video_size 1280x720 -i "$work/card.bgrx" -pix_fmt rgb24 "$work/bgrx.png"
+compare 0 "$work/bgrx.png" --encoding RGB-headroom --bits 8
+echo "compare_capture: the same card passes (16 and 8 bits, and a BGRx frame of the library), the changed box is"
+echo "    found, another size or depth refused"
