@@ -1147,4 +1147,63 @@ TEST(Pm5544Src, ConvertBeforeNegotiationIsRefusedQuietly) {
     EXPECT_EQ(0, criticals());
 }
 
+// A timecode set while playing starts at the next frame rendered, not at the frames counted so far.
+TEST(Pm5544Src, ATimecodeSetWhilePlayingStartsAtTheNextFrame) {
+    Harness h(gst_harness_new_parse("pm5544src is-live=true clock=true timecode=10:00:00:00"));
+    gst_harness_use_testclock(h.get());
+    gst_harness_set_sink_caps_str(h.get(), rawCaps("I420", "25/1").c_str());
+    gst_harness_play(h.get());
+    auto next = [&] {
+        EXPECT_TRUE(gst_harness_wait_for_clock_id_waits(h.get(), 1, 10));
+        EXPECT_TRUE(gst_harness_crank_single_clock_wait(h.get()));
+        Buffer buffer(gst_harness_pull(h.get()));
+        return buffer ? timecodeOf(buffer.get()) : "";
+    };
+    EXPECT_EQ("10:00:00:00", next());
+    EXPECT_EQ("10:00:00:01", next());
+    Element src(gst_harness_find_element(h.get(), "pm5544src"));
+    g_object_set(src.get(), "timecode", "11:00:00:00", nullptr);
+    std::string first = next();
+    if (first == "10:00:00:02") first = next();  // rendered before the change, waiting for its time
+    EXPECT_EQ("11:00:00:00", first);
+    EXPECT_EQ("11:00:00:01", next());
+}
+
+int secondsOfDay(const std::string& timecode) {
+    return std::stoi(timecode.substr(0, 2)) * 3600 + std::stoi(timecode.substr(3, 2)) * 60 +
+           std::stoi(timecode.substr(6, 2));
+}
+
+// After a pause, a time-of-day clock shows the time of day again rather than running late by the pause.
+TEST(Pm5544Src, ATimeOfDayClockCatchesUpAfterAPause) {
+    Pipeline pipeline("pm5544src is-live=true clock=true ! " + capsAt("I420", 64, 64) + " ! appsink name=sink");
+    auto latest = [&] {
+        std::string timecode;
+        for (int n = 0; n < 3; ++n) {
+            GstSample* sample = nullptr;
+            g_signal_emit_by_name(pipeline.byName("sink").get(), "pull-sample", &sample);
+            if (sample == nullptr) return std::string();
+            timecode = timecodeOf(gst_sample_get_buffer(sample));
+            gst_sample_unref(sample);
+        }
+        return timecode;
+    };
+    auto now = [] {
+        GDateTime* time = g_date_time_new_now_local();
+        const int seconds = g_date_time_get_hour(time) * 3600 + g_date_time_get_minute(time) * 60 +
+                            g_date_time_get_second(time);
+        g_date_time_unref(time);
+        return seconds;
+    };
+    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+    ASSERT_FALSE(latest().empty());
+    gst_element_set_state(pipeline.get(), GST_STATE_PAUSED);
+    g_usleep(4 * G_USEC_PER_SEC);
+    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+    const std::string shown = latest();
+    ASSERT_FALSE(shown.empty());
+    const int late = (now() - secondsOfDay(shown) + 86400) % 86400;
+    EXPECT_LE(late, 2) << shown << " after a 4 s pause";
+}
+
 }  // namespace
