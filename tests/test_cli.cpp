@@ -439,9 +439,9 @@ TEST_F(Program, PluginInstalledUnderAnyPrefixIsFoundThroughTheGstPluginPathTheIn
 
     const std::string inspect = gstInspect();
     if (inspect.empty()) GTEST_SKIP() << "gst-inspect-1.0 or the sanitizer's runtime for it is missing";
-    const std::string listing =
-        commandOutput("env -u LD_LIBRARY_PATH GST_PLUGIN_PATH='" + pluginDir + "' GST_PLUGIN_SYSTEM_PATH= GST_REGISTRY='" +
-                      dir.path("registry.bin") + "' " + inspect + " pm5544src 2>&1");
+    const std::string listing = commandOutput("env -u LD_LIBRARY_PATH GST_PLUGIN_PATH='" + pluginDir +
+                                              "' GST_PLUGIN_SYSTEM_PATH= GST_REGISTRY='" + dir.path("registry.bin") +
+                                              "' " + inspect + " pm5544src 2>&1");
     EXPECT_TRUE(contains(listing, pluginDir + "/libgstpm5544.so\n")) << listing;
     EXPECT_TRUE(contains(listing, "Factory Details:")) << listing;
 }

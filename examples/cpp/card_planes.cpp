@@ -3,10 +3,9 @@
 //
 //     card_planes [WIDTHxHEIGHT [ENCODING]]      (defaults 1920x1080 and "709")
 //     card_planes 1280x720 601 | ffmpeg -f rawvideo -pix_fmt yuv422p10le -video_size 1280x720 -i - card.png
-#include <pm5544/pm5544.hpp>
-
 #include <cstdio>
 #include <iostream>
+#include <pm5544/pm5544.hpp>
 #include <stdexcept>
 #include <string>
 #include <vector>
