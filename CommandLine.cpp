@@ -25,6 +25,9 @@ using pm5544::colourWordTable;
 
 namespace PatternRender {
 
+const pm5544::SettingNames optionNames = {"-d",     "-a",         "-b",      "-s",        "--interlaced",
+                                          "--rate", "--timecode", "--ident", "--caption", "--font"};
+
 namespace {
 
 using namespace CommandLineReading;
@@ -194,7 +197,7 @@ bool applyClock(const char*, const char*, Settings& s) {
 // once every option is read.
 bool applyTimecode(const char* /*option*/, const char* value, Settings& s) {
     s.timecode = pm5544::readTimecode(value);
-    return s.timecode || error("%s", pm5544::unreadableTimecode(value).c_str());
+    return s.timecode || error("%s", pm5544::unreadableTimecode(value, optionNames).c_str());
 }
 
 Words colourWordList() {
@@ -319,7 +322,7 @@ std::vector<Word> readWords(int argc, char** argv) {
 bool checkCombinations(const Settings& s) {
     // A preview naming the output file, however spelt, is refused by the driver, which compares files.
     if (!s.timecode) return true;
-    const std::string fault = pm5544::timecodeFault(*s.timecode, s.rateNum, s.rateDen);
+    const std::string fault = pm5544::timecodeFault(*s.timecode, s.rateNum, s.rateDen, optionNames);
     return fault.empty() || error("%s", fault.c_str());
 }
 

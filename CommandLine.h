@@ -17,6 +17,9 @@ namespace Limits = pm5544::Limits;
 using pm5544::ColourWord;
 using pm5544::Timecode;
 
+// The options that set the card's settings, as the card's refusals name them.
+extern const pm5544::SettingNames optionNames;
+
 // What the command line asked for, with the defaults of a plain run: the card's own settings, then
 // what the program does with the card.
 struct Settings : pm5544::CardSettings {

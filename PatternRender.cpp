@@ -224,7 +224,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
 
     std::printf("size %dx%d\n", s.width, s.height);
     pattern.textTrial = drawsWithinMemoryLimit;
-    pm5544::Card card(pattern, printingSink());
+    pm5544::Card card(pattern, printingSink(), optionNames);
     const bool prepared = timed(times != nullptr ? &times->setup : nullptr,
                                 [&] { return withStopSignalsBlocked([&] { return card.prepare(s); }); });
     if (!prepared) {
@@ -290,7 +290,7 @@ int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times
         std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
         return 1;
     }
-    if (const std::string fault = pm5544::rasterFault(settings); !fault.empty()) {
+    if (const std::string fault = pm5544::rasterFault(settings, optionNames); !fault.empty()) {
         std::fprintf(stderr, "Error: %s\n", fault.c_str());
         return 1;
     }

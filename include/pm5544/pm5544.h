@@ -44,10 +44,11 @@ PM5544_API const char* pm5544_version(void);
 
 typedef enum pm5544_status {
     PM5544_OK = 0,
-    PM5544_ERROR_ARGUMENT = -1, /* a null pointer, an unknown value, a short stride, a misaligned plane */
-    PM5544_ERROR_SETTINGS = -2, /* settings the card cannot have, or a layout they do not allow */
-    PM5544_ERROR_MEMORY = -3,   /* not enough memory */
-    PM5544_ERROR_FAILED = -4    /* anything else; the message says what */
+    PM5544_ERROR_ARGUMENT = -1,   /* a null pointer, an unknown value, a short stride, a misaligned plane */
+    PM5544_ERROR_SETTINGS = -2,   /* settings the card cannot have, or a layout they do not allow */
+    PM5544_ERROR_MEMORY = -3,     /* not enough memory */
+    PM5544_ERROR_FAILED = -4,     /* anything else (a message callback that threw); the message says what */
+    PM5544_ERROR_IN_CALLBACK = -5 /* a call on the card from inside its own message callback */
 } pm5544_status;
 
 /* The colour encodings, as the command line's -c names them (pm5544_set_encoding_name takes the names). */
@@ -207,7 +208,7 @@ typedef struct pm5544_plane {
 } pm5544_plane;
 
 /* Fills planes[0 .. count - 1] for the layout at width x height and returns the count (1, 2 or 3), or a
- * negative pm5544_status. */
+ * negative pm5544_status (PM5544_ERROR_ARGUMENT too for a plane of more bytes than size_t holds). */
 PM5544_API int pm5544_layout_planes(pm5544_layout layout, int width, int height,
                                     pm5544_plane planes[PM5544_MAX_PLANES]);
 
@@ -220,7 +221,8 @@ typedef struct pm5544_card pm5544_card;
 PM5544_API pm5544_card* pm5544_card_new(void);
 PM5544_API void pm5544_card_free(pm5544_card* card);
 
-/* The message of the last failing call on this handle ("" if none); valid until the next call. */
+/* The message of the last failing call on this handle ("" if none has failed yet): calls that succeed
+ * leave it. Valid until the next failing call on the handle. */
 PM5544_API const char* pm5544_last_error(const pm5544_card* card);
 
 /* Lines the command line prints while it renders: the geometry, the font found, warnings. */
@@ -228,14 +230,23 @@ typedef enum pm5544_message_kind {
     PM5544_MESSAGE_PROGRESS = 0, /* the program prints these on standard output */
     PM5544_MESSAGE_WARNING = 1   /* ... and these on standard error */
 } pm5544_message_kind;
-/* Called on the calling thread with one line at a time, ending in '\n'. NULL: messages are dropped
- * (the default). */
+/* Called on the calling thread with one line at a time, ending in '\n', one call a line. NULL: messages
+ * are dropped (the default).
+ * The card is in the middle of a call while its callback runs: the callback may read pm5544_last_error
+ * but must not free the card, and any other call on the card from inside it is refused with
+ * PM5544_ERROR_IN_CALLBACK, changing nothing. Other cards may be used. A callback written in C++ must not
+ * let an exception out (pm5544.hpp's handlers may throw: the wrapper rethrows once the call returns);
+ * if one does, the library catches it, goes on, and the call returns PM5544_ERROR_FAILED. */
 typedef void (*pm5544_message_fn)(void* user_data, pm5544_message_kind kind, const char* line);
 PM5544_API pm5544_status pm5544_set_message_callback(pm5544_card* card, pm5544_message_fn callback, void* user_data);
 
-/* Settings. Each is checked when the card is next prepared (explicitly or by the first render after a
- * change), which refuses settings the card cannot have with the command line's reason. */
-PM5544_API pm5544_status pm5544_set_raster(pm5544_card* card, int width, int height);          /* -d */
+/* Settings. A setter refuses a value the card can never have (PM5544_ERROR_SETTINGS, or
+ * PM5544_ERROR_ARGUMENT for a value outside its enumeration) and leaves the setting as it was. What
+ * depends on several settings (the pixel aspect ratio the raster and the aspect ratio give, a timecode's
+ * frames against the frame rate) is checked when the card is next prepared (explicitly or by the first
+ * render after a change). The messages name the setting: "(raster)", "(frame rate)". A setter that gives
+ * a setting the value it has keeps the prepared card (and where a time-of-day clock started). */
+PM5544_API pm5544_status pm5544_set_raster(pm5544_card* card, int width, int height);          /* -d, 64 to 16384 */
 PM5544_API pm5544_status pm5544_set_aspect(pm5544_card* card, int numerator, int denominator); /* -a, display */
 PM5544_API pm5544_status pm5544_set_encoding(pm5544_card* card, pm5544_encoding encoding);     /* -c */
 PM5544_API pm5544_status pm5544_set_encoding_name(pm5544_card* card, const char* name);        /* -c word */
@@ -243,7 +254,9 @@ PM5544_API pm5544_status pm5544_set_bits(pm5544_card* card, int bits);          
 PM5544_API pm5544_status pm5544_set_sampling(pm5544_card* card, int sampling);                 /* -s 444/422/420 */
 /* The bit depth and sampling a layout fixes (FRAME16 changes nothing). */
 PM5544_API pm5544_status pm5544_use_layout(pm5544_card* card, pm5544_layout layout);
-PM5544_API pm5544_status pm5544_set_edge_taper(pm5544_card* card, int enabled);   /* -e turns it off */
+/* Kept for compatibility: this card shapes its own edges, so the taper never runs and changes no sample;
+ * the setting is kept and the prepared card with it. */
+PM5544_API pm5544_status pm5544_set_edge_taper(pm5544_card* card, int enabled);
 PM5544_API pm5544_status pm5544_set_ident(pm5544_card* card, const char* utf8);   /* NULL or "": none */
 PM5544_API pm5544_status pm5544_set_caption(pm5544_card* card, const char* utf8); /* NULL or "": none */
 /* A clock in the lower box instead of the caption: the time of day when the card is prepared, or the
@@ -255,8 +268,8 @@ PM5544_API pm5544_status pm5544_set_timecode(pm5544_card* card, const char* time
 /* The time of day a clock without a timecode starts from (hours 0 to 23); hours < 0 returns to the
  * local time when the card is prepared. */
 PM5544_API pm5544_status pm5544_set_time_of_day(pm5544_card* card, int hours, int minutes, int seconds);
-PM5544_API pm5544_status pm5544_set_font(pm5544_card* card, const char* fontconfig_name); /* NULL: default */
-PM5544_API pm5544_status pm5544_set_frame_rate(pm5544_card* card, int numerator, int denominator);
+PM5544_API pm5544_status pm5544_set_font(pm5544_card* card, const char* fontconfig_name);          /* NULL: default */
+PM5544_API pm5544_status pm5544_set_frame_rate(pm5544_card* card, int numerator, int denominator); /* 1 to 1000000 */
 
 /* ---- Scanning ----
  *
@@ -283,7 +296,8 @@ PM5544_API pm5544_status pm5544_set_scan(pm5544_card* card, pm5544_scan scan);
 PM5544_API pm5544_status pm5544_prepare(pm5544_card* card);
 
 /* The picture of frame `frame` (0 for the first) in `layout`, into planes[0 .. count - 1] with their
- * strides in bytes. Without a clock every frame is frame 0. */
+ * strides in bytes: any frame from 0 to INT64_MAX, the clock going round once a day. Without a clock
+ * every frame is frame 0. */
 PM5544_API pm5544_status pm5544_render_frame(pm5544_card* card, int64_t frame, pm5544_layout layout,
                                              void* const planes[], const size_t strides[]);
 
@@ -301,7 +315,8 @@ PM5544_API pm5544_status pm5544_changed_rows(pm5544_card* card, int64_t from, in
 /* Brings planes that hold frame `held` (as this card rendered it, with its present settings, in the
  * same layout at these strides) to frame `frame`, rendering only the rows that differ; `written` (may
  * be NULL) says which. held < 0: the planes hold nothing yet (or a frame of earlier settings), and the
- * whole frame is rendered. */
+ * whole frame is rendered. So it is, whatever `held` says, by the first render or update after a
+ * change of settings; planes rendered before the change and updated after that need held < 0. */
 PM5544_API pm5544_status pm5544_update_frame(pm5544_card* card, int64_t frame, int64_t held, pm5544_layout layout,
                                              void* const planes[], const size_t strides[], pm5544_rows* written);
 

@@ -1,5 +1,6 @@
 // A C++ wrapper over the C API (pm5544.h): the handle freed by its owner, errors thrown as
-// pm5544::Error with the handle's message, settings chained.
+// pm5544::Error with the handle's message, settings chained. A message handler may throw: the exception
+// is held while the library finishes the call (none crosses the C API) and rethrown when it returns.
 //
 //     pm5544::TestCard card;
 //     card.raster(3840, 2160).encoding("HLG").layout(PM5544_LAYOUT_I422_10).clock(true);
@@ -9,11 +10,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "pm5544/pm5544.h"
 
@@ -32,7 +35,7 @@ class TestCard {
 public:
     using MessageHandler = std::function<void(pm5544_message_kind kind, const char* line)>;
 
-    TestCard() : card_(pm5544_card_new(), pm5544_card_free), handler_(std::make_unique<MessageHandler>()) {
+    TestCard() : card_(pm5544_card_new(), pm5544_card_free), handler_(std::make_unique<Handler>()) {
         if (!card_) throw std::bad_alloc();
     }
 
@@ -52,10 +55,12 @@ public:
     TestCard& frameRate(int numerator, int denominator) {
         return check(pm5544_set_frame_rate(get(), numerator, denominator));
     }
-    // Called on the rendering thread with each line; an empty handler drops them.
+    // Called on the rendering thread with each line; an empty handler drops them. It must not call the
+    // card (such calls are refused); what it throws first reaches the caller of the call that ran it.
     TestCard& onMessage(MessageHandler handler) {
-        *handler_ = std::move(handler);
-        return check(pm5544_set_message_callback(get(), *handler_ ? &TestCard::forward : nullptr, handler_.get()));
+        handler_->function = std::move(handler);
+        return check(
+            pm5544_set_message_callback(get(), handler_->function ? &TestCard::forward : nullptr, handler_.get()));
     }
 
     void prepare() { check(pm5544_prepare(get())); }
@@ -78,16 +83,28 @@ public:
     pm5544_card* get() const { return card_.get(); }
 
 private:
+    struct Handler {
+        MessageHandler function;
+        std::exception_ptr thrown;  // the first exception of the call running, rethrown when it returns
+    };
+
     TestCard& check(pm5544_status status) {
+        if (handler_->thrown) std::rethrow_exception(std::exchange(handler_->thrown, nullptr));
         if (status != PM5544_OK) throw Error(status, pm5544_last_error(get()));
         return *this;
     }
-    static void forward(void* handler, pm5544_message_kind kind, const char* line) {
-        (*static_cast<MessageHandler*>(handler))(kind, line);
+    // Nothing may unwind through the C API: the exception waits for check().
+    static void forward(void* user, pm5544_message_kind kind, const char* line) noexcept {
+        Handler& handler = *static_cast<Handler*>(user);
+        try {
+            handler.function(kind, line);
+        } catch (...) {
+            if (!handler.thrown) handler.thrown = std::current_exception();
+        }
     }
 
     std::unique_ptr<pm5544_card, void (*)(pm5544_card*)> card_;
-    std::unique_ptr<MessageHandler> handler_;  // at a fixed address the C API holds
+    std::unique_ptr<Handler> handler_;  // at a fixed address the C API holds
 };
 
 }  // namespace pm5544

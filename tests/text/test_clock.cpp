@@ -2,10 +2,10 @@
 // independent count, wrapping at midnight, the local time.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
-#include <climits>
 #include <string>
 #include <tuple>
 #include <utility>

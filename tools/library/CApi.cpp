@@ -1,10 +1,12 @@
 // The C API: a handle owns its pattern, settings and last error; every entry point checks its arguments
 // and turns exceptions into status codes, so that nothing unwinds into C.
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "library/Card.h"
@@ -22,7 +24,10 @@ struct pm5544_card {
     std::string error;
     pm5544_message_fn callback = nullptr;
     void* userData = nullptr;
-    std::vector<uint16_t> row;  // one full-frame row
+    std::vector<uint16_t> row;    // one full-frame row
+    int inCallback = 0;           // > 0 while the message callback runs: calls on the card are refused
+    std::string callbackFault;    // what the callback threw, reported when the call ends
+    bool settingsChanged = true;  // since the last frame rendered: no frame held is of the present settings
 };
 
 namespace {
@@ -36,45 +41,101 @@ pm5544_status fail(pm5544_card* card, pm5544_status status, const std::string& m
     return status;
 }
 
-// Runs a call's body, turning what it throws into a status and a message.
+// The library's names for its settings in its messages.
+const pm5544::SettingNames& names = pm5544::settingNames;
+
+// The limits the header states are the card's.
+static_assert(PM5544_MIN_SIDE == pm5544::Limits::minimumSide && PM5544_MAX_SIDE == pm5544::Limits::maximumSide &&
+                  PM5544_MAX_RATE_TERM == pm5544::Limits::maximumRateTerm &&
+                  PM5544_ENCODING_COUNT == PatternGen::colourAxesCount &&
+                  double(PM5544_MIN_PIXEL_ASPECT_N) / PM5544_MIN_PIXEL_ASPECT_D == pm5544::Limits::minimumPixelAspect &&
+                  double(PM5544_MAX_PIXEL_ASPECT_N) / PM5544_MAX_PIXEL_ASPECT_D == pm5544::Limits::maximumPixelAspect,
+              "the header's limits and the card's");
+
+// Runs a call's body, turning what it throws into a status and a message; a call from inside the
+// card's message callback is refused, as the card is then in the middle of another call. The message
+// of the last failing call stays until another call fails.
 template <typename Body>
 pm5544_status guarded(pm5544_card* card, Body&& body) {
     if (card == nullptr) return PM5544_ERROR_ARGUMENT;
-    card->error.clear();
+    if (card->inCallback > 0)
+        return fail(card, PM5544_ERROR_IN_CALLBACK,
+                    "A card's message callback called one of the card's functions; only pm5544_last_error may be");
     try {
-        return body();
+        const pm5544_status status = body();
+        const std::string thrown = std::exchange(card->callbackFault, {});
+        if (status == PM5544_OK && !thrown.empty())
+            return fail(card, PM5544_ERROR_FAILED, "The message callback threw " + thrown);
+        return status;
     } catch (const std::bad_alloc&) {
         return fail(card, PM5544_ERROR_MEMORY,
                     "Not enough memory to render " + std::to_string(card->settings.width) + "x" +
                         std::to_string(card->settings.height));
     } catch (const std::exception& error) {
         return fail(card, PM5544_ERROR_FAILED, error.what());
+    } catch (...) {
+        return fail(card, PM5544_ERROR_FAILED, "An exception that is no std::exception stopped the call");
     }
 }
 
-// A setting changed: the card is built afresh when next needed.
+// A setting changed: the card is built afresh when next needed. A value the card already has keeps the
+// prepared card (and where a time-of-day clock started).
 template <typename Change>
 pm5544_status change(pm5544_card* card, Change&& apply) {
     return guarded(card, [&] {
-        apply(card->settings);
+        pm5544::CardSettings changed = card->settings;
+        apply(changed);
+        const bool same = pm5544::sameCard(changed, card->settings);
+        card->settings = std::move(changed);
+        if (same) return PM5544_OK;
         card->card.reset();
         card->pattern.reset();
+        card->settingsChanged = true;
         return PM5544_OK;
     });
 }
 
+// As above, for a value refused on its own: `refusal` says why (empty: it is not), and the setting
+// is then left as it was.
+template <typename Refusal, typename Change>
+pm5544_status change(pm5544_card* card, Refusal&& refusal, Change&& apply) {
+    return guarded(card, [&] {
+        if (const std::string fault = refusal(); !fault.empty()) return fail(card, PM5544_ERROR_SETTINGS, fault);
+        return change(card, apply);
+    });
+}
+
+// Hands the callback one line at a time. What it throws stops at this frame, so that it never unwinds
+// through the card being built (leaving it half made, and what it holds unreleased): the call reports it.
+void deliver(pm5544_card* card, MessageKind kind, const std::string& text) {
+    if (card->callback == nullptr) return;
+    const pm5544_message_kind k = kind == MessageKind::Warning ? PM5544_MESSAGE_WARNING : PM5544_MESSAGE_PROGRESS;
+    for (size_t start = 0; start < text.size();) {
+        const size_t newline = text.find('\n', start);
+        const size_t end = newline == std::string::npos ? text.size() : newline + 1;
+        const std::string line = text.substr(start, end - start);
+        start = end;
+        std::string thrown;
+        ++card->inCallback;
+        try {
+            card->callback(card->userData, k, line.c_str());
+        } catch (const std::exception& error) {
+            thrown = std::string("\"") + error.what() + "\"";
+        } catch (...) {
+            thrown = "an exception that is no std::exception";
+        }
+        --card->inCallback;
+        if (card->callbackFault.empty()) card->callbackFault = thrown;
+    }
+}
+
 pm5544_status prepare(pm5544_card* card) {
     if (card->card) return PM5544_OK;
-    if (const std::string fault = pm5544::settingsFault(card->settings); !fault.empty())
+    if (const std::string fault = pm5544::settingsFault(card->settings, names); !fault.empty())
         return fail(card, PM5544_ERROR_SETTINGS, fault);
     auto pattern = std::make_unique<PhilipsPm5544Spec>();
-    const auto sink = [card](MessageKind kind, const std::string& line) {
-        if (card->callback != nullptr)
-            card->callback(card->userData,
-                           kind == MessageKind::Warning ? PM5544_MESSAGE_WARNING : PM5544_MESSAGE_PROGRESS,
-                           line.c_str());
-    };
-    auto built = std::make_unique<pm5544::Card>(*pattern, sink);
+    const auto sink = [card](MessageKind kind, const std::string& text) { deliver(card, kind, text); };
+    auto built = std::make_unique<pm5544::Card>(*pattern, sink, names);
     if (!built->prepare(card->settings)) return fail(card, PM5544_ERROR_SETTINGS, built->fault());
     card->row.assign(static_cast<size_t>(card->settings.width) * FrameRow::samplesPerPixel, 0);
     card->pattern = std::move(pattern);
@@ -219,8 +280,12 @@ int pm5544_layout_planes(pm5544_layout layout, int width, int height, pm5544_pla
     if (format == nullptr || planes == nullptr || width <= 0 || height <= 0) return PM5544_ERROR_ARGUMENT;
     pm5544::PlaneSize sizes[pm5544::maximumPlanes];
     const int count = pm5544::planeSizes(*format, width, height, sizes);
-    for (int p = 0; p < count; ++p)
-        planes[p] = {sizes[p].rowBytes, sizes[p].rows, sizes[p].rowBytes * size_t(sizes[p].rows)};
+    for (int p = 0; p < count; ++p) {
+        const uint64_t rows = static_cast<uint64_t>(sizes[p].rows);
+        if (sizes[p].rowBytes > SIZE_MAX / rows) return PM5544_ERROR_ARGUMENT;  // more bytes than size_t holds
+        planes[p] = {static_cast<size_t>(sizes[p].rowBytes), sizes[p].rows,
+                     static_cast<size_t>(sizes[p].rowBytes * rows)};
+    }
     return count;
 }
 
@@ -241,31 +306,43 @@ pm5544_status pm5544_set_message_callback(pm5544_card* card, pm5544_message_fn c
 }
 
 pm5544_status pm5544_set_raster(pm5544_card* card, int width, int height) {
-    return change(card, [&](pm5544::CardSettings& s) { s.width = width, s.height = height; });
+    return change(
+        card, [&] { return pm5544::sizeFault(width, height, PatternGen::Quadrant_None, names); },
+        [&](pm5544::CardSettings& s) { s.width = width, s.height = height; });
 }
 
 pm5544_status pm5544_set_aspect(pm5544_card* card, int numerator, int denominator) {
-    return change(card, [&](pm5544::CardSettings& s) { s.aspectNum = numerator, s.aspectDen = denominator; });
+    return change(
+        card, [&] { return pm5544::aspectFault(numerator, denominator, names); },
+        [&](pm5544::CardSettings& s) { s.aspectNum = numerator, s.aspectDen = denominator; });
 }
 
 pm5544_status pm5544_set_encoding(pm5544_card* card, pm5544_encoding encoding) {
-    return change(card, [&](pm5544::CardSettings& s) { s.axes = static_cast<PatternGen::colorAxes_e>(encoding); });
+    return guarded(card, [&] {
+        // Checked before the value becomes an axis, which no number outside the enumeration may be.
+        if (const std::string fault = pm5544::encodingFault(encoding); !fault.empty())
+            return fail(card, PM5544_ERROR_ARGUMENT, fault);
+        return change(card, [&](pm5544::CardSettings& s) { s.axes = static_cast<PatternGen::colorAxes_e>(encoding); });
+    });
 }
 
 pm5544_status pm5544_set_encoding_name(pm5544_card* card, const char* name) {
     return guarded(card, [&] {
         const pm5544::ColourWord* word = pm5544::colourWordNamed(text(name));
-        if (word == nullptr) return fail(card, PM5544_ERROR_SETTINGS, "Unrecognised Colour Space " + text(name));
+        if (word == nullptr) return fail(card, PM5544_ERROR_SETTINGS, "Encoding " + text(name) + " is unknown");
         return pm5544_set_encoding(card, static_cast<pm5544_encoding>(word->axes));
     });
 }
 
 pm5544_status pm5544_set_bits(pm5544_card* card, int bits) {
-    return change(card, [&](pm5544::CardSettings& s) { s.bits = bits; });
+    return change(
+        card, [&] { return pm5544::bitsFault(bits, names); }, [&](pm5544::CardSettings& s) { s.bits = bits; });
 }
 
 pm5544_status pm5544_set_sampling(pm5544_card* card, int sampling) {
-    return change(card, [&](pm5544::CardSettings& s) { s.sampling = static_cast<PatternGen::sampling_e>(sampling); });
+    return change(
+        card, [&] { return pm5544::samplingFault(sampling, names); },
+        [&](pm5544::CardSettings& s) { s.sampling = static_cast<PatternGen::sampling_e>(sampling); });
 }
 
 pm5544_status pm5544_use_layout(pm5544_card* card, pm5544_layout layout) {
@@ -286,11 +363,15 @@ pm5544_status pm5544_set_edge_taper(pm5544_card* card, int enabled) {
 }
 
 pm5544_status pm5544_set_ident(pm5544_card* card, const char* utf8) {
-    return change(card, [&](pm5544::CardSettings& s) { s.ident = text(utf8); });
+    return change(
+        card, [&] { return pm5544::textFault(text(utf8), names.ident); },
+        [&](pm5544::CardSettings& s) { s.ident = text(utf8); });
 }
 
 pm5544_status pm5544_set_caption(pm5544_card* card, const char* utf8) {
-    return change(card, [&](pm5544::CardSettings& s) { s.caption = text(utf8); });
+    return change(
+        card, [&] { return pm5544::textFault(text(utf8), names.caption); },
+        [&](pm5544::CardSettings& s) { s.caption = text(utf8); });
 }
 
 pm5544_status pm5544_set_clock(pm5544_card* card, int enabled) {
@@ -302,24 +383,29 @@ pm5544_status pm5544_set_timecode(pm5544_card* card, const char* timecode) {
         const std::string given = text(timecode);
         std::optional<pm5544::Timecode> read;
         if (!given.empty() && !(read = pm5544::readTimecode(given)))
-            return fail(card, PM5544_ERROR_SETTINGS, pm5544::unreadableTimecode(given));
+            return fail(card, PM5544_ERROR_SETTINGS, pm5544::unreadableTimecode(given, names));
         return change(card, [&](pm5544::CardSettings& s) { s.timecode = read; });
     });
 }
 
 pm5544_status pm5544_set_time_of_day(pm5544_card* card, int hours, int minutes, int seconds) {
-    return change(card, [&](pm5544::CardSettings& s) {
-        s.timeOfDay.reset();
-        if (hours >= 0) s.timeOfDay = pm5544::Timecode{hours, minutes, seconds, 0, false};
-    });
+    const std::optional<pm5544::Timecode> start =
+        hours >= 0 ? std::optional(pm5544::Timecode{hours, minutes, seconds, 0, false}) : std::nullopt;
+    return change(
+        card, [&] { return start ? pm5544::timeOfDayFault(*start) : std::string(); },
+        [&](pm5544::CardSettings& s) { s.timeOfDay = start; });
 }
 
 pm5544_status pm5544_set_font(pm5544_card* card, const char* fontconfig_name) {
-    return change(card, [&](pm5544::CardSettings& s) { s.font = text(fontconfig_name); });
+    return change(
+        card, [&] { return pm5544::textFault(text(fontconfig_name), names.font); },
+        [&](pm5544::CardSettings& s) { s.font = text(fontconfig_name); });
 }
 
 pm5544_status pm5544_set_frame_rate(pm5544_card* card, int numerator, int denominator) {
-    return change(card, [&](pm5544::CardSettings& s) { s.rateNum = numerator, s.rateDen = denominator; });
+    return change(
+        card, [&] { return pm5544::rateFault(numerator, denominator, names); },
+        [&](pm5544::CardSettings& s) { s.rateNum = numerator, s.rateDen = denominator; });
 }
 
 pm5544_status pm5544_set_scan(pm5544_card* card, pm5544_scan scan) {
@@ -363,13 +449,15 @@ pm5544_status pm5544_update_frame(pm5544_card* card, int64_t frame, int64_t held
         if (pm5544_status status = checkTarget(card, layout, planes, strides, format); status != PM5544_OK)
             return status;
         pm5544::RowSpan span{0, card->settings.height};
-        if (held < 0) {
+        // No frame the planes hold can be of settings changed since the last render.
+        if (held < 0 || card->settingsChanged) {
             if (card->shown != frame) card->card->showFrame(frame);
             card->shown = frame;
         } else {
             span = changedRows(card, held, frame);
         }
         if (!span.empty()) renderRows(card, *format, span, planes, strides);
+        card->settingsChanged = false;
         if (written != nullptr) *written = {span.first, span.count};
         return PM5544_OK;
     });

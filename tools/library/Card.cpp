@@ -20,14 +20,14 @@ ClockStart clockStartOf(const CardSettings& s) {
 
 }  // namespace
 
-Card::Card(PatternSpec& pattern, MessageSink messages)
-    : pattern_(pattern), boxes_(dynamic_cast<PhilipsPm5544Spec*>(&pattern)) {
+Card::Card(PatternSpec& pattern, MessageSink messages, const SettingNames& names)
+    : pattern_(pattern), boxes_(dynamic_cast<PhilipsPm5544Spec*>(&pattern)), names_(names) {
     pattern_.messages = std::move(messages);
 }
 
 bool Card::prepare(const CardSettings& settings) {
     prepared_ = false;
-    fault_ = settingsFault(settings);
+    fault_ = settingsFault(settings, names_);
     if (!fault_.empty()) return false;
     settings_ = settings;
     const CardSettings& s = settings_;

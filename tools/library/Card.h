@@ -24,8 +24,8 @@ struct RowSpan {
 class Card {
 public:
     // The pattern is the caller's (the program keeps its own on its stack). Text goes into the boxes of
-    // the PM5544 card; other patterns have none.
-    Card(PatternSpec& pattern, MessageSink messages);
+    // the PM5544 card; other patterns have none. Faults name the settings by `names`.
+    Card(PatternSpec& pattern, MessageSink messages, const SettingNames& names);
 
     // Checks the settings and sets the pattern up for them, with the text of frame 0 in its boxes. False
     // with fault() when the card cannot have them. Throws std::bad_alloc when memory runs out.
@@ -47,6 +47,7 @@ public:
 private:
     PatternSpec& pattern_;
     PhilipsPm5544Spec* const boxes_;  // null for a pattern without text boxes
+    const SettingNames& names_;
     CardSettings settings_;
     ClockStart clockStart_;
     std::string fault_;

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include "colour/ColourSpace.h"
 #include "pattern/PatternWrapper.h"
@@ -25,6 +26,10 @@ constexpr int maximumRateTerm = 1000000;  // numerator and denominator of the fr
 struct Timecode {
     int hours = 0, minutes = 0, seconds = 0, frames = 0;
     bool dropFrame = false;  // HH:MM:SS;FF
+    bool operator==(const Timecode& o) const {
+        return std::tie(hours, minutes, seconds, frames, dropFrame) ==
+               std::tie(o.hours, o.minutes, o.seconds, o.frames, o.dropFrame);
+    }
 };
 
 struct CardSettings {
@@ -61,16 +66,47 @@ const ColourWord* colourWordNamed(const std::string& word);
 // "?" for a value that is no axis.
 const char* colourWordOf(PatternGen::colorAxes_e axes);
 
-// Why the card cannot have these settings, in the command line's words; empty when it can. The raster
+// What the messages call each setting: the program names its options ("-d"), the library its settings
+// ("raster"), so that each keeps its own words for the same reason.
+struct SettingNames {
+    const char* raster;
+    const char* aspect;
+    const char* bits;
+    const char* sampling;
+    const char* scan;
+    const char* rate;
+    const char* timecode;
+    const char* ident;
+    const char* caption;
+    const char* font;
+};
+// The library's names.
+extern const SettingNames settingNames;
+
+// Whether two settings give the same card. The edge taper is left out: the card shapes its own edges
+// with the framework's transitions off, so the taper never runs on it.
+bool sameCard(const CardSettings& a, const CardSettings& b);
+
+// Why a setting cannot be had whatever the others are, naming it by `names`; empty when it can.
+std::string sizeFault(int width, int height, PatternGen::quadrant_e quadrant, const SettingNames& names);
+std::string aspectFault(int aspectNum, int aspectDen, const SettingNames& names);  // both positive
+std::string bitsFault(int bits, const SettingNames& names);
+std::string samplingFault(int sampling, const SettingNames& names);
+std::string encodingFault(int axes);
+std::string rateFault(int rateNum, int rateDen, const SettingNames& names);
+std::string timeOfDayFault(const Timecode& timeOfDay);
+std::string textFault(const std::string& text, const char* name);
+
+// Why the card cannot have these settings, naming them by `names`; empty when it can. The raster
 // (size, aspect ratio and bit depth) is checked first, then the timecode against the frame rate, then
 // what only a library caller can get wrong (values outside the enumerations, text that is not UTF-8).
-std::string rasterFault(const CardSettings& settings);
-std::string timecodeFault(const Timecode& timecode, int rateNum, int rateDen);
-std::string settingsFault(const CardSettings& settings);
+std::string rasterFault(const CardSettings& settings, const SettingNames& names);
+std::string timecodeFault(const Timecode& timecode, int rateNum, int rateDen, const SettingNames& names);
+std::string settingsFault(const CardSettings& settings, const SettingNames& names);
 
 // "HH:MM:SS:FF", or "HH:MM:SS;FF" for drop-frame; nothing when the text is not a timecode, which
 // unreadableTimecode says.
 std::optional<Timecode> readTimecode(const std::string& text);
-std::string unreadableTimecode(const std::string& text);
+std::string unreadableTimecode(const std::string& text, const SettingNames& names);
 
 }  // namespace pm5544

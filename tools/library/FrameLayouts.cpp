@@ -140,10 +140,10 @@ void packPlane(const uint16_t* row, int width, int which, int bits, uint8_t* out
 
 int chromaColumnStep(int sampling) { return sampling == 444 ? 1 : 2; }
 int chromaRowStep(int sampling) { return sampling == 420 ? 2 : 1; }
-int chromaWidthOf(int sampling, int width) {
-    return (width + chromaColumnStep(sampling) - 1) / chromaColumnStep(sampling);
-}
-int chromaRowsOf(int sampling, int height) { return (height + chromaRowStep(sampling) - 1) / chromaRowStep(sampling); }
+// n / step rounded up, for any n up to INT_MAX.
+int roundedUpQuotient(int n, int step) { return n / step + (n % step != 0 ? 1 : 0); }
+int chromaWidthOf(int sampling, int width) { return roundedUpQuotient(width, chromaColumnStep(sampling)); }
+int chromaRowsOf(int sampling, int height) { return roundedUpQuotient(height, chromaRowStep(sampling)); }
 
 // Y' of each pixel and, into chroma unless it is null (a row that repeats the chroma above), Cb and Cr
 // interleaved; the codes in the high bits.
@@ -182,8 +182,8 @@ bool layoutAllows(const LayoutFormat& format, PatternGen::colorAxes_e axes) {
 }
 
 int planeSizes(const LayoutFormat& format, int width, int height, PlaneSize sizes[maximumPlanes]) {
-    const size_t w = static_cast<size_t>(width);
-    const size_t bytesPerSample = format.bits == 8 ? 1 : 2;
+    const uint64_t w = static_cast<uint64_t>(width);
+    const uint64_t bytesPerSample = format.bits == 8 ? 1 : 2;
     switch (format.packing) {
         case Packing::Frame16:
         case Packing::RGBA16:
@@ -207,7 +207,7 @@ int planeSizes(const LayoutFormat& format, int width, int height, PlaneSize size
         case Packing::SemiPlanar:
             break;
     }
-    const size_t chromaWidth = static_cast<size_t>(chromaWidthOf(format.sampling, width));
+    const uint64_t chromaWidth = static_cast<uint64_t>(chromaWidthOf(format.sampling, width));
     const int chromaRows = chromaRowsOf(format.sampling, height);
     sizes[0] = {w * bytesPerSample, height};
     if (format.packing == Packing::SemiPlanar) {

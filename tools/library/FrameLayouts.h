@@ -24,7 +24,7 @@ struct LayoutFormat {
 constexpr int maximumPlanes = 3;
 
 struct PlaneSize {
-    size_t rowBytes;
+    uint64_t rowBytes;  // 64 bits whatever size_t is: the C API refuses what size_t cannot hold
     int rows;
 };
 
