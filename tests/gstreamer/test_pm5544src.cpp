@@ -817,6 +817,13 @@ TEST(Pm5544Src, RefusesBadTimecodesWithTheLibrarysReason) {
     }
 }
 
+// The next buffer of a live source in a harness with a test clock, handed over when its time comes.
+Buffer nextLiveBuffer(GstHarness* h) {
+    EXPECT_TRUE(gst_harness_wait_for_clock_id_waits(h, 1, 10));
+    EXPECT_TRUE(gst_harness_crank_single_clock_wait(h));
+    return Buffer(gst_harness_pull(h));
+}
+
 // A live source paced by a test clock renders one frame ahead: a property set now shows from the frame
 // after the one already waiting, and another encoding renegotiates the caps' colorimetry.
 TEST(Pm5544Src, PropertyChangesShowInTheFollowingFrames) {
@@ -825,9 +832,7 @@ TEST(Pm5544Src, PropertyChangesShowInTheFollowingFrames) {
     gst_harness_set_sink_caps_str(h.get(), rawCaps("I420", "25/1").c_str());
     gst_harness_play(h.get());
     auto nextFrame = [&] {
-        EXPECT_TRUE(gst_harness_wait_for_clock_id_waits(h.get(), 1, 10));
-        EXPECT_TRUE(gst_harness_crank_single_clock_wait(h.get()));
-        Buffer buffer(gst_harness_pull(h.get()));
+        Buffer buffer = nextLiveBuffer(h.get());
         return buffer ? packedFrame(negotiatedInfo(h.get()), buffer.get(), PM5544_LAYOUT_I420_8) : Bytes();
     };
     auto card = [](const char* encoding, const char* caption) {
@@ -1154,9 +1159,7 @@ TEST(Pm5544Src, ATimecodeSetWhilePlayingStartsAtTheNextFrame) {
     gst_harness_set_sink_caps_str(h.get(), rawCaps("I420", "25/1").c_str());
     gst_harness_play(h.get());
     auto next = [&] {
-        EXPECT_TRUE(gst_harness_wait_for_clock_id_waits(h.get(), 1, 10));
-        EXPECT_TRUE(gst_harness_crank_single_clock_wait(h.get()));
-        Buffer buffer(gst_harness_pull(h.get()));
+        Buffer buffer = nextLiveBuffer(h.get());
         return buffer ? timecodeOf(buffer.get()) : "";
     };
     EXPECT_EQ("10:00:00:00", next());
