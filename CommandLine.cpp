@@ -200,12 +200,35 @@ bool applyTimecode(const char* /*option*/, const char* value, Settings& s) {
     return s.timecode || error("%s", pm5544::unreadableTimecode(value, optionNames).c_str());
 }
 
+// The field orders --interlaced takes, by the words broadcast equipment uses for them.
+struct ScanWord {
+    const char* word;
+    PatternGen::Scan scan;
+};
+const ScanWord scanWords[] = {{"tff", PatternGen::Scan::InterlacedTopFirst},
+                              {"bff", PatternGen::Scan::InterlacedBottomFirst}};
+
+bool applyInterlaced(const char* option, const char* value, Settings& s) {
+    for (const ScanWord& row : scanWords) {
+        if (std::strcmp(value, row.word) == 0) {
+            s.scan = row.scan;
+            return true;
+        }
+    }
+    return error("%s %s is not tff (top field first) or bff (bottom field first)", option, value);
+}
+
 Words colourWordList() {
     Words words;
     for (const ColourWord& row : colourWordTable) words.push_back(row.word);
     return words;
 }
 Words samplingWords() { return {"444", "422", "420"}; }
+Words scanWordList() {
+    Words words;
+    for (const ScanWord& row : scanWords) words.push_back(row.word);
+    return words;
+}
 Words quadrantWordList() { return {"TL", "TR", "BL", "BR"}; }
 Words bitsWords() { return {"8", "10", "12", "16"}; }
 Words sizeWords() { return {"720x576", "720x486", "1280x720", "1920x1080", "2048x1080", "3840x2160", "4096x2160"}; }
@@ -249,6 +272,10 @@ const Option longOptionTable[] = {
      "timecode of the first frame, counting nominal frames a second (30 for 30000/1001); HH:MM:SS;FF counts "
      "drop-frame at 30000/1001 and 60000/1001",
      applyTimecode, nullptr},
+    {"--interlaced", "ORDER", nullptr,
+     "Y4M: interlaced frames, the top (tff) or bottom (bff) field first; both fields show the frame's picture, and "
+     "4:2:0 chroma is subsampled per field",
+     applyInterlaced, scanWordList},
     {"--help", nullptr, nullptr, "print this help and exit", applyNothing, nullptr},
     {"--version", nullptr, nullptr, "print the version and the versions of the libraries, and exit", applyNothing,
      nullptr},

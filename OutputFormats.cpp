@@ -126,6 +126,15 @@ Rows<OutputFormat> formats() { return {std::begin(formatTable), std::end(formatT
 
 const OutputFormat& previewFormat() { return formatTable[0]; }
 
+bool fitsScan(const OutputFormat& format, const Settings& s) {
+    if (!PatternGen::isInterlaced(s.scan) || format.takesFrames) return true;
+    std::fprintf(stderr,
+                 "Error: --interlaced is for Y4M video: a %s file is a progressive still with no field order "
+                 "(leave --interlaced out)\n",
+                 format.name);
+    return false;
+}
+
 const OutputFormat* formatNamed(const std::string& name) {
     for (const OutputFormat& format : formats())
         if (name == format.name) return &format;

@@ -26,6 +26,9 @@ struct OutputFormat {
 Rows<OutputFormat> formats();
 // The preview's format: PNG, whose failure line a failing preview takes.
 const OutputFormat& previewFormat();
+// Interlaced frames are video: a still format has no field order to keep. Says why not on standard
+// error and returns false.
+bool fitsScan(const OutputFormat& format, const Settings& settings);
 // nullptr for a name that is no format.
 const OutputFormat* formatNamed(const std::string& name);
 // The format a render writes: --format if given, PNG for "-", else by the name's extension exactly

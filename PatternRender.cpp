@@ -141,6 +141,7 @@ bool writeOutput(const OutputFormat& format, const Settings& s, ImageWriterOf<Ki
     header.bits = s.bits;
     header.axes = s.axes;
     header.sampling = s.sampling;
+    header.scan = s.scan;
     header.lineRepeats = &lineRepeats;
     double* renderTime = times != nullptr ? &times->render : nullptr;
     double* writeTime = times != nullptr ? &times->write : nullptr;
@@ -221,6 +222,7 @@ auto withStopSignalsBlocked(Action&& action) {
 int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageTimes* times) {
     const OutputFormat& format = formatFor(s);
     if (format.settingsFit != nullptr && !format.settingsFit(s)) return 1;
+    if (!fitsScan(format, s)) return 1;
 
     std::printf("size %dx%d\n", s.width, s.height);
     pattern.textTrial = drawsWithinMemoryLimit;

@@ -1,6 +1,7 @@
 // Interlaced frames through the C API: 4:2:0 chroma is subsampled per field, checked against the
-// 4:2:2 render of the same card (whose rows each keep their own chroma, shaped as subsampled chroma is); other samplings and the field order change no sample; a clock's
-// frames brought up to date in place equal fresh renders.
+// 4:2:2 render of the same card (its rows keep their own chroma, shaped as subsampled chroma is);
+// other samplings and the field order change no sample; a clock's frames brought up to date in place
+// equal fresh renders.
 #include <gtest/gtest.h>
 
 #include <cstdint>

@@ -14,6 +14,7 @@
 #include "colour/ColourSpace.h"
 #include "output/OutputFile.h"
 #include "pattern/RowSource.h"
+#include "pattern/Scan.h"
 
 using LineRepeats = std::vector<std::pair<int, int>>;
 
@@ -24,6 +25,7 @@ struct ImageHeader {
     int bits = 12;   // output depth the samples were rounded to
     PatternGen::colorAxes_e axes = PatternGen::Colour_RGB;
     int sampling = 444;
+    PatternGen::Scan scan = PatternGen::Scan::Progressive;  // video: the field order it is tagged with
     const LineRepeats* lineRepeats = nullptr;  // the pattern's list, where the loop has one
 
     bool isYCbCr() const { return PatternGen::isYCbCrAxes(axes); }

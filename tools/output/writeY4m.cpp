@@ -19,6 +19,17 @@
 namespace {
 
 const char kFrameMarker[] = "FRAME\n";
+
+char interlaceTag(PatternGen::Scan scan) {
+    switch (scan) {
+        case PatternGen::Scan::InterlacedTopFirst:
+            return 't';
+        case PatternGen::Scan::InterlacedBottomFirst:
+            return 'b';
+        default:
+            return 'p';
+    }
+}
 constexpr size_t kCopyChunk = size_t(1) << 20;  // bytes per step when the kernel cannot copy a range
 
 // A frame can be written by offset and copied within the file: a regular file, open to read and
@@ -93,6 +104,8 @@ public:
         bytesPerSample_ = header.bits > 8 ? 2 : 1;
         chromaColumnsStep_ = header.sampling == 444 ? 1 : 2;
         chromaRowsStep_ = header.sampling == 420 ? 2 : 1;
+        sampling_ = header.sampling;
+        scan_ = header.scan;
         chromaWidth_ = (header.width + chromaColumnsStep_ - 1) / chromaColumnsStep_;
         const size_t lumaSamples = static_cast<size_t>(header.width) * header.height;
         const size_t chromaSamples =
@@ -122,9 +135,9 @@ public:
         if (passes_ > 1) return writePlaneRow(row);
         pm5544::packLuma(row, width_, bits_, luma_.data());
         bool placed = place(luma_, static_cast<size_t>(width_) * row_ * bytesPerSample_);
-        if (row_ % chromaRowsStep_ == 0) {
+        if (const int chromaRow = PatternGen::chromaPlaneRow(sampling_, scan_, row_); chromaRow >= 0) {
             fillChroma(row);
-            const size_t chromaAt = static_cast<size_t>(chromaWidth_) * (row_ / chromaRowsStep_) * bytesPerSample_;
+            const size_t chromaAt = static_cast<size_t>(chromaWidth_) * chromaRow * bytesPerSample_;
             placed = placed && place(chromaB_, cb_ + chromaAt) && place(chromaR_, cr_ + chromaAt);
         }
         ++row_;
@@ -164,7 +177,7 @@ private:
             if (row_ == 0) written = out_->write(kFrameMarker, sizeof kFrameMarker - 1);
             pm5544::packLuma(row, width_, bits_, luma_.data());
             written = written && out_->write(luma_.data(), luma_.size());
-        } else if (row_ % chromaRowsStep_ == 0) {
+        } else if (PatternGen::chromaPlaneRow(sampling_, scan_, row_) >= 0) {
             fillChroma(row);
             const std::vector<uint8_t>& chroma = plane_ == 1 ? chromaB_ : chromaR_;
             written = out_->write(chroma.data(), chroma.size());
@@ -218,8 +231,9 @@ private:
         return false;
     }
 
-    // "YUV4MPEG2 W1920 H1080 F25:1 Ip A1:1 C422p10 XCOLORRANGE=LIMITED"; 8-bit 4:2:0 names its chroma
-    // siting (top-left, as rendered). False, with a message, when the pixel aspect does not fit the field.
+    // "YUV4MPEG2 W1920 H1080 F25:1 Ip A1:1 C422p10 XCOLORRANGE=LIMITED", It or Ib for interlaced frames
+    // with the top or bottom field first; 8-bit 4:2:0 names its chroma siting (top-left, as rendered,
+    // within each field when interlaced). False, with a message, when the pixel aspect does not fit the field.
     bool streamHeader(const ImageHeader& header, std::string& line) const {
         // Pixel aspect = display aspect / picture aspect, in lowest terms.
         const long long parNum = static_cast<long long>(aspectNum_) * header.height;
@@ -237,8 +251,9 @@ private:
         else if (header.sampling == 420)
             chroma += "paldv";
         char text[160];
-        std::snprintf(text, sizeof text, "YUV4MPEG2 W%d H%d F%d:%d Ip A%lld:%lld C%s XCOLORRANGE=LIMITED\n",
-                      header.width, header.height, rateNum_, rateDen_, num, den, chroma.c_str());
+        std::snprintf(text, sizeof text, "YUV4MPEG2 W%d H%d F%d:%d I%c A%lld:%lld C%s XCOLORRANGE=LIMITED\n",
+                      header.width, header.height, rateNum_, rateDen_, interlaceTag(header.scan), num, den,
+                      chroma.c_str());
         line = text;
         return true;
     }
@@ -248,6 +263,8 @@ private:
     OutputFile* out_ = nullptr;
     int width_ = 0, bits_ = 8, bytesPerSample_ = 1;
     int chromaColumnsStep_ = 1, chromaRowsStep_ = 1, chromaWidth_ = 0;
+    int sampling_ = 444;
+    PatternGen::Scan scan_ = PatternGen::Scan::Progressive;
     size_t frameBytes_ = 0;
     size_t cb_ = 0, cr_ = 0;                         // byte offsets of the chroma planes in a frame
     std::vector<uint8_t> luma_, chromaB_, chromaR_;  // one row in file form

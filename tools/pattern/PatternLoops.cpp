@@ -19,7 +19,7 @@ namespace {
 constexpr int frameShift = FrameRow::loopCodeShift;
 constexpr int frameSamples = FrameRow::samplesPerPixel;
 using FrameRow::crOrR, FrameRow::yOrG, FrameRow::cbOrB, FrameRow::alpha;
-constexpr int lineSamples = 3;   // per pixel: R G B or Y Cb Cr
+constexpr int lineSamples = 3;  // per pixel: R G B or Y Cb Cr
 // Edge taper: weight of black in the outermost column and in the one next to it.
 constexpr double taperOuter = 0.9;
 constexpr double taperInner = 0.33;
