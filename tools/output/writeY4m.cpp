@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "library/FrameLayouts.h"
+#include "output/HeldFrame.h"
 
 namespace {
 
@@ -121,7 +122,7 @@ public:
         inFile_ = writableInPlace(out.stream());
         if (!inFile_) {
             if (frameBytes_ <= heldFrameBudget_)
-                frame_.assign(frameBytes_, 0);
+                held_ = std::make_unique<HeldFrame>(frameBytes_);
             else
                 passes_ = kPlanes;
         }
@@ -189,8 +190,11 @@ private:
         return written;
     }
 
+    // The marker goes through the stream, the frame straight to the descriptor.
     bool writeHeld() {
-        return out_->write(kFrameMarker, sizeof kFrameMarker - 1) && out_->write(frame_.data(), frame_.size());
+        if (!out_->write(kFrameMarker, sizeof kFrameMarker - 1)) return false;
+        if (std::fflush(out_->stream()) != 0) return failed();
+        return held_->writeTo(fileno(out_->stream())) || failed();
     }
 
     // Starts the next frame in the file as a copy of the current one.
@@ -219,7 +223,7 @@ private:
 
     bool place(const std::vector<uint8_t>& bytes, size_t at) {
         if (!inFile_) {
-            std::copy(bytes.begin(), bytes.end(), frame_.begin() + static_cast<std::ptrdiff_t>(at));
+            held_->place(bytes.data(), bytes.size(), at);
             return true;
         }
         return writeAt(fileno(out_->stream()), bytes.data(), bytes.size(), frameAt_ + static_cast<int64_t>(at)) ||
@@ -271,9 +275,9 @@ private:
     bool inFile_ = false;
     int64_t frameAt_ = 0;  // the current frame's offset in the file
     size_t heldFrameBudget_;
-    std::vector<uint8_t> frame_;  // the frame in file form, when held in memory
-    int passes_ = 1;              // kPlanes: each frame's rows come once per plane
-    int plane_ = 0;               // the plane this pass writes
+    std::unique_ptr<HeldFrame> held_;  // the frame in file form, when held in memory
+    int passes_ = 1;                   // kPlanes: each frame's rows come once per plane
+    int plane_ = 0;                    // the plane this pass writes
     int height_ = 0;
     int row_ = 0;
 };
