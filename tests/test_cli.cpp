@@ -376,7 +376,7 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
                                       "./usr/include/pm5544/pm5544.hpp",
                                       libdir + "libpm5544.so",
                                       libdir + "libpm5544.so.1",
-                                      libdir + "libpm5544.so.1.0.0",
+                                      libdir + PM5544_LIBRARY_FILE,
                                       libdir + "pkgconfig/pm5544.pc",
                                       libdir + "cmake/pm5544/pm5544Config.cmake",
                                       libdir + "cmake/pm5544/pm5544ConfigVersion.cmake",
@@ -396,7 +396,7 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     for (const std::string& file : files) listed += file + "\n";
     EXPECT_EQ(commandOutput("cd '" + root + "' && find . ! -type d | LC_ALL=C sort"), listed);
     EXPECT_EQ(commandOutput("cd '" + root + "/" + libdir + "' && readlink libpm5544.so libpm5544.so.1"),
-              "libpm5544.so.1\nlibpm5544.so.1.0.0\n");
+              "libpm5544.so.1\n" PM5544_LIBRARY_FILE "\n");
     EXPECT_EQ(commandOutput("head -n 3 '" + root + "/" + libdir + "pkgconfig/pm5544.pc'"),
               "prefix=/usr\nlibdir=${prefix}/" PM5544_INSTALL_LIBDIR "\nincludedir=${prefix}/include\n");
     EXPECT_EQ(commandOutput("grep -h '^Copyright' '" + root + "'/usr/share/doc/*/copyright | uniq"),

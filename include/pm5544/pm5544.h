@@ -38,7 +38,7 @@ extern "C" {
 
 /* The library's version, as numbers and as "MAJOR.MINOR.PATCH". */
 #define PM5544_VERSION_MAJOR 1
-#define PM5544_VERSION_MINOR 0
+#define PM5544_VERSION_MINOR 1
 #define PM5544_VERSION_PATCH 0
 PM5544_API const char* pm5544_version(void);
 

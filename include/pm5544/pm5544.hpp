@@ -52,6 +52,7 @@ public:
     TestCard& clock(bool enabled) { return check(pm5544_set_clock(get(), enabled)); }
     TestCard& timecode(const std::string& timecode) { return check(pm5544_set_timecode(get(), timecode.c_str())); }
     TestCard& font(const std::string& name) { return check(pm5544_set_font(get(), name.c_str())); }
+    TestCard& scan(pm5544_scan scan) { return check(pm5544_set_scan(get(), scan)); }
     TestCard& frameRate(int numerator, int denominator) {
         return check(pm5544_set_frame_rate(get(), numerator, denominator));
     }

@@ -918,7 +918,7 @@ TEST(Pm5544Src, InterleavedFramesCarryTheirFieldOrder) {
                                   rawCaps(c.format, "30000/1001") + ",interlace-mode=interleaved,field-order=" + c.order);
         pm5544::TestCard card = squareCard("709", format.layout);
         card.clock(true).timecode("10:00:00;00").frameRate(30000, 1001);
-        ASSERT_EQ(PM5544_OK, pm5544_set_scan(card.get(), c.scan));
+        card.scan(c.scan);
         for (int n = 0; n < 2; ++n) {
             Buffer buffer(gst_harness_pull(h.get()));
             ASSERT_TRUE(buffer);
