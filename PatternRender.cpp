@@ -26,7 +26,7 @@
 #include "pattern/RowSource.h"
 #include "preview/Preview.h"
 #include "selftest/UnitTests.h"
-#include "text/TextMemory.h"
+#include "TextMemory.h"
 
 using PatternGen::colorAxes_e;
 using PatternRender::StageTiming::timed;

@@ -1,5 +1,5 @@
 // Text drawn first in a forked copy of the process when memory is limited.
-#include "text/TextMemory.h"
+#include "TextMemory.h"
 
 #include <fcntl.h>
 #include <pthread.h>

@@ -81,7 +81,10 @@ static void gst_pm5544_allocator_init(GstPm5544Allocator* self) {
     GST_OBJECT_FLAG_SET(self, GST_ALLOCATOR_FLAG_CUSTOM_ALLOC);
 }
 
-GstAllocator* gst_pm5544_allocator_new(void) { return GST_ALLOCATOR(g_object_new(GST_TYPE_PM5544_ALLOCATOR, NULL)); }
+/* The caller owns the allocator: its floating reference is sunk here. */
+GstAllocator* gst_pm5544_allocator_new(void) {
+    return GST_ALLOCATOR(gst_object_ref_sink(g_object_new(GST_TYPE_PM5544_ALLOCATOR, NULL)));
+}
 
 static gboolean is_ours(GstMemory* memory) {
     return memory->allocator != NULL && GST_IS_PM5544_ALLOCATOR(memory->allocator);

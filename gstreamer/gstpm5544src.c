@@ -692,7 +692,6 @@ static gboolean gst_pm5544_src_decide_allocation(GstBaseSrc* base, GstQuery* que
     GstAllocator* allocator = NULL;
     gst_buffer_pool_config_get_allocator(config, &allocator, NULL);
     if (allocator == NULL || GST_IS_PM5544_ALLOCATOR(allocator)) {
-        if (src->allocator == NULL) src->allocator = gst_pm5544_allocator_new();
         gst_buffer_pool_config_set_allocator(config, src->allocator, NULL);
         use_own_allocator(query, src->allocator);
     }
@@ -1030,7 +1029,7 @@ static void gst_pm5544_src_finalize(GObject* object) {
     GstPm5544Src* src = GST_PM5544_SRC(object);
     properties_clear(&src->wanted);
     properties_clear(&src->applied);
-    if (src->allocator != NULL) gst_object_unref(src->allocator);
+    gst_object_unref(src->allocator);
     G_OBJECT_CLASS(gst_pm5544_src_parent_class)->finalize(object);
 }
 
@@ -1090,6 +1089,7 @@ static void gst_pm5544_src_class_init(GstPm5544SrcClass* klass) {
 static void gst_pm5544_src_init(GstPm5544Src* src) {
     src->wanted.encoding = src->applied.encoding = DEFAULT_ENCODING;
     src->reference_frame = -1;
+    src->allocator = gst_pm5544_allocator_new();
     gst_video_info_init(&src->info);
     gst_base_src_set_format(GST_BASE_SRC(src), GST_FORMAT_TIME);
 }
