@@ -20,8 +20,8 @@
 #include "library/Card.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
-#include "output/RowPipeline.h"
-#include "output/StopSignals.h"
+#include "RowPipeline.h"
+#include "StopSignals.h"
 #include "pattern/FrameRow.h"
 #include "pattern/RowSource.h"
 #include "preview/Preview.h"
@@ -251,7 +251,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
 
     // A writer may still reach its file as it goes (TIFF closes through it): made after the file, it
     // goes first.
-    OutputFile output(s.fileName, standardOutput);
+    OutputFile output(s.fileName, standardOutput, &StopSignals::temporaries());
     const AnyImageWriter writer = format.makeWriter(s);
     const bool written = std::visit(
         [&](const auto& kindWriter) { return renderInto(*kindWriter, format, pattern, s, video, output, times); },
@@ -259,7 +259,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     if (!written) return 1;
     std::unique_ptr<OutputFile> preview;
     if (!s.preview.empty()) {
-        preview = std::make_unique<OutputFile>(s.preview, standardOutput);
+        preview = std::make_unique<OutputFile>(s.preview, standardOutput, &StopSignals::temporaries());
         if (!writePreview(card, s, *preview)) return 1;
     }
     return commitOutputs(format, s, output, preview.get()) ? 0 : 1;

@@ -81,9 +81,24 @@ static void gst_pm5544_allocator_init(GstPm5544Allocator* self) {
     GST_OBJECT_FLAG_SET(self, GST_ALLOCATOR_FLAG_CUSTOM_ALLOC);
 }
 
-/* The caller owns the allocator: its floating reference is sunk here. */
-GstAllocator* gst_pm5544_allocator_new(void) {
-    return GST_ALLOCATOR(gst_object_ref_sink(g_object_new(GST_TYPE_PM5544_ALLOCATOR, NULL)));
+/* Lives as long as the process, as GStreamer's system memory allocator does. */
+static GstAllocator* process_allocator;
+
+void gst_pm5544_allocator_register(void) {
+    if (process_allocator != NULL) return;
+    process_allocator = GST_ALLOCATOR(gst_object_ref_sink(g_object_new(GST_TYPE_PM5544_ALLOCATOR, NULL)));
+    gst_allocator_register(ALLOCATOR_NAME, gst_object_ref(process_allocator));
+}
+
+GstAllocator* gst_pm5544_allocator_get(void) { return gst_object_ref(process_allocator); }
+
+guint64 gst_pm5544_new_generation(void) {
+    static GMutex lock; /* 64-bit atomics are not everywhere */
+    static guint64 last = 0;
+    g_mutex_lock(&lock);
+    const guint64 generation = ++last;
+    g_mutex_unlock(&lock);
+    return generation;
 }
 
 static gboolean is_ours(GstMemory* memory) {

@@ -10,7 +10,13 @@ G_BEGIN_DECLS
 #define GST_TYPE_PM5544_ALLOCATOR (gst_pm5544_allocator_get_type())
 G_DECLARE_FINAL_TYPE(GstPm5544Allocator, gst_pm5544_allocator, GST, PM5544_ALLOCATOR, GstAllocator)
 
-GstAllocator* gst_pm5544_allocator_new(void);
+/* One allocator serves every pm5544src of the process, registered with GStreamer when the plugin loads,
+ * as GStreamer's own allocators are; _get returns a reference to it. */
+void gst_pm5544_allocator_register(void);
+GstAllocator* gst_pm5544_allocator_get(void);
+
+/* A number no card of the process has had: which card rendered a memory's frame. */
+guint64 gst_pm5544_new_generation(void);
 
 /* The frame the memory holds as rendered by the card of `generation`, or -1 (another allocator's
  * memory, another card, or mapped for writing since). */

@@ -105,7 +105,7 @@ struct _GstPm5544Src {
     gboolean caps_changed; /* the card is to be built for new caps */
     gchar* caps_fault;     /* why the last caps were refused */
     pm5544_card* card;
-    guint64 generation;               /* of the card: counts the cards built */
+    guint64 generation;               /* of the card: unique in the process */
     gint64 clock_base;                /* the stream's frame that is the card's frame 0 */
     GstVideoTimeCode* first_timecode; /* the card's frame 0's */
     GstBuffer* reference;             /* the frame last rendered, never sent */
@@ -573,7 +573,7 @@ static void replace_card(GstPm5544Src* src, pm5544_card* card, const CardPropert
     src->card = card;
     src->first_timecode = timecode;
     src->clock_base = base;
-    src->generation += 1;
+    src->generation = gst_pm5544_new_generation();
     src->reference_frame = -1;
     src->caps_changed = FALSE;
     properties_copy(&src->applied, p);
@@ -1089,13 +1089,14 @@ static void gst_pm5544_src_class_init(GstPm5544SrcClass* klass) {
 static void gst_pm5544_src_init(GstPm5544Src* src) {
     src->wanted.encoding = src->applied.encoding = DEFAULT_ENCODING;
     src->reference_frame = -1;
-    src->allocator = gst_pm5544_allocator_new();
+    src->allocator = gst_pm5544_allocator_get();
     gst_video_info_init(&src->info);
     gst_base_src_set_format(GST_BASE_SRC(src), GST_FORMAT_TIME);
 }
 
 static gboolean plugin_init(GstPlugin* plugin) {
     GST_DEBUG_CATEGORY_INIT(pm5544_src_debug, "pm5544src", 0, "PM5544 test card source");
+    gst_pm5544_allocator_register();
     return gst_element_register(plugin, "pm5544src", GST_RANK_NONE, GST_TYPE_PM5544_SRC);
 }
 

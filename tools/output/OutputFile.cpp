@@ -1,11 +1,11 @@
 // Output files that replace the earlier file only once complete. A regular file is written to a
-// temporary beside it; commit flushes, syncs and renames it over the name. A stop signal or an exit
-// without commit removes the temporary, so the name holds the earlier file or the whole new one.
+// temporary beside it; commit flushes, syncs and renames it over the name, and a file abandoned removes
+// it, so the name holds the earlier file or the whole new one. The temporary list a host gives may remove
+// it when the process is stopped.
 #include "output/OutputFile.h"
 
 #include <fcntl.h>
 #include <limits.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,87 +16,10 @@
 #include <system_error>
 #include <utility>
 
-#include "output/StopSignals.h"
 
 namespace {
 
-// ---- Temporaries removed when the run is stopped, or exits without committing ----
-// The signal handler may only touch memory that is never allocated or freed: a fixed table of names.
-
-constexpr int kTemporarySlots = 8;
-char temporaryName[kTemporarySlots][PATH_MAX];
-volatile sig_atomic_t temporaryListed[kTemporarySlots];
-
-void removeListedTemporaries() {
-    for (int slot = 0; slot < kTemporarySlots; ++slot)
-        if (temporaryListed[slot]) unlink(temporaryName[slot]);
-}
-
-// Async-signal-safe. SA_RESETHAND has restored the default action, so the signal raised again ends the
-// process once the handler returns, and the exit status says which signal stopped it.
-extern "C" void removeTemporariesAndStop(int signal) {
-    removeListedTemporaries();
-    raise(signal);
-}
-
-extern "C" void removeTemporariesAtExit() { removeListedTemporaries(); }
-
-// A stop signal the caller ignores (as nohup does) stays ignored, and one that something in the process
-// already handles (a profiler's SIGPROF) keeps its handler. SIGXFSZ is ignored so that a write
-// past the file-size limit fails with EFBIG and is reported like a full disk, instead of killing the
-// process with its temporary left behind.
-void installCleanupOnce() {
-    static bool installed = false;
-    if (installed) return;
-    installed = true;
-    struct sigaction action {};
-    action.sa_handler = removeTemporariesAndStop;
-    action.sa_mask = StopSignals::set();
-    action.sa_flags = SA_RESETHAND;
-    for (int signal = 1; signal < NSIG; ++signal) {
-        struct sigaction previous {};
-        if (sigismember(&action.sa_mask, signal) == 1 && sigaction(signal, nullptr, &previous) == 0 &&
-            (previous.sa_flags & SA_SIGINFO) == 0 && previous.sa_handler == SIG_DFL)
-            sigaction(signal, &action, nullptr);
-    }
-    signal(SIGXFSZ, SIG_IGN);
-    std::atexit(removeTemporariesAtExit);
-}
-
-// The stop signals are held back while the table and the directory disagree (a temporary created but
-// not yet listed, or renamed but still listed): StopSignals::Blocked.
-
-// Creates a temporary from `pattern` (ending in XXXXXX) and lists it: its slot, or -1 with errno set.
-int createListedTemporary(const std::string& pattern, int& descriptor) {
-    if (pattern.size() >= PATH_MAX) {
-        errno = ENAMETOOLONG;
-        return -1;
-    }
-    const StopSignals::Blocked held;
-    for (int slot = 0; slot < kTemporarySlots; ++slot) {
-        if (temporaryListed[slot]) continue;
-        std::memcpy(temporaryName[slot], pattern.c_str(), pattern.size() + 1);
-        descriptor = mkstemp(temporaryName[slot]);
-        if (descriptor < 0) return -1;
-        temporaryListed[slot] = 1;
-        return slot;
-    }
-    errno = EMFILE;
-    return -1;
-}
-
-// Renames the listed temporary to `target`, or removes it when target is null, and unlists it.
-// 0 or the rename's errno (the temporary is then removed).
-int retireTemporary(int slot, const char* target) {
-    const StopSignals::Blocked held;
-    int error = 0;
-    if (target == nullptr || std::rename(temporaryName[slot], target) != 0) {
-        error = target == nullptr ? 0 : errno;
-        unlink(temporaryName[slot]);
-    }
-    temporaryListed[slot] = 0;
-    return error;
-}
+TemporaryList plainTemporaries;
 
 // ---- Names ----
 
@@ -151,15 +74,30 @@ FILE* anonymousTemporary() {
 
 }  // namespace
 
-OutputFile::OutputFile(std::string name, FILE* standardOutput)
-    : name_(std::move(name)), toStandardOutput_(name_ == "-"), standardOutput_(standardOutput) {}
+int TemporaryList::create(std::string& path, int& descriptor) {
+    descriptor = mkstemp(path.data());
+    return descriptor < 0 ? -1 : 0;
+}
+
+int TemporaryList::retire(int /*entry*/, const std::string& path, const char* target) {
+    if (target != nullptr && std::rename(path.c_str(), target) == 0) return 0;
+    const int error = target == nullptr ? 0 : errno;
+    unlink(path.c_str());
+    return error;
+}
+
+OutputFile::OutputFile(std::string name, FILE* standardOutput, TemporaryList* temporaries)
+    : name_(std::move(name)),
+      toStandardOutput_(name_ == "-"),
+      standardOutput_(standardOutput),
+      temporaries_(temporaries != nullptr ? *temporaries : plainTemporaries) {}
 
 OutputFile::~OutputFile() {
     if (stream_ != nullptr || temporarySlot_ >= 0) abandon();
 }
 
 bool OutputFile::open(bool needSeek) {
-    installCleanupOnce();
+    temporaries_.opening();
     opened_ = openStream(needSeek);
     return opened_;
 }
@@ -201,7 +139,8 @@ bool OutputFile::openReplacement(const std::string& target, const struct stat* e
     const std::string directory = directoryOf(target);
     const std::string stem = target.substr(directory.size(), kMaxTemporaryStem);
     int descriptor = -1;
-    temporarySlot_ = createListedTemporary(directory + "." + stem + ".XXXXXX", descriptor);
+    temporaryPath_ = directory + "." + stem + ".XXXXXX";
+    temporarySlot_ = temporaries_.create(temporaryPath_, descriptor);
     if (temporarySlot_ < 0) {
         fail(errno);
         return false;
@@ -268,7 +207,7 @@ bool OutputFile::finish() {
 bool OutputFile::commit() {
     if (!finish()) return false;
     if (temporarySlot_ >= 0) {
-        if (const int error = retireTemporary(temporarySlot_, target_.c_str())) fail(error);
+        if (const int error = temporaries_.retire(temporarySlot_, temporaryPath_, target_.c_str())) fail(error);
         temporarySlot_ = -1;
     }
     return !failed();
@@ -307,7 +246,7 @@ void OutputFile::abandon() {
         if (*stream != nullptr && *stream != standardOutput_) std::fclose(*stream);
         *stream = nullptr;
     }
-    if (temporarySlot_ >= 0) retireTemporary(temporarySlot_, nullptr);
+    if (temporarySlot_ >= 0) temporaries_.retire(temporarySlot_, temporaryPath_, nullptr);
     temporarySlot_ = -1;
 }
 

@@ -12,10 +12,27 @@
 #include <cstdio>
 #include <string>
 
+// How the temporaries of files not yet complete are made and retired. This plain list keeps no record;
+// a host that removes them when the process is stopped (the program, on a stop signal or at exit) gives
+// one of its own, which lists each temporary for as long as it exists.
+class TemporaryList {
+public:
+    virtual ~TemporaryList() = default;
+    // Before a file is opened.
+    virtual void opening() {}
+    // Creates a temporary from path (ending in XXXXXX, which becomes the name made) and opens it: its
+    // entry in the list, or -1 with errno set.
+    virtual int create(std::string& path, int& descriptor);
+    // Renames the temporary to target, or removes it when target is null, and unlists it: 0, or the
+    // rename's errno (the temporary is then removed).
+    virtual int retire(int entry, const std::string& path, const char* target);
+};
+
 class OutputFile {
 public:
     // "-" names standard output, written to standardOutput (the driver may have moved it aside).
-    explicit OutputFile(std::string name, FILE* standardOutput = stdout);
+    // Temporaries are made through `temporaries`, which must outlive the file (null: the plain list).
+    explicit OutputFile(std::string name, FILE* standardOutput = stdout, TemporaryList* temporaries = nullptr);
     ~OutputFile();  // abandons a file that was opened and not committed
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -66,7 +83,9 @@ private:
     bool finished_ = false;
     bool toStandardOutput_ = false;
     FILE* standardOutput_ = stdout;
+    TemporaryList& temporaries_;
     std::string target_;           // the regular file the temporary replaces
-    int temporarySlot_ = -1;       // the temporary's entry in the list removed on a stop signal
+    std::string temporaryPath_;    // the temporary beside it
+    int temporarySlot_ = -1;       // the temporary's entry in the list
     FILE* destination_ = nullptr;  // a destination that cannot seek, filled from stream_ at commit
 };

@@ -9,7 +9,7 @@
 
 #include "PatternRender.h"
 #include "colour/rounding.h"
-#include "output/RowPipeline.h"
+#include "RowPipeline.h"
 #include "pattern/FrameRow.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // The render-ahead pipeline: a ring of row buffers shared by one rendering worker and the consumer.
-#include "output/RowPipeline.h"
+#include "RowPipeline.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "output/StopSignals.h"
+#include "StopSignals.h"
 
 namespace {
 

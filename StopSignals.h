@@ -1,8 +1,11 @@
-// The signals that stop a run from outside. OutputFile removes its temporaries when one arrives; every
-// thread the program starts keeps them blocked, so that the handler runs on the main thread.
+// The signals that stop a run from outside. The program's output files list their temporaries here, and
+// they are removed when one arrives or the program exits without committing them; every thread the
+// program starts keeps the signals blocked, so that the handler runs on the main thread.
 #pragma once
 
 #include <signal.h>
+
+#include "output/OutputFile.h"
 
 namespace StopSignals {
 
@@ -23,5 +26,9 @@ public:
 private:
     sigset_t previous_;
 };
+
+// The temporaries of the files the program writes, removed on a stop signal or at exit. The handler is
+// installed when the first file is opened.
+TemporaryList& temporaries();
 
 }  // namespace StopSignals
