@@ -90,7 +90,9 @@ const OutputFormat formatTable[] = {
      "extension, or with one that names no format",
      nullptr, makePng, "Failed to write PNG file %s\n", nullptr,
      false, false, true, true},
-    {"tif", "16-bit three-sample TIFF, LZW, with the line-repeat list in tag 65456 \"LineRepeat\"",
+    {"tif",
+     "16-bit three-sample TIFF, LZW, every line stored: the card lists no repeated lines, so the file has "
+     "no line-repeat tag (65456)",
      nullptr, makeTiff, "Failed to write TIFF file %s\n", "Could not create tiff file\n",
      true, false, false, true},
     {"dpx",

@@ -289,7 +289,7 @@ int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times
     }
     // The full canvas has no quarters: refused before anything is checked or set up, whatever the format.
     if (settings.quadrant != PatternGen::Quadrant_None && pattern.useFullCanvasSize()) {
-        std::fprintf(stderr, "Error: Quadrant mode is depracated\n");
+        std::fprintf(stderr, "Error: %s\n", PatternGen::quadrantRefusal);
         return 1;
     }
     if (const std::string fault = pm5544::rasterFault(settings, optionNames); !fault.empty()) {

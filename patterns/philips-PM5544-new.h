@@ -61,7 +61,7 @@ public:
     int redBoxWidth = 0;            // pixels
 
 private:
-    friend struct CardTestAccess;  // tests reach the row fill and the edge shaper through it
+    friend struct CardTestAccess;  // tests reach the rows through it (tests/support/CardTestAccess.h)
 
     // Bands inside the circle, top to bottom.
     enum class Band {

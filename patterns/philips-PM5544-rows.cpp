@@ -87,8 +87,6 @@ PhilipsPm5544Spec::Rows::Rows(PhilipsPm5544Spec& card)
     earlierShaped.resize(static_cast<size_t>(card.width));
 }
 
-void PhilipsPm5544Spec::Rows::fillLine(int y, std::vector<Pixel>& out) { fill(layoutOf(y), out); }
-
 // Rows laid out like the current one are the current one; rows made of the same kinds differ from
 // it only around the circle's bounds; any other row is shaped afresh.
 void PhilipsPm5544Spec::Rows::moveTo(int y) {

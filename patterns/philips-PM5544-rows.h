@@ -29,12 +29,9 @@ public:
         if (currentY >= 0) serve();
     }
 
-    // Row y before shaping: canvas column x at line position x + shaper().front(), with black
-    // padding in the columns the layout does not fill and beyond both ends.
-    void fillLine(int y, std::vector<Pixel>& line);
-    const CardEdgeShaper& shaper() const { return edgeShaper; }
-
 private:
+    friend struct CardTestAccess;  // tests compare the row fill and the shaping with their references
+
     // One row in canvas columns, clipped to the filled ones: the outside kind's pixels up to
     // outlineBegin, white up to innerBegin, the inside kind's up to innerEnd, white up to
     // outlineEnd, the outside kind's after it. Rows with equal layouts are equal.
@@ -57,6 +54,8 @@ private:
     std::pair<int, int> columnsWithin(int Y, int radius) const;
     const Pixel* insideRow(InsideKind kind);
     const Pixel* outsideRow(OutsideKind kind, int Y);
+    // The row before shaping: canvas column x at line position x + edgeShaper.front(), with black
+    // padding in the columns the layout does not fill and beyond both ends.
     void fill(const Layout& layout, std::vector<Pixel>& line) const;
     void fillColumns(const Layout& layout, int from, int to, Pixel* line) const;
     void moveTo(int y);

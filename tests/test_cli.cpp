@@ -304,6 +304,22 @@ TEST_F(Program, HelpListsEveryOptionEncodingAndFormat) {
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 79u) << line;
 }
 
+// The card lists no repeated lines, so its TIFF has no line-repeat tag, and the help's tif entry says so
+// rather than promising the list.
+TEST_F(Program, HelpSaysTheCardsTiffHasNoLineRepeatTag) {
+    ASSERT_EQ(run("-d 160x90 card.tif").status, 0);
+    const std::string dump = commandOutput("tiffdump '" + dir.path("card.tif") + "' 2>&1");
+    EXPECT_TRUE(contains(dump, "ImageLength (257) SHORT (3) 1<90>")) << dump;
+    EXPECT_FALSE(contains(dump, "65456")) << dump;
+    std::istringstream words(run("--help").out);
+    std::string help;
+    for (std::string word; words >> word;) help += word + " ";
+    const size_t tif = help.find(" tif ");
+    ASSERT_NE(tif, std::string::npos);
+    const std::string entry = help.substr(tif, help.find(" dpx ", tif) - tif);
+    EXPECT_TRUE(contains(entry, "no line-repeat tag (65456)")) << entry;
+}
+
 // Every -c word of the table reads back as its axes, and every axis has a word.
 TEST(CommandLine, EveryColourWordReadsAsItsAxes) {
     std::set<int> axes;

@@ -1,4 +1,4 @@
-/* libpm5544: the PM5544 test card rendered bit-exactly into caller memory.
+/* libpm5544: the PM5544 test card rendered bit-exactly into caller memory. C99 or later, or C++.
  *
  * A handle (pm5544_card) holds the settings of one card and what rendering it keeps between frames.
  * Separate handles are independent and may be used on separate threads at the same time; one handle

@@ -1,6 +1,7 @@
 // A C++ wrapper over the C API (pm5544.h): the handle freed by its owner, errors thrown as
 // pm5544::Error with the handle's message, settings chained. A message handler may throw: the exception
 // is held while the library finishes the call (none crosses the C API) and rethrown when it returns.
+// C++11 or later.
 //
 //     pm5544::TestCard card;
 //     card.raster(3840, 2160).encoding("HLG").layout(PM5544_LAYOUT_I422_10).clock(true);
@@ -35,7 +36,7 @@ class TestCard {
 public:
     using MessageHandler = std::function<void(pm5544_message_kind kind, const char* line)>;
 
-    TestCard() : card_(pm5544_card_new(), pm5544_card_free), handler_(std::make_unique<Handler>()) {
+    TestCard() : card_(pm5544_card_new(), pm5544_card_free), handler_(new Handler()) {
         if (!card_) throw std::bad_alloc();
     }
 
@@ -90,7 +91,11 @@ private:
     };
 
     TestCard& check(pm5544_status status) {
-        if (handler_->thrown) std::rethrow_exception(std::exchange(handler_->thrown, nullptr));
+        if (handler_->thrown) {
+            std::exception_ptr thrown = nullptr;
+            std::swap(thrown, handler_->thrown);
+            std::rethrow_exception(thrown);
+        }
         if (status != PM5544_OK) throw Error(status, pm5544_last_error(get()));
         return *this;
     }

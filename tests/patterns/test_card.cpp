@@ -7,15 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "CardTestAccess.h"
 #include "TestFiles.h"
 #include "philips-PM5544-new.h"
-#include "philips-PM5544-rows.h"
-
-// The card's row fill and edge shaper, which only tests look at on their own.
-struct CardTestAccess {
-    static void fillLine(PhilipsPm5544Spec& card, int y, std::vector<Pixel>& line) { card.rows->fillLine(y, line); }
-    static const CardEdgeShaper& shaper(const PhilipsPm5544Spec& card) { return card.rows->shaper(); }
-};
 
 using namespace PatternGen;
 using Member = Pixel PhilipsPm5544Spec::*;

@@ -36,23 +36,21 @@ const char* const axisNames[PatternGen::colourAxesCount] = {
 // The gamma laws selected by gammaType.
 enum GammaLaw { GammaNone = 0, GammaPower24 = 1, GammaPower22 = 2 };
 
-// Exponents and the BT.709-style camera curve used by the gamma laws.
+// Exponents of the gamma laws.
 namespace GammaCurve {
 constexpr double decode24 = 2.4;
 constexpr double decode22 = 2.2;
-constexpr double encode045 = 0.45;
+constexpr double encode045 = TransferConstants::BT709::exponent;
 constexpr double inverse24 = 0.4166666666666667;   // 1 / 2.4
 constexpr double inverse22 = 0.45454545454545453;  // 1 / 2.2
-constexpr double linearLimit = 0.0181;
-constexpr double linearSlope = 4.5;
-constexpr double curveGain = 1.0993;
-constexpr double curveOffset = 0.0993;
 }  // namespace GammaCurve
 
-// The camera curve: linear near black, a 0.45 power above; the limit itself stays linear.
+// The camera curve with BT.2020's constants: linear near black, a 0.45 power above; the limit itself
+// stays linear.
 double cameraCurve(double v) {
-    if (v <= GammaCurve::linearLimit) return GammaCurve::linearSlope * v;
-    return GammaCurve::curveGain * std::pow(v, GammaCurve::encode045) - GammaCurve::curveOffset;
+    using namespace TransferConstants;
+    if (v <= BT2020::linearLimit) return BT709::linearSlope * v;
+    return BT2020::gain * std::pow(v, BT709::exponent) - BT2020::offset;
 }
 
 // Gamma-to-linear power law without the negative pass-through.

@@ -1,8 +1,24 @@
-// Constants of the HDR transfer functions, grouped by standard and written as the standards write
+// Constants of the transfer functions, grouped by standard and written as the standards write
 // them. Light values of the colour library are in units of SDR white, 100 cd/m2.
 #pragma once
 
 namespace TransferConstants {
+
+// ITU-R BT.709 OETF: 4.5 L up to L = 0.018, 1.099 L^0.45 - 0.099 above.
+namespace BT709 {
+constexpr double linearSlope = 4.5;
+constexpr double linearSignalLimit = 0.081;  // the signal at the end of the linear segment, 4.5 x 0.018
+constexpr double exponent = 0.45;
+constexpr double gain = 1.099;
+constexpr double offset = 0.099;
+}  // namespace BT709
+
+// ITU-R BT.2020: BT.709's curve with the constants to the precision of 12-bit systems.
+namespace BT2020 {
+constexpr double linearLimit = 0.0181;
+constexpr double gain = 1.0993;
+constexpr double offset = 0.0993;
+}  // namespace BT2020
 
 // SMPTE ST 2084 (PQ); the curve's peak is 10000 cd/m2, 100 units of SDR white.
 namespace ST2084 {

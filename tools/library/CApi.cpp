@@ -52,6 +52,31 @@ static_assert(PM5544_MIN_SIDE == pm5544::Limits::minimumSide && PM5544_MAX_SIDE 
                   double(PM5544_MAX_PIXEL_ASPECT_N) / PM5544_MAX_PIXEL_ASPECT_D == pm5544::Limits::maximumPixelAspect,
               "the header's limits and the card's");
 
+// The public encodings are the colour axes by number: values cross the API by a cast.
+constexpr bool sameNumber(pm5544_encoding encoding, PatternGen::colorAxes_e axes) { return int(encoding) == int(axes); }
+static_assert(sameNumber(PM5544_ENCODING_RGB, PatternGen::Colour_RGB) &&
+                  sameNumber(PM5544_ENCODING_RGB_HEADROOM, PatternGen::Colour_RGB_219) &&
+                  sameNumber(PM5544_ENCODING_601, PatternGen::Colour_YCbCr_601) &&
+                  sameNumber(PM5544_ENCODING_709, PatternGen::Colour_YCbCr_709) &&
+                  sameNumber(PM5544_ENCODING_PQ, PatternGen::Colour_YCbCr_PQ) &&
+                  sameNumber(PM5544_ENCODING_PQ_MAPPED, PatternGen::Colour_YCbCr_PQ_Mapped) &&
+                  sameNumber(PM5544_ENCODING_HLG, PatternGen::Colour_YCbCr_HLG) &&
+                  sameNumber(PM5544_ENCODING_HLG_MAPPED, PatternGen::Colour_YCbCr_HLG_Mapped) &&
+                  sameNumber(PM5544_ENCODING_2020, PatternGen::Colour_YCbCr_2020) &&
+                  sameNumber(PM5544_ENCODING_SLOG3, PatternGen::Colour_YCbCr_SLog3) &&
+                  sameNumber(PM5544_ENCODING_SLOG3_MAPPED, PatternGen::Colour_YCbCr_SLog3_Mapped) &&
+                  sameNumber(PM5544_ENCODING_SLOG3_LIVE, PatternGen::Colour_YCbCr_SLog3_Live) &&
+                  sameNumber(PM5544_ENCODING_SLOG3_LIVE_MAPPED, PatternGen::Colour_YCbCr_SLog3_Live_Mapped) &&
+                  sameNumber(PM5544_ENCODING_RGB_PQ, PatternGen::Colour_RGB_PQ) &&
+                  sameNumber(PM5544_ENCODING_RGB_HLG, PatternGen::Colour_RGB_HLG) &&
+                  sameNumber(PM5544_ENCODING_RGB_SLOG3, PatternGen::Colour_RGB_SLog3) &&
+                  sameNumber(PM5544_ENCODING_RGB_SLOG3_LIVE, PatternGen::Colour_RGB_SLog3_Live) &&
+                  sameNumber(PM5544_ENCODING_RGB_PQ_MAPPED, PatternGen::Colour_RGB_PQ_Mapped) &&
+                  sameNumber(PM5544_ENCODING_RGB_HLG_MAPPED, PatternGen::Colour_RGB_HLG_Mapped) &&
+                  sameNumber(PM5544_ENCODING_RGB_SLOG3_MAPPED, PatternGen::Colour_RGB_SLog3_Mapped) &&
+                  sameNumber(PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED, PatternGen::Colour_RGB_SLog3_Live_Mapped),
+              "the public encodings and the colour axes are numbered alike");
+
 // Runs a call's body, turning what it throws into a status and a message; a call from inside the
 // card's message callback is refused, as the card is then in the middle of another call. The message
 // of the last failing call stays until another call fails.

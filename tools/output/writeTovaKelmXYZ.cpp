@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include "colour/TransferConstants.h"
 #include "output/writeTovaKelm.h"
 
 namespace {
@@ -15,13 +16,13 @@ constexpr unsigned short white = 3760;
 constexpr float excursion = static_cast<float>(white - black);
 }  // namespace StudioRGB12
 
-// Inverse of the BT.709 opto-electronic transfer function.
+// Inverse of the BT.709 opto-electronic transfer function, in single precision.
 namespace BT709 {
-constexpr float linearLimit = 0.081f;
-constexpr float linearSlope = 4.5f;
-constexpr float offset = 0.099f;
-constexpr float scale = 1.099f;
-constexpr float inverseExponent = static_cast<float>(1.0 / 0.45);
+constexpr float linearLimit = static_cast<float>(TransferConstants::BT709::linearSignalLimit);
+constexpr float linearSlope = static_cast<float>(TransferConstants::BT709::linearSlope);
+constexpr float offset = static_cast<float>(TransferConstants::BT709::offset);
+constexpr float scale = static_cast<float>(TransferConstants::BT709::gain);
+constexpr float inverseExponent = static_cast<float>(1.0 / TransferConstants::BT709::exponent);
 }  // namespace BT709
 
 // Linear DCI-P3 RGB (DCI white, RP 431-2) to linear CIE XYZ.

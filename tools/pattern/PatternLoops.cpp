@@ -37,7 +37,7 @@ struct CoordinateRange {
 CoordinateRange frameRange(PatternSpec& pattern, int width, int height) {
     const int halfWidth = width / 2;
     if (pattern.useFullCanvasSize()) {
-        if (pattern.quadrant != PatternGen::Quadrant_None) throw std::runtime_error("Quadrant mode is depracated");
+        if (pattern.quadrant != PatternGen::Quadrant_None) throw std::runtime_error(PatternGen::quadrantRefusal);
         return {0, width, 0, height};
     }
     switch (pattern.quadrant) {

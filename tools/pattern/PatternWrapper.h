@@ -27,6 +27,9 @@ enum sampling_e { Sampling_444 = 444, Sampling_422 = 422, Sampling_420 = 420 };
 
 enum quadrant_e { Quadrant_None = 0, Quadrant_TR = 1, Quadrant_BR = 2, Quadrant_BL = 3, Quadrant_TL = 4 };
 
+// Why a pattern drawn on the full canvas is refused a quadrant.
+constexpr const char* quadrantRefusal = "Quadrant mode is depracated";
+
 }  // namespace PatternGen
 
 class PatternSpec {
