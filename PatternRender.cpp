@@ -2,6 +2,7 @@
 // loop of the writer's kind streamed into it.
 #include "PatternRender.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,7 @@
 
 #include "OutputFormats.h"
 #include "StageTiming.h"
+#include "colour/PixelAssert.h"
 #include "library/Card.h"
 #include "output/ImageWriter.h"
 #include "output/OutputFile.h"
@@ -253,6 +255,7 @@ int render(PatternSpec& pattern, const Settings& s, FILE* standardOutput, StageT
     // goes first.
     OutputFile output(s.fileName, standardOutput, &StopSignals::temporaries());
     const AnyImageWriter writer = format.makeWriter(s);
+    std::visit([](const auto& kindWriter) { kindWriter->setMessages(printingSink()); }, writer);
     const bool written = std::visit(
         [&](const auto& kindWriter) { return renderInto(*kindWriter, format, pattern, s, video, output, times); },
         writer);
@@ -273,15 +276,31 @@ bool outputsApart(const Settings& s) {
     return false;
 }
 
-}  // namespace
+const char* programName() {
+#if defined(__GLIBC__)
+    return program_invocation_short_name;
+#else
+    return "pm5544";
+#endif
+}
 
-int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times) {
+// An impossible colour state is a programming error: the program ends as a failed standard assertion
+// ends it, with the same report, after the note the library gave with it.
+[[noreturn]] void stopAfter(const PixelAssert::Failure& failure) {
+    printingSink()(MessageKind::Progress, failure.note());
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s: %s\n", programName(), failure.what());
+    std::fflush(stderr);
+    std::abort();
+}
+
+int run(int argc, char** argv, PatternSpec& pattern, StageTimes* times) {
     if (const int status = handleInformationalOptions(argc, argv); status >= 0) return status;
     Settings settings;
     if (!parseCommandLine(argc, argv, settings)) return 1;
     if (settings.selfTest)
         return UnitTests::runUnitTests(settings.width, settings.height, settings.aspectNum, settings.aspectDen,
-                                       settings.axes);
+                                       settings.axes, printingSink());
     if (!settings.haveFileName || settings.fileName.empty()) {
         std::fprintf(stderr, "Error: Filename not given\n");
         printHelpHint();
@@ -316,6 +335,27 @@ int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times
         std::fprintf(stderr, "Error: %s\n", message.c_str());
     }
     return 1;
+}
+
+}  // namespace
+
+MessageSink printingSink() {
+    return [](MessageKind kind, const std::string& line) {
+        if (kind == MessageKind::Warning) {
+            std::fflush(stdout);
+            std::fputs(line.c_str(), stderr);
+        } else {
+            std::fputs(line.c_str(), stdout);
+        }
+    };
+}
+
+int renderPattern(int argc, char** argv, PatternSpec& pattern, StageTimes* times) {
+    try {
+        return run(argc, argv, pattern, times);
+    } catch (const PixelAssert::Failure& failure) {
+        stopAfter(failure);
+    }
 }
 
 }  // namespace PatternRender

@@ -58,7 +58,7 @@ Pixel PhilipsPm5544Spec::body(int x, int y) {
         static_cast<uint32_t>(y) < static_cast<uint32_t>(height)) {
         return rows->shaped(x, y);
     }
-    if (x < 0 || y < 0) printf("PhilipsPm5544Spec::body x=%d y=%d\n", x, y);
+    if (x < 0 || y < 0) report(messages, MessageKind::Progress, "PhilipsPm5544Spec::body x=%d y=%d\n", x, y);
     const std::pair<int, int> position = positionInFrame(x, y, width, rows ? height : 0);
     return rows->shaped(position.first, position.second);
 }
@@ -74,7 +74,7 @@ PhilipsPm5544Spec::Rows::Rows(PhilipsPm5544Spec& card)
     : card(card),
       edgeShaper(card.savedTransitionLength, card.lumaTransition,
                  card.sampling == PatternGen::Sampling_444 ? card.lumaTransition : card.chromaTransition,
-                 narrowEdgeRamp(card)),
+                 narrowEdgeRamp(card), card.messages),
       centreX(card.widthFraction(1, 2)),
       centreY(card.heightFraction(1, 2)) {
     // The outermost n/2 columns at each end are black padding, shaped like the rest.

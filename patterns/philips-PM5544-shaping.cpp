@@ -5,7 +5,6 @@
 #include "philips-PM5544-shaping.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 namespace {
@@ -32,20 +31,22 @@ struct EdgeShape {
     const std::deque<double>& chroma;
     int pixelsInFront;
     int pixelsBehind;
+    const MessageSink& messages;
 };
 
 // Blends the pixel at i towards the first differing pixel within pixelsInFront after it; the
 // nearer that pixel, the larger its weight.
 Pixel transitionTo(const std::vector<Pixel>& line, size_t i, const EdgeShape& shape, const Pixel& shaped) {
     if (i + 1 >= line.size()) {
-        puts("Error - transitionTo iterator starting at end of line");
+        report(shape.messages, MessageKind::Progress, "Error - transitionTo iterator starting at end of line\n");
         return shaped;
     }
     if (shape.pixelsInFront == 0) return shaped;
     for (int k = 0; k < shape.pixelsInFront; ++k) {
         const size_t position = i + static_cast<size_t>(k) + 1;
         if (position >= line.size()) {
-            printf("Error - hit unexpected end on line.  pixelsInFront=%u i=%u\n",
+            report(shape.messages, MessageKind::Progress,
+                   "Error - hit unexpected end on line.  pixelsInFront=%u i=%u\n",
                    static_cast<unsigned>(shape.pixelsInFront), static_cast<unsigned>(k));
             return shaped;
         }
@@ -61,7 +62,7 @@ Pixel transitionTo(const std::vector<Pixel>& line, size_t i, const EdgeShape& sh
 // nearer that pixel, the smaller the pixel's own weight.
 Pixel transitionFrom(const std::vector<Pixel>& line, size_t i, const EdgeShape& shape, const Pixel& shaped) {
     if (i == 0) {
-        puts("Error - transitionFrom starting at beginning of line");
+        report(shape.messages, MessageKind::Progress, "Error - transitionFrom starting at beginning of line\n");
         return shaped;
     }
     if (shape.pixelsBehind == 0) return shaped;
@@ -72,7 +73,7 @@ Pixel transitionFrom(const std::vector<Pixel>& line, size_t i, const EdgeShape& 
             return shaped.blend(shape.luma.at(j), shape.chroma.at(j), line[position]);
         }
         if (position == 0 && k + 1 < shape.pixelsBehind) {
-            puts("Error - hit unexpected beginning on line");
+            report(shape.messages, MessageKind::Progress, "Error - hit unexpected beginning on line\n");
             return shaped;
         }
     }
@@ -108,13 +109,14 @@ private:
 }  // namespace
 
 CardEdgeShaper::CardEdgeShaper(int transitionLength, std::deque<double> luma, std::deque<double> chroma,
-                               std::deque<double> narrow)
+                               std::deque<double> narrow, const MessageSink& messages)
     : n_(static_cast<size_t>(transitionLength)),
       front_((n_ + 1) / 2),
       back_(n_ - front_),
       luma_(std::move(luma)),
       chroma_(std::move(chroma)),
-      narrow_(std::move(narrow)) {
+      narrow_(std::move(narrow)),
+      messages_(messages) {
     // The change tests read n each way, the blends at most half of the longer luma ramp.
     reach_ = std::max(n_, (std::max(luma_.size(), narrow_.size()) + 1) / 2);
     silent_ = true;
@@ -142,11 +144,12 @@ Pixel CardEdgeShaper::shapePixel(const std::vector<Pixel>& line, size_t i) const
     const int lumaSize = static_cast<int>(luma.size());
     const int chromaSize = static_cast<int>(chroma_.size());
     if (lumaSize == 0 || lumaSize > chromaSize) {
-        printf("Error transition size problem - luma size=%d chroma size=%d\n", lumaSize, chromaSize);
+        report(messages_, MessageKind::Progress, "Error transition size problem - luma size=%d chroma size=%d\n",
+               lumaSize, chromaSize);
         return pixel;
     }
     const int pixelsInFront = (lumaSize + 1) / 2;
-    const EdgeShape shape{luma, chroma_, pixelsInFront, lumaSize - pixelsInFront};
+    const EdgeShape shape{luma, chroma_, pixelsInFront, lumaSize - pixelsInFront, messages_};
 
     Pixel shaped = pixel;
     if (wideAfter) shaped = transitionTo(line, i, shape, shaped);  // "to" first, "from" on top

@@ -8,12 +8,15 @@
 #include <vector>
 
 #include "colour/Pixel.h"
+#include "pattern/Messages.h"
 
 class CardEdgeShaper {
 public:
     // transitionLength n and the framework's luma ramp; chroma is the ramp colour difference
-    // follows; narrow is the short luma ramp for changes close together.
-    CardEdgeShaper(int transitionLength, std::deque<double> luma, std::deque<double> chroma, std::deque<double> narrow);
+    // follows; narrow is the short luma ramp for changes close together. A ramp that cannot shape an
+    // edge is reported to messages (the card's, which outlives the shaper), and the pixel left unshaped.
+    CardEdgeShaper(int transitionLength, std::deque<double> luma, std::deque<double> chroma, std::deque<double> narrow,
+                   const MessageSink& messages);
 
     // Line position of the first output pixel: (n + 1) / 2.
     size_t front() const { return front_; }
@@ -44,4 +47,5 @@ private:
     std::deque<double> narrow_;
     size_t reach_;  // how far from a pixel shapePixel() reads
     bool silent_;
+    const MessageSink& messages_;
 };

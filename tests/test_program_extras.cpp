@@ -2,11 +2,14 @@
 // main output, text in the card's boxes, and a clock that moves on from frame to frame.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "PatternRender.h"
 #include "TestFiles.h"
+#include "TestPattern.h"
 
 namespace {
 
@@ -94,6 +97,19 @@ TEST_F(ProgramExtras, ClockMovesOnPerFrameAndAStillFrameRepeats) {
         ASSERT_EQ(still.size(), 3u);
         EXPECT_EQ(std::set<std::string>(still.begin(), still.end()).size(), 1u) << sampling;
     }
+}
+
+// An impossible colour state, which the library throws, ends the program as a failed assertion does:
+// the library's report after the program's name on standard error, and an abnormal end.
+TEST(ProgramFailures, ImpossibleColourStateEndsTheRunWithTheAssertionsReport) {
+    TestPattern pattern([](int, int) { return Pixel().convertTo(PatternGen::Colour_YCbCr_601); });
+    TestFiles::ScratchDir dir;
+    std::string words[] = {"pm5544", "-d", "128x72", dir.path("card.png")};
+    char* argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data()};
+    EXPECT_EXIT(PatternRender::renderPattern(4, argv, pattern), testing::KilledBySignal(SIGABRT),
+                "test_program_extras: tools/Pixel\\.cpp:[0-9]+: Pixel Pixel::convertTo\\(PatternGen::colorAxes_e\\) "
+                "const: Assertion `0' failed\\.\n");
+    EXPECT_FALSE(TestFiles::exists(dir.path("card.png")));
 }
 
 }  // namespace

@@ -47,7 +47,8 @@ typedef enum pm5544_status {
     PM5544_ERROR_ARGUMENT = -1,   /* a null pointer, an unknown value, a short stride, a misaligned plane */
     PM5544_ERROR_SETTINGS = -2,   /* settings the card cannot have, or a layout they do not allow */
     PM5544_ERROR_MEMORY = -3,     /* not enough memory */
-    PM5544_ERROR_FAILED = -4,     /* anything else (a message callback that threw); the message says what */
+    PM5544_ERROR_FAILED = -4,     /* anything else (a message callback that threw, an impossible colour
+                                     conversion: its assertion's report); the message says what */
     PM5544_ERROR_IN_CALLBACK = -5 /* a call on the card from inside its own message callback */
 } pm5544_status;
 

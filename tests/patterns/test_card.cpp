@@ -3,12 +3,14 @@
 // Golden codes were computed independently from the raised-cosine formula and the studio-level blend.
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "CardTestAccess.h"
 #include "TestFiles.h"
+#include "TestPattern.h"
 #include "philips-PM5544-new.h"
 
 using namespace PatternGen;
@@ -20,8 +22,10 @@ namespace {
 std::unique_ptr<PhilipsPm5544Spec> makeCard(int width, int height, int aspectNum, int aspectDen, colorAxes_e axes,
                                             int bits = 12, sampling_e sampling = Sampling_444) {
     auto card = std::make_unique<PhilipsPm5544Spec>();
-    const std::string output = TestFiles::stdoutOf(
-        [&] { card->init(width, height, aspectNum, aspectDen, axes, sampling, bits, Quadrant_None, 0, false); });
+    std::string output;
+    card->messages = into(output);
+    card->init(width, height, aspectNum, aspectDen, axes, sampling, bits, Quadrant_None, 0, false);
+    card->messages = nullptr;
     EXPECT_EQ(output.find("Error"), std::string::npos) << output;
     return card;
 }
@@ -161,4 +165,30 @@ TEST(CardRows, RowFillAndShapedRowsEqualTheReferenceEverywhere) {
             ASSERT_EQ(-1, firstDifference(body.data(), shaped.data(), size_t(r.width))) << r.width << " row " << y;
         }
     }
+}
+
+// An edge the ramps cannot shape, and a look-up left of or above the canvas, are reported as progress
+// lines of the card's sink, and the pixel is still given; nothing reaches the process's streams.
+TEST(CardShaping, ImpossibleStatesReachTheSinkOnly) {
+    std::vector<std::string> lines;
+    const MessageSink sink = [&lines](MessageKind kind, const std::string& line) {
+        EXPECT_EQ(MessageKind::Progress, kind);
+        lines.push_back(line);
+    };
+    const std::deque<double> ramp{0.25, 0.5, 0.75};
+    const CardEdgeShaper shaper(3, {}, ramp, ramp, sink);  // no luma ramp
+    std::vector<Pixel> line(8, yuv(256, 2048, 2048));
+    for (size_t i = 4; i < line.size(); ++i) line[i] = yuv(3760, 2048, 2048);
+    PhilipsPm5544Spec card;
+    const std::string printed = TestFiles::stdoutOf([&] {
+        EXPECT_TRUE(shaper.shapePixel(line, 3).sameCodes(line[3]));
+        card.messages = sink;
+        card.init(64, 36, 16, 9, Colour_YCbCr_709, Sampling_444, 12, Quadrant_None, 0, false);
+        lines.resize(1);                                            // the size problem, not the geometry init reports
+        EXPECT_TRUE(card.body(-1, 5).sameCodes(card.body(63, 4)));  // wraps into the row above
+    });
+    EXPECT_FALSE(shaper.silent());
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(lines, (std::vector<std::string>{"Error transition size problem - luma size=0 chroma size=3\n",
+                                               "PhilipsPm5544Spec::body x=-1 y=5\n"}));
 }

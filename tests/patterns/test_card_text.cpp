@@ -162,13 +162,17 @@ TEST(CardText, LettersKeepTheirShapeOnNonSquarePixels) {
     }
 }
 
-// A family that matches nothing is reported on standard error, and the text is still drawn.
+// A family that matches nothing is reported as a warning, and the text is still drawn.
 TEST(CardText, MissingFontFallsBackWithAMessage) {
     const Raster r{768, 576, 4, 3};
     auto plain = makeCard(r, Colour_RGB);
-    std::unique_ptr<PhilipsPm5544Spec> text;
-    const std::string message =
-        TestFiles::stderrOf([&] { text = makeCard(r, Colour_RGB, "PM5544", "", "Nonexistent Family 7f3e"); });
+    std::string message;
+    auto text = std::make_unique<PhilipsPm5544Spec>();
+    text->messages = [&message](MessageKind kind, const std::string& line) {
+        if (kind == MessageKind::Warning) message += line;
+    };
+    text->init(r.width, r.height, r.aspectNum, r.aspectDen, Colour_RGB, Sampling_444, 12, Quadrant_None, 0, false);
+    text->setBoxTexts("Nonexistent Family 7f3e", "PM5544", "");
     EXPECT_NE(std::string::npos, message.find("Font \"Nonexistent Family 7f3e\"")) << message;
     EXPECT_GT(inkIn(*text, *plain, upperBox(r)).bright.width(), 50);
 }

@@ -3,10 +3,16 @@
 
 #include <climits>
 #include <functional>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "pattern/PatternWrapper.h"
+
+// A sink that appends every line it is given, of either kind, to text (which outlives its use).
+inline MessageSink into(std::string& text) {
+    return [&text](MessageKind, const std::string& lines) { text += lines; };
+}
 
 class TestPattern : public PatternSpec {
 public:

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "TestFiles.h"
+#include "TestPattern.h"
 #include "pattern/PatternWrapper.h"
 
 namespace {
@@ -115,8 +116,10 @@ TEST(FontLoading, NamesResolveAsFontconfigMatchesThem) {
         const size_t familyFonts = splitLines(TestFiles::commandOutput(listCommand)).size();
         if (family.empty() || familyFonts == 0) GTEST_SKIP() << "fc-match or the fonts are missing";
         CaptionPattern pattern({});
-        int status = -1;
-        const std::vector<std::string> lines = splitLines(stdoutOf([&] { status = pattern.defineFont(name); }));
+        std::string printed;
+        pattern.messages = into(printed);
+        const int status = pattern.defineFont(name);
+        const std::vector<std::string> lines = splitLines(printed);
         const TTFont& font = pattern.fonts.at(0);
         ASSERT_TRUE(TTFont::Loaded == status && font.face != nullptr && lines.size() == familyFonts + 2) << name;
         EXPECT_EQ("Available fonts: " + std::to_string(familyFonts), lines[0]) << name;
@@ -135,9 +138,10 @@ TEST(FontLoading, NamesResolveAsFontconfigMatchesThem) {
 // A family that matches nothing is reported as such and keeps its place among the pattern's fonts.
 TEST(FontLoading, AFamilyThatMatchesNothingKeepsItsPlace) {
     CaptionPattern pattern({});  // no font until setup runs
-    int status = -1;
-    EXPECT_EQ("Available fonts: 0\nFont: (none)\nFreetypeFont: Failed to load '(none)' \n",
-              stdoutOf([&] { status = pattern.defineFont("Nonexistent Family 7f3e"); }));
+    std::string printed;
+    pattern.messages = into(printed);
+    const int status = pattern.defineFont("Nonexistent Family 7f3e");
+    EXPECT_EQ("Available fonts: 0\nFont: (none)\nFreetypeFont: Failed to load '(none)' \n", printed);
     EXPECT_TRUE(TTFont::OpenFailed == status && pattern.fonts.size() == 1 && pattern.fonts[0].face == nullptr);
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <type_traits>
 
 #include "colour/ColourSpace.h"
@@ -61,9 +62,10 @@ public:
     Pixel truncateTo(int bits) const;
     Pixel roundTo(int bits) const;
 
-    // Printing.
-    void print(const char* label) const;
-    int printDiff(const char* label, const Pixel& other) const;
+    // Printing: each appends a whole line to text, for its caller to report; nothing reaches a stream.
+    void print(const char* label, std::string& text) const;
+    // The label and the Y', Cb and Cr terms that differ from other; 1 if any did, else 0 and no line.
+    int printDiff(const char* label, const Pixel& other, std::string& text) const;
 
     // Conversions (SDR).
     Pixel convertTo(PatternGen::colorAxes_e toSpace) const;

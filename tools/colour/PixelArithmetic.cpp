@@ -2,9 +2,11 @@
 // level, level operations, blending, depth changes (truncation and rounding) and printing.
 #include <algorithm>
 #include <cmath>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <initializer_list>
+#include <string>
 
 #include "colour/Pixel.h"
 #include "colour/rounding.h"
@@ -238,25 +240,39 @@ Pixel Pixel::roundTo(int bits) const {
 // ---------------------------------------------------------------------------------------------
 // Printing
 
-void Pixel::print(const char* label) const {
+namespace {
+
+// Appends what printf would print for format and its arguments.
+__attribute__((format(printf, 2, 3))) void append(std::string& text, const char* format, ...) {
+    char buffer[160];
+    va_list args;
+    va_start(args, format);
+    const int length = std::vsnprintf(buffer, sizeof buffer, format, args);
+    va_end(args);
+    if (length > 0) text.append(buffer, std::min(static_cast<size_t>(length), sizeof buffer - 1));
+}
+
+}  // namespace
+
+void Pixel::print(const char* label, std::string& text) const {
     if (!colourSpace.isColourDifference()) {
-        std::printf("%sR: %4d G: %4d B: %4d\n", label, sample[CR_R], sample[Y_G], sample[CB_B]);
+        append(text, "%sR: %4d G: %4d B: %4d\n", label, sample[CR_R], sample[Y_G], sample[CB_B]);
         return;
     }
     const int offset = colourSpace.bitDepth == 12 ? 2048 : 512;
-    std::printf("%sY: %4d Cb: %4d(%4d) Cr: %4d(%4d)\n", label, sample[Y_G], sample[CB_B] - offset, sample[CB_B],
-                sample[CR_R] - offset, sample[CR_R]);
+    append(text, "%sY: %4d Cb: %4d(%4d) Cr: %4d(%4d)\n", label, sample[Y_G], sample[CB_B] - offset, sample[CB_B],
+           sample[CR_R] - offset, sample[CR_R]);
 }
 
-int Pixel::printDiff(const char* label, const Pixel& other) const {
+int Pixel::printDiff(const char* label, const Pixel& other, std::string& text) const {
     if (sample[Y_G] == other.sample[Y_G] && sample[CB_B] == other.sample[CB_B] && sample[CR_R] == other.sample[CR_R])
         return 0;
-    std::printf("%s", label);
-    if (sample[Y_G] != other.sample[Y_G]) std::printf("Y %4d %+4d\t", sample[Y_G], sample[Y_G] - other.sample[Y_G]);
+    text += label;
+    if (sample[Y_G] != other.sample[Y_G]) append(text, "Y %4d %+4d\t", sample[Y_G], sample[Y_G] - other.sample[Y_G]);
     if (sample[CB_B] != other.sample[CB_B])
-        std::printf("Cb %4d %+4d\t", sample[CB_B], sample[CB_B] - other.sample[CB_B]);
+        append(text, "Cb %4d %+4d\t", sample[CB_B], sample[CB_B] - other.sample[CB_B]);
     if (sample[CR_R] != other.sample[CR_R])
-        std::printf("Cr %4d %+4d\t", sample[CR_R], sample[CR_R] - other.sample[CR_R]);
-    std::printf("\n");
+        append(text, "Cr %4d %+4d\t", sample[CR_R], sample[CR_R] - other.sample[CR_R]);
+    text += '\n';
     return 1;
 }

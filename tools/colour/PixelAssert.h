@@ -1,14 +1,10 @@
-// Assertion for unsupported colour conversions: reports like a failed standard assertion and
-// aborts, in release builds too.
+// Assertion for unsupported colour conversions, in release builds too. A failure is a programming
+// error; it is thrown rather than ending the process, so that a host of the library survives it.
 #pragma once
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
-#if defined(__GLIBC__)
-#include <errno.h>  // program_invocation_short_name
-#endif
+#include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace PixelAssert {
 
@@ -16,20 +12,23 @@ namespace PixelAssert {
 // in, so that reports stay comparable across builds and reorganisations.
 constexpr const char* sourceName = "tools/Pixel.cpp";
 
-inline const char* programName() {
-#if defined(__GLIBC__)
-    return program_invocation_short_name;
-#else
-    return "pm5544";
-#endif
-}
+// what() is the report a failed standard assertion prints after the program's name:
+// "tools/Pixel.cpp:LINE: FUNCTION: Assertion `EXPRESSION' failed." A conversion that explains itself
+// first leaves that explanation in note(), a whole line (empty if none).
+class Failure : public std::logic_error {
+public:
+    Failure(const std::string& report, std::string note) : std::logic_error(report), note_(std::move(note)) {}
+    const std::string& note() const { return note_; }
 
-[[noreturn]] inline void fail(const char* expression, const char* file, unsigned line, const char* function) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", programName(), file, line, function,
-                 expression);
-    std::fflush(stderr);
-    std::abort();
+private:
+    std::string note_;
+};
+
+[[noreturn]] inline void fail(const char* expression, const char* file, unsigned line, const char* function,
+                              std::string note = {}) {
+    throw Failure(
+        std::string(file) + ":" + std::to_string(line) + ": " + function + ": Assertion `" + expression + "' failed.",
+        std::move(note));
 }
 
 }  // namespace PixelAssert

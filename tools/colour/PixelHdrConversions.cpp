@@ -219,8 +219,9 @@ Pixel Pixel::convertHDRFromRGB(colorAxes_e toSpace) const {
         result.colourSpace.colourAxes = toSpace;
         result.assignRGBValues(r, g, b);
     } else {
-        std::printf("convertHDRFromRGB invalid from %d to %d\n", axis, static_cast<int>(toSpace));
-        PIXEL_ASSERT(0);
+        char note[64];
+        std::snprintf(note, sizeof note, "convertHDRFromRGB invalid from %d to %d\n", axis, static_cast<int>(toSpace));
+        PixelAssert::fail("0", PixelAssert::sourceName, __LINE__, __PRETTY_FUNCTION__, note);
     }
     return result;
 }

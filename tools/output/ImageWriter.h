@@ -13,6 +13,7 @@
 
 #include "colour/ColourSpace.h"
 #include "output/OutputFile.h"
+#include "pattern/Messages.h"
 #include "pattern/RowSource.h"
 #include "pattern/Scan.h"
 
@@ -26,7 +27,7 @@ struct ImageHeader {
     PatternGen::colorAxes_e axes = PatternGen::Colour_RGB;
     int sampling = 444;
     PatternGen::Scan scan = PatternGen::Scan::Progressive;  // video: the field order it is tagged with
-    const LineRepeats* lineRepeats = nullptr;  // the pattern's list, where the loop has one
+    const LineRepeats* lineRepeats = nullptr;               // the pattern's list, where the loop has one
 
     bool isYCbCr() const { return PatternGen::isYCbCrAxes(axes); }
 };
@@ -43,6 +44,13 @@ public:
     // How often, once begun, the writer takes all rows of each frame, frame after frame. Above one,
     // startNextFrame is not used: a planar stream too large to hold takes the rows once per plane.
     virtual int rowPasses() const { return 1; }
+
+    // Where the writer's own complaints go (a library's error, a header the format cannot hold), as
+    // warnings, before it returns false; none unless its owner gives it a sink.
+    void setMessages(MessageSink messages) { messages_ = std::move(messages); }
+
+protected:
+    MessageSink messages_;
 };
 
 // A writer of rows of one kind.

@@ -89,10 +89,10 @@ private:
     static void onFlush(png_structp) {}
 
     // A failed write is reported by the caller with the system's reason; libpng's own complaints
-    // (an impossible header, say) are printed here, as libpng's default handler would.
+    // (an impossible header, say) are reported here, in the words of libpng's default handler.
     static void onError(png_structp png, png_const_charp message) {
         const Writer* writer = static_cast<const Writer*>(png_get_error_ptr(png));
-        if (!writer->out_->failed()) std::fprintf(stderr, "libpng error: %s\n", message);
+        if (!writer->out_->failed()) report(writer->messages_, MessageKind::Warning, "libpng error: %s\n", message);
         png_longjmp(png, 1);
     }
 

@@ -127,13 +127,13 @@ public:
         // libtiff may alter the row it encodes, so it gets a copy.
         std::copy(row.samples, row.samples + row_.size(), row_.begin());
         if (TIFFWriteScanline(tif_, row_.data(), rowIndex_++, 0) >= 0 && !out_->failed()) return true;
-        std::fputs("Could not write image\n", stderr);
+        report(messages_, MessageKind::Warning, "Could not write image\n");
         return fail();
     }
 
     bool finish() override {
         const bool flushed = TIFFFlush(tif_) != 0;
-        if (!flushed) std::fputs("Could not write image\n", stderr);
+        if (!flushed) report(messages_, MessageKind::Warning, "Could not write image\n");
         close();
         return (flushed && !out_->failed()) || fail();
     }
@@ -147,7 +147,7 @@ private:
                                  mapNothing, unmapNothing, options);
         TIFFOpenOptionsFree(options);
         if (tif_ == nullptr) {
-            std::fputs("Could not create tiff file\n", stderr);
+            report(messages_, MessageKind::Warning, "Could not create tiff file\n");
             return false;
         }
         setImageFields(tif_, header_.isYCbCr(), header_.width, header_.height);
@@ -165,7 +165,8 @@ private:
     bool fail() {
         close();
         if (!out_->failed()) {
-            if (error_.error == 0 && !error_.message.empty()) std::fprintf(stderr, "%s\n", error_.message.c_str());
+            if (error_.error == 0 && !error_.message.empty())
+                report(messages_, MessageKind::Warning, "%s\n", error_.message.c_str());
             out_->fail(error_.error);
         }
         return false;

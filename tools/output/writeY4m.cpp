@@ -245,8 +245,9 @@ private:
         const long long divisor = std::gcd(parNum, parDen);
         const long long num = parNum / divisor, den = parDen / divisor;
         if (num > std::numeric_limits<int32_t>::max() || den > std::numeric_limits<int32_t>::max()) {
-            std::fprintf(stderr, "Error: The pixel aspect %lld:%lld of -a %d:%d at %dx%d does not fit a Y4M header\n",
-                         num, den, aspectNum_, aspectDen_, header.width, header.height);
+            report(messages_, MessageKind::Warning,
+                   "Error: The pixel aspect %lld:%lld of -a %d:%d at %dx%d does not fit a Y4M header\n", num, den,
+                   aspectNum_, aspectDen_, header.width, header.height);
             return false;
         }
         std::string chroma = std::to_string(header.sampling);

@@ -4,17 +4,6 @@
 #include <cstdio>
 #include <vector>
 
-MessageSink printingSink() {
-    return [](MessageKind kind, const std::string& line) {
-        if (kind == MessageKind::Warning) {
-            std::fflush(stdout);
-            std::fputs(line.c_str(), stderr);
-        } else {
-            std::fputs(line.c_str(), stdout);
-        }
-    };
-}
-
 void report(const MessageSink& sink, MessageKind kind, const char* format, ...) {
     if (!sink) return;
     va_list args;

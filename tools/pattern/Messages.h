@@ -10,9 +10,5 @@ enum class MessageKind { Progress, Warning };
 // Takes one line at a time, ending in '\n'.
 using MessageSink = std::function<void(MessageKind kind, const std::string& line)>;
 
-// The program's sink: progress lines on standard output, warnings on standard error after what is
-// pending on standard output, so that the two keep their order on a terminal.
-MessageSink printingSink();
-
 // Formats a line as printf does and hands it to the sink (if any).
 void report(const MessageSink& sink, MessageKind kind, const char* format, ...) __attribute__((format(printf, 3, 4)));

@@ -149,8 +149,9 @@ public:
     std::deque<double> lumaTransition;
     std::deque<double> chromaTransition;
     int optionValue = 0;
-    // Where the lines reported while setting up go (the geometry, the font found, warnings).
-    MessageSink messages = printingSink();
+    // Where the lines reported while setting up go (the geometry, the font found, warnings); none
+    // until the pattern's owner gives it one.
+    MessageSink messages;
     // Pango ends the process when memory runs out. A host that must not end that way can have the first
     // text tried here before it is drawn for real: false means it would not fit, and the card reports
     // a shortfall instead. Null: no trial.

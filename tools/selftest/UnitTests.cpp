@@ -1,10 +1,11 @@
 // The printed colour self-test: scaling, rounding and conversions compared with reference codes.
-// Only differing components are printed, so a clean group shows its heading alone.
+// Only differing components are printed, so a clean group shows its heading alone. Its lines go to the
+// sink it is given, in order.
 #include "selftest/UnitTests.h"
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
+#include <string>
 
 #include "colour/Pixel.h"
 
@@ -60,17 +61,35 @@ const Bar barOrder[] = {White, Yellow, Cyan, Green, Magenta, Red, Blue};
 const Bar barOrderNoWhite[] = {Yellow, Cyan, Green, Magenta, Red, Blue, Other};
 const Bar mathsOrder[] = {White, Yellow, Cyan, Magenta, Green, Red, Blue, Other};
 
+// The self-test's lines, each a progress message of the sink (none: nothing is printed).
+class Printer {
+public:
+    explicit Printer(const MessageSink& messages) : messages_(messages) {}
+    // A whole number of lines, as they are.
+    void text(const std::string& lines) const {
+        if (messages_) messages_(MessageKind::Progress, lines);
+    }
+    // The line of printDiff, if computed differs from reference.
+    void diff(const Pixel& computed, const char* label, const Pixel& reference) const {
+        std::string line;
+        if (computed.printDiff(label, reference, line) != 0) text(line);
+    }
+
+private:
+    const MessageSink& messages_;
+};
+
 // Applies the transform to each source column in order and prints the differences from the reference.
 template <std::size_t N, typename Transform>
-void checkGroup(const ColourSet& source, const ColourSet& reference, const Bar (&order)[N],
+void checkGroup(const Printer& out, const ColourSet& source, const ColourSet& reference, const Bar (&order)[N],
                 const char* const (&labels)[N], Transform transform) {
-    for (std::size_t i = 0; i < N; ++i) transform(source[order[i]]).printDiff(labels[i], reference[order[i]]);
+    for (std::size_t i = 0; i < N; ++i) out.diff(transform(source[order[i]]), labels[i], reference[order[i]]);
 }
 
 template <std::size_t N>
-void checkGroup(const ColourSet& computed, const ColourSet& reference, const Bar (&order)[N],
+void checkGroup(const Printer& out, const ColourSet& computed, const ColourSet& reference, const Bar (&order)[N],
                 const char* const (&labels)[N]) {
-    checkGroup(computed, reference, order, labels, [](const Pixel& p) { return p; });
+    checkGroup(out, computed, reference, order, labels, [](const Pixel& p) { return p; });
 }
 
 ColourSet transformed(const ColourSet& source, Pixel (*transform)(const Pixel&)) {
@@ -80,18 +99,20 @@ ColourSet transformed(const ColourSet& source, Pixel (*transform)(const Pixel&))
 }
 
 // The I and Q vectors taken to an RGB axis and back to 709 should come back unchanged.
-void checkRoundTrip(const Pixel& iVector, const Pixel& qVector, colorAxes_e via) {
-    iVector.convertTo(via).convertTo(PatternGen::Colour_YCbCr_709).printDiff("  I double conversion  ", iVector);
-    qVector.convertTo(via).convertTo(PatternGen::Colour_YCbCr_709).printDiff("  Q double conversion  ", qVector);
+void checkRoundTrip(const Printer& out, const Pixel& iVector, const Pixel& qVector, colorAxes_e via) {
+    out.diff(iVector.convertTo(via).convertTo(PatternGen::Colour_YCbCr_709), "  I double conversion  ", iVector);
+    out.diff(qVector.convertTo(via).convertTo(PatternGen::Colour_YCbCr_709), "  Q double conversion  ", qVector);
 }
 
 }  // namespace
 
-int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, colorAxes_e /*axes*/) {
-    std::printf("Width x Height: %dx%d\n", width, height);
-    std::printf("Aspect: %d:%d\n", aspectW, aspectH);
-    std::printf("Pixel aspect: 1:%.3lf\n",
-                (static_cast<double>(aspectH) * width) / (static_cast<double>(aspectW) * height));
+int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, colorAxes_e /*axes*/,
+                            const MessageSink& messages) {
+    report(messages, MessageKind::Progress, "Width x Height: %dx%d\n", width, height);
+    report(messages, MessageKind::Progress, "Aspect: %d:%d\n", aspectW, aspectH);
+    report(messages, MessageKind::Progress, "Pixel aspect: 1:%.3lf\n",
+           (static_cast<double>(aspectH) * width) / (static_cast<double>(aspectW) * height));
+    const Printer out(messages);
 
     const ColourSet rgb100 = makeSet(PatternGen::Colour_RGB, 12, rgb100Codes);
     const ColourSet rgb75 = makeSet(PatternGen::Colour_RGB, 12, rgb75Codes);
@@ -113,34 +134,34 @@ int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, col
     const char* const labels75[] = {"  White75   ", "  Yellow75  ", "  Cyan75    ", "  Green75   ",
                                     "  Magenta75 ", "  Red75     ", "  Blue75    "};
     const ColourSet scaled75 = transformed(y709, [](const Pixel& p) { return p.scale(75, 100); });
-    std::printf("\nCheck 75%% scaling\n");
-    checkGroup(scaled75, y709x75, barOrder, labels75);
+    out.text("\nCheck 75% scaling\n");
+    checkGroup(out, scaled75, y709x75, barOrder, labels75);
 
     const char* const labels75at8[] = {"  White75_8   ", "  Yellow75_8  ", "  Cyan75_8    ", "  Green75_8   ",
                                        "  Magenta75_8 ", "  Red75_8     ", "  Blue75_8    "};
-    std::puts("\nCheck 8 bit truncation");
-    checkGroup(scaled75, y709x75at8, barOrder, labels75at8, [](const Pixel& p) { return p.truncateTo(8); });
-    std::puts("\nCheck 8 bit rounding");
-    checkGroup(scaled75, y709x75at8, barOrder, labels75at8, [](const Pixel& p) { return p.roundTo(8); });
+    out.text("\nCheck 8 bit truncation\n");
+    checkGroup(out, scaled75, y709x75at8, barOrder, labels75at8, [](const Pixel& p) { return p.truncateTo(8); });
+    out.text("\nCheck 8 bit rounding\n");
+    checkGroup(out, scaled75, y709x75at8, barOrder, labels75at8, [](const Pixel& p) { return p.roundTo(8); });
 
     const auto roundTo10 = [](const Pixel& p) { return p.roundTo(10); };
     const char* const labels709at10[] = {"  White_709_10   ", "  Yellow_709_10  ", "  Cyan_709_10    ",
                                          "  Green_709_10   ", "  Magenta_709_10 ", "  Red_709_10     ",
                                          "  Blue_709_10    "};
-    std::puts("\nCheck 10 bit rounding");
-    checkGroup(y709, y709at10, barOrder, labels709at10, roundTo10);
+    out.text("\nCheck 10 bit rounding\n");
+    checkGroup(out, y709, y709at10, barOrder, labels709at10, roundTo10);
 
     const char* const labels709x75at10[] = {"  Yellow_709_10  ",     "  Cyan_709_10    ", "  Green_709_10   ",
                                             "  Magenta_709_10 ",     "  Red_709_10     ", "  Blue_709_10    ",
                                             "  Grey 40%% 709_10    "};
-    std::printf("\nCheck 75%% 10 bit rounding\n");
-    checkGroup(y709x75, y709x75at10, barOrderNoWhite, labels709x75at10, roundTo10);
+    out.text("\nCheck 75% 10 bit rounding\n");
+    checkGroup(out, y709x75, y709x75at10, barOrderNoWhite, labels709x75at10, roundTo10);
 
     const Bar colourBars[] = {Yellow, Cyan, Green, Magenta, Red, Blue};
     const char* const labels2020at10[] = {"  Yellow_2020_10  ", "  Cyan_2020_10    ", "  Green_2020_10   ",
                                           "  Magenta_2020_10 ", "  Red_2020_10     ", "  Blue_2020_10    "};
-    std::printf("\nCheck 2020 75%% 10 bit rounding\n");
-    checkGroup(y2020x75, y2020x75at10, colourBars, labels2020at10, roundTo10);
+    out.text("\nCheck 2020 75% 10 bit rounding\n");
+    checkGroup(out, y2020x75, y2020x75at10, colourBars, labels2020at10, roundTo10);
 
     const char* const labels709[] = {"  White 709   ", "  Yellow 709  ", "  Cyan 709    ", "  Magenta 709 ",
                                      "  Green 709   ", "  Red 709     ", "  Blue 709    ", "  Black 709   "};
@@ -150,15 +171,15 @@ int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, col
         transformed(rgb100, [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_709); });
     const ColourSet from601 =
         transformed(rgb100, [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_601); });
-    std::puts("\nCheck RGB - YCbCr Maths");
-    checkGroup(from709, y709, mathsOrder, labels709);
-    std::puts("");
-    checkGroup(from601, y601, mathsOrder, labels601);
+    out.text("\nCheck RGB - YCbCr Maths\n");
+    checkGroup(out, from709, y709, mathsOrder, labels709);
+    out.text("\n");
+    checkGroup(out, from601, y601, mathsOrder, labels601);
 
     const char* const labelsRgb[] = {"  White RGB   ", "  Yellow RGB  ", "  Cyan RGB    ", "  Magenta RGB ",
                                      "  Green RGB   ", "  Red RGB     ", "  Blue RGB    ", "  Black RGB   "};
-    std::puts("\nCheck RGB - YCbCr - RGB Maths");
-    checkGroup(from601, rgb100, mathsOrder, labelsRgb,
+    out.text("\nCheck RGB - YCbCr - RGB Maths\n");
+    checkGroup(out, from601, rgb100, mathsOrder, labelsRgb,
                [](const Pixel& p) { return p.convertTo(PatternGen::Colour_RGB); });
 
     const char* const labelsStudio[] = {"  White RGB_studio   ", "  Yellow RGB_studio  ", "  Cyan RGB_studio    ",
@@ -167,50 +188,49 @@ int UnitTests::runUnitTests(int width, int height, int aspectW, int aspectH, col
     ColourSet headroomSources = from601;
     headroomSources[White] = y601[White];
     headroomSources[Yellow] = y601[Yellow];
-    std::puts("\nCheck YCbCr - RGB headroom Maths");
-    checkGroup(headroomSources, rgb219, mathsOrder, labelsStudio,
+    out.text("\nCheck YCbCr - RGB headroom Maths\n");
+    checkGroup(out, headroomSources, rgb219, mathsOrder, labelsStudio,
                [](const Pixel& p) { return p.convertTo(PatternGen::Colour_RGB_219); });
 
-    std::puts("\nCheck red and blue YCbCr - RGB-219 - and back");
+    out.text("\nCheck red and blue YCbCr - RGB-219 - and back\n");
     const Pixel red219 = y709[Red].convertTo(PatternGen::Colour_RGB_219);
     const Pixel blue219 = y709[Blue].convertTo(PatternGen::Colour_RGB_219);
-    red219.printDiff("  R 709 conversion 219 ", rgb219[Red]);
-    blue219.printDiff("  B 709 conversion 219 ", rgb219[Blue]);
-    red219.convertTo(PatternGen::Colour_YCbCr_709).printDiff("  R double conversion  ", from709[Red]);
-    blue219.convertTo(PatternGen::Colour_YCbCr_709).printDiff("  B double conversion  ", from709[Blue]);
+    out.diff(red219, "  R 709 conversion 219 ", rgb219[Red]);
+    out.diff(blue219, "  B 709 conversion 219 ", rgb219[Blue]);
+    out.diff(red219.convertTo(PatternGen::Colour_YCbCr_709), "  R double conversion  ", from709[Red]);
+    out.diff(blue219.convertTo(PatternGen::Colour_YCbCr_709), "  B double conversion  ", from709[Blue]);
 
-    std::puts("\nCheck I and Q vectors YCbCr - RGB-219 - and back");
-    checkRoundTrip(iVector, qVector, PatternGen::Colour_RGB_219);
-    std::puts("\nCheck I and Q vectors YCbCr - RGB - and back");
-    checkRoundTrip(iVector, qVector, PatternGen::Colour_RGB);
+    out.text("\nCheck I and Q vectors YCbCr - RGB-219 - and back\n");
+    checkRoundTrip(out, iVector, qVector, PatternGen::Colour_RGB_219);
+    out.text("\nCheck I and Q vectors YCbCr - RGB - and back\n");
+    checkRoundTrip(out, iVector, qVector, PatternGen::Colour_RGB);
 
-    std::printf("\nCheck 95%% white rgb 219 - full RGB\n");
-    Pixel(243, 243, 242, PatternGen::Colour_RGB_219, 10)
-        .convertTo(PatternGen::Colour_RGB)
-        .printDiff("  White 95%  ", rgb100[White].scale(95, 100));
+    out.text("\nCheck 95% white rgb 219 - full RGB\n");
+    out.diff(Pixel(243, 243, 242, PatternGen::Colour_RGB_219, 10).convertTo(PatternGen::Colour_RGB), "  White 95%  ",
+             rgb100[White].scale(95, 100));
 
-    std::puts("\nCheck 709 YCbCr - HLG 2020");
-    y709[White].convertTo(PatternGen::Colour_YCbCr_HLG).printDiff("  White HLG   ", pq10[Other]);
+    out.text("\nCheck 709 YCbCr - HLG 2020\n");
+    out.diff(y709[White].convertTo(PatternGen::Colour_YCbCr_HLG), "  White HLG   ", pq10[Other]);
 
     const char* const labelsPq[] = {"  White PQ   ", "  Yellow PQ  ", "  Cyan PQ    ", "  Magenta PQ ",
                                     "  Green PQ   ", "  Red PQ     ", "  Blue PQ    ", "  Black PQ   "};
-    std::puts("\nCheck 709 YCbCr - PQ 2020");
-    checkGroup(y709, pq12, mathsOrder, labelsPq,
+    out.text("\nCheck 709 YCbCr - PQ 2020\n");
+    checkGroup(out, y709, pq12, mathsOrder, labelsPq,
                [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_PQ); });
 
     const Bar pqRoundingOrder[] = {White, Yellow, Cyan, Magenta, Green, Red, Blue};
     const char* const labelsPqRounding[] = {"  White PQ   ", "  Yellow PQ  ", "  Cyan PQ    ", "  Magenta PQ ",
                                             "  Green PQ   ", "  Red PQ     ", "  Blue PQ    "};
-    std::puts("\nCheck Ref PQ 12bits - 10 bits rounded");
-    checkGroup(pq12, pq10, pqRoundingOrder, labelsPqRounding, roundTo10);
+    out.text("\nCheck Ref PQ 12bits - 10 bits rounded\n");
+    checkGroup(out, pq12, pq10, pqRoundingOrder, labelsPqRounding, roundTo10);
 
     const char* const labelsSLog3[] = {"  White SLog3   ", "  Yellow SLog3  ",   "  Cyan RSLog3    ",
                                        "  Magenta SLog3 ", "  Green SLog3   ",   "  Red SLog3     ",
                                        "  Blue SLog3    ", "  Grey 40% SLog3   "};
-    std::puts("\nCheck SLog3");
-    checkGroup(rgb75, sLog3at10, mathsOrder, labelsSLog3,
+    out.text("\nCheck SLog3\n");
+    checkGroup(out, rgb75, sLog3at10, mathsOrder, labelsSLog3,
                [](const Pixel& p) { return p.convertTo(PatternGen::Colour_YCbCr_SLog3).roundTo(10); });
 
-    std::puts("\n");
+    out.text("\n\n");
     return 1;
 }
