@@ -7,7 +7,7 @@
 #include <string>
 
 #include "library/CardSettings.h"
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 #include "pattern/RowSource.h"
 #include "philips-PM5544-new.h"
 #include "text/ClockText.h"

@@ -13,7 +13,7 @@
 
 #include "colour/ColourSpace.h"
 #include "output/OutputFile.h"
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 #include "pattern/RowSource.h"
 #include "pattern/Scan.h"
 

@@ -10,7 +10,7 @@
 
 #include "colour/ColourSpace.h"
 #include "colour/Pixel.h"
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 #include "pattern/RowSource.h"
 #include "pattern/Scan.h"
 #include "text/TTFont.h"

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "colour/ColourSpace.h"
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 
 namespace UnitTests {
 

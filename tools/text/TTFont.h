@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 
 typedef struct _cairo cairo_t;
 typedef struct _cairo_font_face cairo_font_face_t;

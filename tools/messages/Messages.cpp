@@ -1,4 +1,4 @@
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 
 #include <cstdarg>
 #include <cstdio>
