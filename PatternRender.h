@@ -6,7 +6,7 @@
 
 #include "CommandLine.h"
 #include "StageTiming.h"
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 #include "pattern/PatternWrapper.h"
 
 namespace PatternRender {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "colour/Pixel.h"
-#include "pattern/Messages.h"
+#include "messages/Messages.h"
 
 class CardEdgeShaper {
 public:
