@@ -296,7 +296,7 @@ TEST_F(Program, HelpListsEveryOptionEncodingAndFormat) {
     for (const auto& options : {PatternRender::shortOptions(), PatternRender::longOptions()})
         for (const PatternRender::Option& option : options) expected.insert(option.name);
     EXPECT_EQ(std::set<std::string>(listed.begin(), listed.end()), expected);
-    for (const PatternRender::ColourWord& row : PatternRender::colourWords())
+    for (const PatternRender::EncodingName& row : PatternRender::encodingNames())
         EXPECT_TRUE(contains(help, "\n  " + std::string(row.word) + " ")) << row.word;
     for (const PatternRender::OutputFormat& row : PatternRender::formats())
         EXPECT_TRUE(contains(help, "\n  " + std::string(row.name) + " ")) << row.name;
@@ -323,7 +323,7 @@ TEST_F(Program, HelpSaysTheCardsTiffHasNoLineRepeatTag) {
 // Every -c word of the table reads back as its axes, and every axis has a word.
 TEST(CommandLine, EveryColourWordReadsAsItsAxes) {
     std::set<int> axes;
-    for (const PatternRender::ColourWord& row : PatternRender::colourWords()) {
+    for (const PatternRender::EncodingName& row : PatternRender::encodingNames()) {
         std::string words[] = {"pm5544", "-c", row.word, "x"};
         char* argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data()};
         PatternRender::Settings settings;
@@ -369,7 +369,7 @@ TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
         EXPECT_TRUE(contains(options, "\n" + option + "\n")) << option;
     }
     const std::string colourWords = completions("-c", "");
-    for (const PatternRender::ColourWord& row : PatternRender::colourWords()) {
+    for (const PatternRender::EncodingName& row : PatternRender::encodingNames()) {
         EXPECT_TRUE(contains(page, "\n       " + std::string(row.word))) << row.word;
         EXPECT_TRUE(contains(colourWords, "\n" + std::string(row.word) + "\n")) << row.word;
     }
