@@ -20,8 +20,8 @@
 #include "output/writeDPX.h"
 
 using PatternGen::colorAxes_e;
-using pm5544::colourWordOf;
-using pm5544::colourWordTable;
+using pm5544::encodingNameOf;
+using pm5544::encodingNameTable;
 
 namespace PatternRender {
 
@@ -36,9 +36,9 @@ const char* const helpHint = "Try 'pm5544 --help'.";
 
 // ---- The short options, read as they always were ----
 
-// "-c": a word of the table, or a number of which only 601, 709 and 2020 change the axes.
+// "-c": a word of the table, or a number of which only 601, 709 and 2020 change the encoding.
 bool applyColour(const char* option, const char* value, Settings& s) {
-    for (const ColourWord& row : colourWordTable) {
+    for (const EncodingName& row : encodingNameTable) {
         if (std::strcmp(value, row.word) == 0) {
             s.axes = row.axes;
             return true;
@@ -47,7 +47,7 @@ bool applyColour(const char* option, const char* value, Settings& s) {
     const char* rest = value;
     int number = 0;
     if (readNumber(rest, number) != Read::Number) return error("Unrecognised Colour Space %s", value);
-    for (const ColourWord& row : colourWordTable) {
+    for (const EncodingName& row : encodingNameTable) {
         if (std::to_string(number) == row.word) {
             s.axes = row.axes;
             if (*rest != '\0') warn("%s %s is read as %s", option, value, row.word);
@@ -55,7 +55,7 @@ bool applyColour(const char* option, const char* value, Settings& s) {
         }
     }
     warn("%s %s names no colour encoding (the numbers are 601, 709 and 2020): it stays %s", option, value,
-         colourWordOf(s.axes));
+         encodingNameOf(s.axes));
     return true;
 }
 
@@ -218,9 +218,9 @@ bool applyInterlaced(const char* option, const char* value, Settings& s) {
     return error("%s %s is not tff (top field first) or bff (bottom field first)", option, value);
 }
 
-Words colourWordList() {
+Words encodingNameList() {
     Words words;
-    for (const ColourWord& row : colourWordTable) words.push_back(row.word);
+    for (const EncodingName& row : encodingNameTable) words.push_back(row.word);
     return words;
 }
 Words samplingWords() { return {"444", "422", "420"}; }
@@ -240,7 +240,8 @@ const Option shortOptionTable[] = {
     {"-e", nullptr, nullptr, "accepted and ignored", applyNothing, nullptr},
     {"-d", "WIDTHxHEIGHT", "1920x1080", "raster size in pixels; -d 1280 sets only the width", applySize, sizeWords},
     {"-a", "NUMxDEN", "16x9", "display aspect ratio of the whole picture, such as 4x3", applyAspect, aspectWords},
-    {"-c", "ENCODING", "RGB", "colour encoding: a word of the list below, case as shown", applyColour, colourWordList},
+    {"-c", "ENCODING", "RGB", "colour encoding: a word of the list below, case as shown", applyColour,
+     encodingNameList},
     {"-s", "SAMPLING", "444", "chroma sampling: 444, 422 or 420; any other number means 444", applySampling,
      samplingWords},
     {"-q", "QUADRANT", "none",
@@ -376,13 +377,13 @@ void warnAboutDpx(const Settings& s) {
              s.bits > dpxBits ? "of which the file keeps the top 10" : "which the file stores in 10");
     const DPX::eFormat descriptor = DPXWriter::descriptorFor(s.axes, s.sampling);
     if (PatternGen::isYCbCrAxes(s.axes) && s.sampling != PatternGen::Sampling_422 && descriptor != DPX::kCbYCr)
-        warn("DPX writes -c %s -s %d as 4:2:2 (descriptor 100): only -c 709 is written as 4:4:4", colourWordOf(s.axes),
-             int(s.sampling));
+        warn("DPX writes -c %s -s %d as 4:2:2 (descriptor 100): only -c 709 is written as 4:4:4",
+             encodingNameOf(s.axes), int(s.sampling));
     if (!PatternGen::isYCbCrAxes(s.axes) && descriptor == DPX::kCbYCrY)
         warn(
             "DPX writes the R'G'B' samples of -c %s under the CbYCrY 4:2:2 descriptor (100), so readers decode "
             "them as Y'CbCr",
-            colourWordOf(s.axes));
+            encodingNameOf(s.axes));
 }
 
 // Options that only take effect together with another one.
@@ -398,7 +399,7 @@ void warnAboutIdleOptions(const Settings& s, bool video) {
 
 Rows<Option> shortOptions() { return {std::begin(shortOptionTable), std::end(shortOptionTable)}; }
 Rows<Option> longOptions() { return {std::begin(longOptionTable), std::end(longOptionTable)}; }
-Rows<ColourWord> colourWords() { return {std::begin(colourWordTable), std::end(colourWordTable)}; }
+Rows<EncodingName> encodingNames() { return {std::begin(encodingNameTable), std::end(encodingNameTable)}; }
 
 std::string fileExtension(const std::string& fileName, bool& hasDot) {
     const size_t dot = fileName.rfind('.');

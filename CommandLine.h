@@ -14,7 +14,7 @@
 namespace PatternRender {
 
 namespace Limits = pm5544::Limits;
-using pm5544::ColourWord;
+using pm5544::EncodingName;
 using pm5544::Timecode;
 
 // The options that set the card's settings, as the card's refusals name them.
@@ -85,7 +85,7 @@ struct Rows {
 
 Rows<Option> shortOptions();
 Rows<Option> longOptions();
-Rows<ColourWord> colourWords();  // one row per colour axis
+Rows<EncodingName> encodingNames();  // one row per encoding
 Rows<Example> examples();
 
 // The usage that --help prints.

@@ -27,8 +27,8 @@ const Example exampleTable[] = {
     {"-d 720x576 -a 4x3 -c 601 -b 10 sd.png", "625-line standard definition, BT.601, 10 bits"},
     {"-d 3840x2160 -c PQ -b 10 -s 422 uhd.dpx", "UHD with PQ as a 4:2:2 DPX file"},
     {"-c HLG-Mapped -b 10 hlg.tif", "HLG with BT.709 colours mapped into BT.2020, as TIFF"},
-    {"-c 709 -s 422 card.pat", "a pattern file for the signal generators"},
-    {"-c RGB-headroom cinema.xyz", "a DCI X'Y'Z' pattern file"},
+    {"-c 709 -s 422 card.pat", "a device file for the signal generators"},
+    {"-c RGB-headroom cinema.xyz", "a DCI X'Y'Z' device file"},
     {"-d 1280x720 --format dpx - > card.dpx", "DPX on standard output; progress goes to standard error"},
     {"-u", "the colour-arithmetic self-test"},
 };
@@ -103,7 +103,7 @@ std::vector<std::string> limitLines() {
     return {"Raster: " + low + "x" + low + " to " + high + "x" + high +
                 " pixels; with -q the canvas, twice the raster each way, has to fit",
             "Bit depth: " + std::to_string(Limits::minimumBits) + " to " + std::to_string(Limits::maximumBits),
-            pixelAspect.str(), "Signal-generator pattern files play at the line widths 1280, 1920 and 2048"};
+            pixelAspect.str(), "Signal-generator device files play at the line widths 1280, 1920 and 2048"};
 }
 
 std::string usageText() {
@@ -118,7 +118,7 @@ std::string usageText() {
     out += "\nLong options (the value may also follow an =, as in --format=dpx):\n";
     appendOptions(out, longOptions());
     out += "\nColour encodings (-c):\n";
-    for (const ColourWord& row : colourWords()) appendEntry(out, row.word, row.meaning);
+    for (const EncodingName& row : encodingNames()) appendEntry(out, row.word, row.meaning);
     out += "\nFormats (FILE's extension, or --format):\n";
     for (const OutputFormat& row : formats()) appendEntry(out, row.name, row.writes);
     out += "\nLimits:\n";

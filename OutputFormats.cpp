@@ -18,9 +18,9 @@ namespace PatternRender {
 
 namespace {
 
-constexpr int deviceBits = DeviceFile::codeBits;
+constexpr int deviceFileBits = DeviceFile::codeBits;
 
-// ---- Device checks: the settings a device pattern file needs. Each prints the first failing check
+// ---- Device-file checks: the settings a device file needs. Each prints the first failing check
 // (standard output, no trailing newline) and returns false.
 
 bool refuse(const char* message) {
@@ -30,25 +30,25 @@ bool refuse(const char* message) {
 
 bool isStudioRGB(const Settings& s) { return s.axes == PatternGen::Colour_RGB_219 || isRGBHDRAxes(s.axes); }
 
-bool fitsDevice(const Settings& s) {
-    return s.bits == deviceBits || refuse("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
+bool fitsDeviceFile(const Settings& s) {
+    return s.bits == deviceFileBits || refuse("Error: Tova/Kelm patterns need to be rendered in 12 bit (-b 12)");
 }
 bool fitsPat(const Settings& s) {
-    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422) ||
-                             refuse("Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s "
-                                    "422).\n2020 will work but is not yet supported by Tova or Kelm."));
+    return fitsDeviceFile(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_422) ||
+                                 refuse("Error: Tova/Kelm YCbCr 422 patterns must be rendered in YCbCr 422 (-c 709 -s "
+                                        "422).\n2020 will work but is not yet supported by Tova or Kelm."));
 }
 bool fitsRgb(const Settings& s) {
-    return fitsDevice(s) &&
+    return fitsDeviceFile(s) &&
            (isStudioRGB(s) || refuse("Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444"));
 }
 bool fitsXyz(const Settings& s) {
-    return fitsDevice(s) &&
+    return fitsDeviceFile(s) &&
            (isStudioRGB(s) || refuse("Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)"));
 }
 bool fitsYc4(const Settings& s) {
-    return fitsDevice(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444) ||
-                             refuse("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"));
+    return fitsDeviceFile(s) && ((isYCbCrAxes(s.axes) && s.sampling == PatternGen::Sampling_444) ||
+                                 refuse("Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)"));
 }
 
 // Checks of the formats beyond the device files; their messages go to standard error.
@@ -77,8 +77,8 @@ AnyImageWriter makeY4m(const Settings& s) {
     return Y4mWriter::make(s.frames, s.rateNum, s.rateDen, s.aspectNum, s.aspectDen);
 }
 template <uint32_t format, bool toXYZ>
-AnyImageWriter makeDevice(const Settings&) {
-    return DeviceFileWriter::make(format, toXYZ);
+AnyImageWriter deviceFileWriterFor(const Settings&) {
+    return makeDeviceFileWriter(format, toXYZ);
 }
 
 // Every output format, by extension. The first is the default for names without a known extension.
@@ -100,20 +100,20 @@ const OutputFormat formatTable[] = {
      "(CbYCr 4:4:4) for 709 with -s 444, 100 (CbYCrY 4:2:2) for every other encoding",
      nullptr, makeDpx, "Failed to write DPX file %s\n", nullptr,
      false, false, true, true},
-    {"pat", "signal-generator pattern file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422",
-     fitsPat, makeDevice<TovaKelmPatternFile::Format_YCbCr422, false>,
+    {"pat", "signal-generator device file, Y'CbCr 4:2:2; needs -b 12, a Y'CbCr encoding and -s 422",
+     fitsPat, deviceFileWriterFor<TovaKelmPatternFile::Format_YCbCr422, false>,
      "Error: Can't save file: %s\n", nullptr,
      false, false, false, false},
-    {"yc4", "signal-generator pattern file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444",
-     fitsYc4, makeDevice<TovaKelmPatternFile::Format_YCbCr444, false>,
+    {"yc4", "signal-generator device file, Y'CbCr 4:4:4; needs -b 12, a Y'CbCr encoding and -s 444",
+     fitsYc4, deviceFileWriterFor<TovaKelmPatternFile::Format_YCbCr444, false>,
      "Error: Can't save file: %s\n", nullptr,
      false, false, false, false},
-    {"rgb", "signal-generator pattern file, R'G'B'; needs -b 12 and RGB-headroom or an HDR R'G'B' encoding",
-     fitsRgb, makeDevice<TovaKelmPatternFile::Format_RGB, false>,
+    {"rgb", "signal-generator device file, R'G'B'; needs -b 12 and RGB-headroom or an HDR R'G'B' encoding",
+     fitsRgb, deviceFileWriterFor<TovaKelmPatternFile::Format_RGB, false>,
      "Error: Can't save file: %s\n", nullptr,
      false, false, false, false},
     {"xyz", "as rgb, converted to DCI X'Y'Z'",
-     fitsXyz, makeDevice<TovaKelmPatternFile::Format_RGB, true>,
+     fitsXyz, deviceFileWriterFor<TovaKelmPatternFile::Format_RGB, true>,
      "Error: Can't save file: %s\n", nullptr,
      false, false, false, false},
     {"y4m", "YUV4MPEG2 stream of --frames frames at --rate",

@@ -47,9 +47,9 @@ std::unique_ptr<LineRepeatRowSource> makeRows(RowKind::LineRepeat, PatternSpec& 
                                               LineRepeats& lineRepeats) {
     return pattern.lineRepeatRows(s.width, s.height, lineRepeats);
 }
-std::unique_ptr<DeviceRowSource> makeRows(RowKind::Device, PatternSpec& pattern, const Settings& s,
-                                          LineRepeats& lineRepeats) {
-    return pattern.deviceRows(s.width, s.height, lineRepeats);
+std::unique_ptr<DeviceFileRowSource> makeRows(RowKind::DeviceFile, PatternSpec& pattern, const Settings& s,
+                                              LineRepeats& lineRepeats) {
+    return pattern.deviceFileRows(s.width, s.height, lineRepeats);
 }
 
 // The progress lines name --format's word, else the extension as typed; a name without a dot says

@@ -116,5 +116,5 @@ template bool streamRows(FullFrameRowSource&, const std::function<void(uint16_t*
                          const RowConsumer<RowKind::FullFrame>::type&);
 template bool streamRows(LineRepeatRowSource&, const std::function<void(uint16_t*)>&,
                          const RowConsumer<RowKind::LineRepeat>::type&);
-template bool streamRows(DeviceRowSource&, const std::function<void(uint16_t*)>&,
-                         const RowConsumer<RowKind::Device>::type&);
+template bool streamRows(DeviceFileRowSource&, const std::function<void(uint16_t*)>&,
+                         const RowConsumer<RowKind::DeviceFile>::type&);

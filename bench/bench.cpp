@@ -49,7 +49,7 @@ struct Run {
     const char* options;
 };
 
-// One device format stands for the four: they share the loop and the writer. The Y4M run is a
+// One device-file format stands for the four: they share the loop and the writer. The Y4M run is a
 // 20-frame clip to a file, its later frames copied within the file.
 const Run runs[] = {{"png", "-c 709 -b 12"},
                     {"dpx", "-c 709 -b 10"},

@@ -64,7 +64,7 @@ void writeManPage(std::ostream& out) {
     out << ".SS Long options\n";
     writeOptions(out, longOptions());
     out << ".SH COLOUR ENCODINGS\n" << roff("The words that -c takes:") << "\n";
-    for (const ColourWord& row : colourWords())
+    for (const EncodingName& row : encodingNames())
         out << ".TP\n.B " << roff(row.word) << "\n" << roff(row.meaning) << ".\n";
     out << ".SH FORMATS\n" << roff("By the extension of the output file, or --format:") << "\n";
     for (const OutputFormat& row : formats()) out << ".TP\n.B " << roff(row.name) << "\n" << roff(row.writes) << ".\n";
@@ -81,7 +81,7 @@ void writeManPage(std::ostream& out) {
                "Progress lines go to standard output, or to standard error when the output file is -. "
                "Warnings (\"Warning: \"), about values read differently than they look or that the format "
                "treats differently, and errors (\"Error: \") go to standard error; the errors about the "
-               "settings of a signal-generator pattern file go to standard output.")
+               "settings of a signal-generator device file go to standard output.")
         << "\n.SH EXAMPLES\n";
     for (const Example& row : examples())
         out << ".TP\n.B pm5544 " << roff(row.arguments) << "\n" << roff(row.meaning) << ".\n";

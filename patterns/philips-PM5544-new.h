@@ -34,7 +34,7 @@ public:
     // The card's pixel at canvas position (x, y), with hard edges.
     Pixel render(int x, int y);
 
-    // Palette, set by setup() for the output colour axes.
+    // Palette, set by setup() for the output encoding.
     Pixel black;
     Pixel grey20;
     Pixel grey40;

@@ -1,5 +1,5 @@
 // The card's palette: sixteen colours per table, a table per encoding family and bit depth, chosen
-// for the output colour axes and converted into them where no table is written in those axes.
+// for the output encoding and converted into it where no table is written in that encoding.
 #include "philips-PM5544-new.h"
 
 using PatternGen::colorAxes_e;
@@ -143,7 +143,7 @@ const Codes ycbcr2020_10[paletteSize] = {
     {294, 387, 960},  // 100% red
 };
 
-// Which table a set of output axes starts from, and whether its entries are then converted.
+// Which table an output encoding starts from, and whether its entries are then converted.
 struct PaletteChoice {
     colorAxes_e tableAxes;
     bool convert;
@@ -163,7 +163,7 @@ PaletteChoice paletteFor(colorAxes_e axes) {
         case PatternGen::Colour_YCbCr_SLog3:
         case PatternGen::Colour_YCbCr_SLog3_Live:
             return {PatternGen::Colour_YCbCr_2020, true};
-        default:  // 601, the Mapped Y'CbCr axes and every R'G'B' HDR axis
+        default:  // 601, the Mapped Y'CbCr encodings and every R'G'B' HDR encoding
             return {PatternGen::Colour_RGB_219, true};
     }
 }

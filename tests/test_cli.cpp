@@ -342,7 +342,7 @@ TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
         EXPECT_TRUE(contains(options, "\n" + option + "\n")) << option;
     }
     const std::string colourWords = completions("-c", "");
-    for (const PatternRender::ColourWord& row : PatternRender::colourWords()) {
+    for (const PatternRender::EncodingName& row : PatternRender::encodingNames()) {
         EXPECT_TRUE(contains(page, "\n       " + std::string(row.word))) << row.word;
         EXPECT_TRUE(contains(colourWords, "\n" + std::string(row.word) + "\n")) << row.word;
     }

@@ -1,4 +1,4 @@
-// Colour axes names, code levels per axis, normalisation, clipping and the simple gamma laws.
+// Encoding names, code levels per encoding, normalisation, clipping and the simple gamma laws.
 #include "colour/ColourSpace.h"
 
 #include <cmath>

@@ -1,11 +1,11 @@
-// Colour axes and the description of how a pixel's code values are coded.
+// The colour encodings and the description of how a pixel's code values are coded.
 #pragma once
 
 #include <cstdint>
 
 namespace PatternGen {
 
-// The numbers are part of the interface: axes are compared by value and by range.
+// The numbers are part of the interface: encodings are compared by value and by range.
 enum colorAxes_e {
     Colour_RGB = 0,
     Colour_RGB_219 = 1,
@@ -32,14 +32,14 @@ enum colorAxes_e {
 
 constexpr int colourAxesCount = 21;
 
-// The ranges of axes, defined here once. Axes are Y'CbCr (2 to 12: SDR 601, 709, 2020 and the HDR
-// Y'CbCr axes) or R'G'B' (0, 1 and the HDR R'G'B' axes 13 to 20).
+// The ranges of encodings, defined here once. Encodings are Y'CbCr (2 to 12: SDR 601, 709, 2020 and the
+// HDR Y'CbCr encodings) or R'G'B' (0, 1 and the HDR R'G'B' encodings 13 to 20).
 constexpr bool isYCbCrAxes(int axes) { return axes >= Colour_YCbCr_601 && axes <= Colour_YCbCr_SLog3_Live_Mapped; }
 constexpr bool isRGBAxes(int axes) {
     return axes >= Colour_RGB && axes <= Colour_RGB_SLog3_Live_Mapped && !isYCbCrAxes(axes);
 }
 constexpr bool isRGBHDRAxes(int axes) { return axes >= Colour_RGB_PQ && axes <= Colour_RGB_SLog3_Live_Mapped; }
-// The HDR R'G'B' axes without the BT.709-into-BT.2020 mapping (13 to 16).
+// The HDR R'G'B' encodings without the BT.709-into-BT.2020 mapping (13 to 16).
 constexpr bool isRGBHDRUnmappedAxes(int axes) { return axes >= Colour_RGB_PQ && axes <= Colour_RGB_SLog3_Live; }
 constexpr bool isYCbCrHDRAxes(int axes) {
     return (axes >= Colour_YCbCr_PQ && axes <= Colour_YCbCr_HLG_Mapped) ||
@@ -48,15 +48,15 @@ constexpr bool isYCbCrHDRAxes(int axes) {
 constexpr bool isSLog3YCbCrAxes(int axes) {
     return axes >= Colour_YCbCr_SLog3 && axes <= Colour_YCbCr_SLog3_Live_Mapped;
 }
-// Every axis coded in BT.2020 primaries: 4 to 20 (HDR and 2020 Y'CbCr, HDR R'G'B').
+// Every encoding coded in BT.2020 primaries: 4 to 20 (HDR and 2020 Y'CbCr, HDR R'G'B').
 constexpr bool isIn2020Axes(int axes) { return axes >= Colour_YCbCr_PQ && axes <= Colour_RGB_SLog3_Live_Mapped; }
-// The SDR R'G'B' axes, full and studio range (0, 1).
+// The SDR R'G'B' encodings, full and studio range (0, 1).
 constexpr bool isSDRRGBAxes(int axes) { return axes == Colour_RGB || axes == Colour_RGB_219; }
-// The SDR Y'CbCr axes with their own matrix and primaries (2, 3); BT.2020 Y'CbCr is apart.
+// The SDR Y'CbCr encodings with their own matrix and primaries (2, 3); BT.2020 Y'CbCr is apart.
 constexpr bool isYCbCr601Or709Axes(int axes) { return axes == Colour_YCbCr_601 || axes == Colour_YCbCr_709; }
-// Every PQ, HLG and S-Log3 axis, Y'CbCr and R'G'B'.
+// Every PQ, HLG and S-Log3 encoding, Y'CbCr and R'G'B'.
 constexpr bool isHDRAxes(int axes) { return isYCbCrHDRAxes(axes) || isRGBHDRAxes(axes); }
-// The axes of one transfer function, Y'CbCr and R'G'B', mapped or not.
+// The encodings of one transfer function, Y'CbCr and R'G'B', mapped or not.
 constexpr bool isPQAxes(int axes) {
     return axes == Colour_YCbCr_PQ || axes == Colour_YCbCr_PQ_Mapped || axes == Colour_RGB_PQ ||
            axes == Colour_RGB_PQ_Mapped;
@@ -69,12 +69,12 @@ constexpr bool isSLog3Axes(int axes) {
     return isSLog3YCbCrAxes(axes) || axes == Colour_RGB_SLog3 || axes == Colour_RGB_SLog3_Live ||
            axes == Colour_RGB_SLog3_Mapped || axes == Colour_RGB_SLog3_Live_Mapped;
 }
-// The S-Log3 axes coded after the inverse of the Live OOTF.
+// The S-Log3 encodings coded after the inverse of the Live OOTF.
 constexpr bool isSLog3LiveAxes(int axes) {
     return axes == Colour_YCbCr_SLog3_Live || axes == Colour_YCbCr_SLog3_Live_Mapped || axes == Colour_RGB_SLog3_Live ||
            axes == Colour_RGB_SLog3_Live_Mapped;
 }
-// The HDR axes whose source colours are BT.709 primaries mapped into BT.2020 in linear light.
+// The HDR encodings whose source colours are BT.709 primaries mapped into BT.2020 in linear light.
 constexpr bool isMappedAxes(int axes) {
     return axes == Colour_YCbCr_PQ_Mapped || axes == Colour_YCbCr_HLG_Mapped || axes == Colour_YCbCr_SLog3_Mapped ||
            axes == Colour_YCbCr_SLog3_Live_Mapped ||
@@ -83,7 +83,7 @@ constexpr bool isMappedAxes(int axes) {
 
 }  // namespace PatternGen
 
-// The enumerator name of an axis; "undefined" for values outside 0..20.
+// The enumerator name of an encoding; "undefined" for values outside 0..20.
 const char* axisToString(PatternGen::colorAxes_e axes);
 
 class ColourSpace {

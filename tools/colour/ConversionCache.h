@@ -1,4 +1,4 @@
-// Converts a stream of pixels into one colour axis, converting each distinct input pixel about once:
+// Converts a stream of pixels into one encoding, converting each distinct input pixel about once:
 // patterns are made of flat areas in a few hundred colours, and a conversion costs far more than a
 // look-up. Optionally the result is brought from 10 to 12 bits (all four samples times 4), as the
 // frame loops store 12-bit codes.

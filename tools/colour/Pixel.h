@@ -29,7 +29,7 @@ public:
     Pixel(int y, int cb, int cr, PatternGen::colorAxes_e axes);
     Pixel(int y, int cb, int cr, PatternGen::colorAxes_e axes, int bits);
 
-    // Two equalities, for two questions. sameCodes: the codes a file would hold are the same (axes,
+    // Two equalities, for two questions. sameCodes: the codes a file would hold are the same (encoding,
     // depth and the four samples), whatever levels and gamma law came with them. identicalTo: every
     // field is the same, levels and gamma too, so the pixels convert and blend identically; a cached
     // conversion or a run of equal pixels needs this one.
@@ -72,7 +72,7 @@ public:
     Pixel convertFromYCbCr2020(PatternGen::colorAxes_e toSpace) const;
     Pixel convertRGB709toYCbCr2020(double r, double g, double b) const;
 
-    // Assigners: overwrite the samples from normalised R, G, B in this pixel's (already set) axes.
+    // Assigners: overwrite the samples from normalised R, G, B in this pixel's (already set) encoding.
     void assignRGBValues(double r, double g, double b);
     void assignRGB219Values(double r, double g, double b);
     void assignYCbCr601Values(double r, double g, double b);

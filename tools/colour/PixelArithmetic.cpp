@@ -168,7 +168,7 @@ Pixel Pixel::superWhite() const {
     return result;
 }
 
-// Studio-coded axes use studio black as "no alpha"; full-range and HDR RGB the lowest legal code.
+// Studio-coded encodings use studio black as "no alpha"; full-range and HDR RGB the lowest legal code.
 Pixel Pixel::noAlpha() const {
     Pixel result(*this);
     const int bits = colourSpace.bitDepth;

@@ -1,6 +1,6 @@
 // HDR conversions of the pixel value type: PQ, HLG and S-Log3 encodings of SDR colours, in
 // Y'CbCr and R'G'B', optionally with BT.709 primaries mapped into BT.2020, and the conversions
-// between the HDR Y'CbCr and R'G'B' axes.
+// between the HDR Y'CbCr and R'G'B' encodings.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -17,7 +17,7 @@ using PixelCodes::hdrBits;
 
 namespace {
 
-// The Y'CbCr HDR axis an RGB HDR axis is derived from; -1 for any other axis.
+// The Y'CbCr HDR encoding an RGB HDR encoding is derived from; -1 for any other encoding.
 int yCbCrCounterpart(int rgbAxes) {
     switch (rgbAxes) {
         case PatternGen::Colour_RGB_PQ:

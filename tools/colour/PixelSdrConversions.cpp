@@ -1,5 +1,5 @@
 // SDR conversions of the pixel value type: the assigners that encode normalised R'G'B' in each
-// SDR axis, and convertTo, the dispatcher that routes every conversion (HDR ones included).
+// SDR encoding, and convertTo, the dispatcher that routes every conversion (HDR ones included).
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -156,7 +156,7 @@ Pixel Pixel::convertTo(colorAxes_e toSpace) const {
         } else if (toSpace == PatternGen::Colour_RGB_219) {
             result.assignRGB219Values(c.r, c.g, c.b);
         } else if (toSpace == axis) {
-            // same axis: the copy
+            // same encoding: the copy
         } else if (PatternGen::isYCbCr601Or709Axes(toSpace)) {
             PIXEL_ASSERT(0);  // no direct 601 <-> 709 conversion
         } else if (toSpace == PatternGen::Colour_YCbCr_2020) {
@@ -210,7 +210,7 @@ Pixel Pixel::convertFromYCbCr2020(colorAxes_e toSpace) const {
             result.assignRGBValues(c.r, c.g, c.b);
             break;
         case PatternGen::Colour_RGB_219:
-        case PatternGen::Colour_RGB_PQ:  // the unmapped RGB HDR axes fail the studio-RGB assertion
+        case PatternGen::Colour_RGB_PQ:  // the unmapped RGB HDR encodings fail the studio-RGB assertion
         case PatternGen::Colour_RGB_HLG:
         case PatternGen::Colour_RGB_SLog3:
         case PatternGen::Colour_RGB_SLog3_Live:

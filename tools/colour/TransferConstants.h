@@ -45,7 +45,7 @@ constexpr double inverseGammaExponent = -0.16666670143604279;  // single-precisi
 constexpr double gammaExponent = -inverseGammaExponent / (1.0 + inverseGammaExponent);
 }  // namespace BT2100_HLG
 
-// S-Log3 OETF giving 10-bit code values, and the inverse OOTF of the Live axes.
+// S-Log3 OETF giving 10-bit code values, and the inverse OOTF of the Live encodings.
 namespace SLog3 {
 constexpr int blackCode = 95;  // the OETF of 0
 constexpr double inputFactor = 0.9;

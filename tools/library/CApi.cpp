@@ -52,7 +52,7 @@ static_assert(PM5544_MIN_SIDE == pm5544::Limits::minimumSide && PM5544_MAX_SIDE 
                   double(PM5544_MAX_PIXEL_ASPECT_N) / PM5544_MAX_PIXEL_ASPECT_D == pm5544::Limits::maximumPixelAspect,
               "the header's limits and the card's");
 
-// The public encodings are the colour axes by number: values cross the API by a cast.
+// The public encodings are the internal ones by number: values cross the API by a cast.
 constexpr bool sameNumber(pm5544_encoding encoding, PatternGen::colorAxes_e axes) { return int(encoding) == int(axes); }
 static_assert(sameNumber(PM5544_ENCODING_RGB, PatternGen::Colour_RGB) &&
                   sameNumber(PM5544_ENCODING_RGB_HEADROOM, PatternGen::Colour_RGB_219) &&
@@ -75,7 +75,7 @@ static_assert(sameNumber(PM5544_ENCODING_RGB, PatternGen::Colour_RGB) &&
                   sameNumber(PM5544_ENCODING_RGB_HLG_MAPPED, PatternGen::Colour_RGB_HLG_Mapped) &&
                   sameNumber(PM5544_ENCODING_RGB_SLOG3_MAPPED, PatternGen::Colour_RGB_SLog3_Mapped) &&
                   sameNumber(PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED, PatternGen::Colour_RGB_SLog3_Live_Mapped),
-              "the public encodings and the colour axes are numbered alike");
+              "the public and the internal encodings are numbered alike");
 
 // Runs a call's body, turning what it throws into a status and a message; a call from inside the
 // card's message callback is refused, as the card is then in the middle of another call. The message
@@ -181,7 +181,7 @@ pm5544_status checkTarget(pm5544_card* card, pm5544_layout layout, void* const p
     if (!pm5544::layoutAllows(*format, s.axes))
         return fail(
             card, PM5544_ERROR_SETTINGS,
-            std::string("Layout ") + format->name + " cannot hold the encoding " + pm5544::colourWordOf(s.axes));
+            std::string("Layout ") + format->name + " cannot hold the encoding " + pm5544::encodingNameOf(s.axes));
     if (format->bits != 0 && (format->bits != s.bits || format->sampling != int(s.sampling)))
         return fail(card, PM5544_ERROR_SETTINGS,
                     std::string("Layout ") + format->name + " holds " + std::to_string(format->bits) + "-bit " +
@@ -247,11 +247,11 @@ int pm5544_encoding_is_ycbcr(pm5544_encoding encoding) {
 
 const char* pm5544_encoding_name(pm5544_encoding encoding) {
     if (int(encoding) < 0 || int(encoding) >= PatternGen::colourAxesCount) return nullptr;
-    return pm5544::colourWordOf(static_cast<PatternGen::colorAxes_e>(encoding));
+    return pm5544::encodingNameOf(static_cast<PatternGen::colorAxes_e>(encoding));
 }
 
 const char* pm5544_encoding_description(pm5544_encoding encoding) {
-    for (const pm5544::ColourWord& row : pm5544::colourWordTable)
+    for (const pm5544::EncodingName& row : pm5544::encodingNameTable)
         if (int(row.axes) == int(encoding)) return row.meaning;
     return nullptr;
 }
@@ -344,7 +344,7 @@ pm5544_status pm5544_set_aspect(pm5544_card* card, int numerator, int denominato
 
 pm5544_status pm5544_set_encoding(pm5544_card* card, pm5544_encoding encoding) {
     return guarded(card, [&] {
-        // Checked before the value becomes an axis, which no number outside the enumeration may be.
+        // Checked before the value becomes an encoding, which no number outside the enumeration may be.
         if (const std::string fault = pm5544::encodingFault(encoding); !fault.empty())
             return fail(card, PM5544_ERROR_ARGUMENT, fault);
         return change(card, [&](pm5544::CardSettings& s) { s.axes = static_cast<PatternGen::colorAxes_e>(encoding); });
@@ -353,7 +353,7 @@ pm5544_status pm5544_set_encoding(pm5544_card* card, pm5544_encoding encoding) {
 
 pm5544_status pm5544_set_encoding_name(pm5544_card* card, const char* name) {
     return guarded(card, [&] {
-        const pm5544::ColourWord* word = pm5544::colourWordNamed(text(name));
+        const pm5544::EncodingName* word = pm5544::encodingNamed(text(name));
         if (word == nullptr) return fail(card, PM5544_ERROR_SETTINGS, "Encoding " + text(name) + " is unknown");
         return pm5544_set_encoding(card, static_cast<pm5544_encoding>(word->axes));
     });

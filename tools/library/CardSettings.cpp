@@ -38,8 +38,8 @@ bool isSampling(int sampling) {
 const SettingNames settingNames = {"raster",     "aspect",   "bits",  "sampling", "scan",
                                    "frame rate", "timecode", "ident", "caption",  "font"};
 
-// Every colour axis once, in the order the usage lists them.
-const ColourWord colourWordTable[PatternGen::colourAxesCount] = {
+// Every encoding once, in the order the usage lists them.
+const EncodingName encodingNameTable[PatternGen::colourAxesCount] = {
     {"RGB", PatternGen::Colour_RGB, "R'G'B', full range"},
     {"RGB-headroom", PatternGen::Colour_RGB_219, "R'G'B', studio range (black 16, white 235 at 8 bits)"},
     {"601", PatternGen::Colour_YCbCr_601, "Y'CbCr, BT.601 matrix"},
@@ -63,14 +63,14 @@ const ColourWord colourWordTable[PatternGen::colourAxesCount] = {
     {"RGB-S-Log3-Live-Mapped", PatternGen::Colour_RGB_SLog3_Live_Mapped, "as RGB-S-Log3-Live, colours mapped"},
 };
 
-const ColourWord* colourWordNamed(const std::string& word) {
-    for (const ColourWord& row : colourWordTable)
+const EncodingName* encodingNamed(const std::string& word) {
+    for (const EncodingName& row : encodingNameTable)
         if (word == row.word) return &row;
     return nullptr;
 }
 
-const char* colourWordOf(PatternGen::colorAxes_e axes) {
-    for (const ColourWord& row : colourWordTable)
+const char* encodingNameOf(PatternGen::colorAxes_e axes) {
+    for (const EncodingName& row : encodingNameTable)
         if (row.axes == axes) return row.word;
     return "?";
 }

@@ -55,16 +55,16 @@ struct CardSettings {
 };
 
 // One word of "-c": the encodings by name, in the order the usage lists them.
-struct ColourWord {
+struct EncodingName {
     const char* word;  // case matters
     PatternGen::colorAxes_e axes;
     const char* meaning;
 };
-extern const ColourWord colourWordTable[PatternGen::colourAxesCount];
+extern const EncodingName encodingNameTable[PatternGen::colourAxesCount];
 // The row whose word is exactly `word`; nullptr if none.
-const ColourWord* colourWordNamed(const std::string& word);
-// "?" for a value that is no axis.
-const char* colourWordOf(PatternGen::colorAxes_e axes);
+const EncodingName* encodingNamed(const std::string& word);
+// "?" for a value that is no encoding.
+const char* encodingNameOf(PatternGen::colorAxes_e axes);
 
 // What the messages call each setting: the program names its options ("-d"), the library its settings
 // ("raster"), so that each keeps its own words for the same reason.

@@ -31,8 +31,8 @@ struct PlaneSize {
 // nullptr for a number that is no layout (the numbers are the C API's).
 const LayoutFormat* layoutFormat(int layout);
 int layoutCount();
-// Whether frames of these axes can be had in the layout: Y'CbCr layouts for Y'CbCr axes, R'G'B' ones for
-// R'G'B' axes, the full-frame row for any.
+// Whether frames of this encoding can be had in the layout: Y'CbCr layouts for Y'CbCr encodings, R'G'B'
+// ones for R'G'B' encodings, the full-frame row for any.
 bool layoutAllows(const LayoutFormat& format, PatternGen::colorAxes_e axes);
 // The planes' least row bytes and rows at a raster; returns their count.
 int planeSizes(const LayoutFormat& format, int width, int height, PlaneSize sizes[maximumPlanes]);

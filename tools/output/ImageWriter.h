@@ -62,8 +62,8 @@ public:
 
 using FullFrameWriter = ImageWriterOf<RowKind::FullFrame>;
 using LineRepeatWriter = ImageWriterOf<RowKind::LineRepeat>;
-using DeviceWriter = ImageWriterOf<RowKind::Device>;
+using DeviceFileWriter = ImageWriterOf<RowKind::DeviceFile>;
 
 // A writer of any kind, as the format table makes it; its kind picks the loop.
-using AnyImageWriter =
-    std::variant<std::unique_ptr<FullFrameWriter>, std::unique_ptr<LineRepeatWriter>, std::unique_ptr<DeviceWriter>>;
+using AnyImageWriter = std::variant<std::unique_ptr<FullFrameWriter>, std::unique_ptr<LineRepeatWriter>,
+                                    std::unique_ptr<DeviceFileWriter>>;

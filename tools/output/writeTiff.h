@@ -11,7 +11,7 @@
 namespace TiffWriter {
 
 // Rows of width x three host-order 16-bit samples (R, G, B or Y, Cb, Cr), the stored lines of the
-// line-repeat loop; photometric YCbCr for Y'CbCr axes; the header's line-repeat list goes into the tag.
+// line-repeat loop; photometric YCbCr for Y'CbCr encodings; the header's line-repeat list goes into the tag.
 // The file needs seeking: open its OutputFile with needSeek.
 std::unique_ptr<LineRepeatWriter> make();
 

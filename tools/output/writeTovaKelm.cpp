@@ -1,4 +1,4 @@
-// Model and writer of the Tova/Kelm device pattern file. Every number on file is big-endian and
+// Model and writer of the Tova/Kelm device file. Every number on file is big-endian and
 // written byte by byte, so the output does not depend on the host's byte order.
 #include "output/writeTovaKelm.h"
 
@@ -222,7 +222,7 @@ bool TovaKelmPatternFile::Save(OutputFile& out) {
     return true;
 }
 
-// ---- DeviceBlockBuilder ----
+// ---- DeviceFileBlockBuilder ----
 
 namespace {
 
@@ -290,7 +290,8 @@ private:
 
 }  // namespace
 
-DeviceBlockBuilder::DeviceBlockBuilder(TovaKelmPatternFile& file, int width, bool pairs, const LineRepeats& lineRepeats)
+DeviceFileBlockBuilder::DeviceFileBlockBuilder(TovaKelmPatternFile& file, int width, bool pairs,
+                                               const LineRepeats& lineRepeats)
     : file_(file), samples_(static_cast<size_t>(DeviceFile::samplesPerLine(width, pairs))), lineRepeats_(lineRepeats) {
     file_.lineWidth = static_cast<uint16_t>(width);
     file_.blockLayout = 1;
@@ -298,7 +299,7 @@ DeviceBlockBuilder::DeviceBlockBuilder(TovaKelmPatternFile& file, int width, boo
     file_.threeWordSamples = !pairs;
 }
 
-std::unique_ptr<CompressedLine> DeviceBlockBuilder::compress(const uint16_t* samples) {
+std::unique_ptr<CompressedLine> DeviceFileBlockBuilder::compress(const uint16_t* samples) {
     auto line = std::make_unique<CompressedLine>();
     LineCompressor compressor(*line, literal_);
     for (size_t i = 0; i < samples_; ++i) compressor.add(sampleAt(samples, i));
@@ -306,12 +307,12 @@ std::unique_ptr<CompressedLine> DeviceBlockBuilder::compress(const uint16_t* sam
     return line;
 }
 
-void DeviceBlockBuilder::handOver(std::unique_ptr<CompressedLine> line, uint32_t percentage) {
+void DeviceFileBlockBuilder::handOver(std::unique_ptr<CompressedLine> line, uint32_t percentage) {
     line->SetPercentage(static_cast<unsigned short>(percentage));
     file_.AddBlock(line.release());
 }
 
-void DeviceBlockBuilder::addRow(const uint16_t* samples) {
+void DeviceFileBlockBuilder::addRow(const uint16_t* samples) {
     const size_t components = samples_ * DeviceFile::samplesComponents;
     if (!lineRepeats_.empty()) {
         // The block covers the picture lines from the previous listed line to this one.
@@ -333,27 +334,27 @@ void DeviceBlockBuilder::addRow(const uint16_t* samples) {
     pendingLines_ = 1;
 }
 
-void DeviceBlockBuilder::finish() {
+void DeviceFileBlockBuilder::finish() {
     if (pending_) handOver(std::move(pending_), pendingLines_);
 }
 
-// ---- DeviceFileWriter ----
+// ---- the device file's writer ----
 
 namespace {
 
-class PatternFileWriter final : public DeviceWriter {
+class DeviceFileModelWriter final : public DeviceFileWriter {
 public:
-    PatternFileWriter(uint32_t format, bool toXYZ) : toXYZ_(toXYZ) { file_.format = format; }
+    DeviceFileModelWriter(uint32_t format, bool toXYZ) : toXYZ_(toXYZ) { file_.format = format; }
 
     bool begin(OutputFile& out, const ImageHeader& header) override {
         out_ = &out;
         if (header.lineRepeats != nullptr) lineRepeats_ = *header.lineRepeats;
-        builder_ = std::make_unique<DeviceBlockBuilder>(
+        builder_ = std::make_unique<DeviceFileBlockBuilder>(
             file_, header.width, DeviceFile::usesSamplePairs(header.axes, header.sampling), lineRepeats_);
         return true;
     }
 
-    bool writeRow(RowOf<RowKind::Device> row) override {
+    bool writeRow(RowOf<RowKind::DeviceFile> row) override {
         builder_->addRow(row.samples);
         return true;
     }
@@ -368,14 +369,12 @@ private:
     bool toXYZ_;
     TovaKelmPatternFile file_;
     LineRepeats lineRepeats_;
-    std::unique_ptr<DeviceBlockBuilder> builder_;
+    std::unique_ptr<DeviceFileBlockBuilder> builder_;
     OutputFile* out_ = nullptr;
 };
 
 }  // namespace
 
-namespace DeviceFileWriter {
-std::unique_ptr<DeviceWriter> make(uint32_t format, bool toXYZ) {
-    return std::make_unique<PatternFileWriter>(format, toXYZ);
+std::unique_ptr<DeviceFileWriter> makeDeviceFileWriter(uint32_t format, bool toXYZ) {
+    return std::make_unique<DeviceFileModelWriter>(format, toXYZ);
 }
-}  // namespace DeviceFileWriter

@@ -1,4 +1,4 @@
-// The run-length compressed pattern file played out by the Tova and Kelm generators:
+// The run-length compressed device file played out by the Tova and Kelm generators:
 // an in-memory model (file -> compressed lines -> sections -> samples), its builder from rows of
 // samples and its writer.
 #pragma once
@@ -130,9 +130,9 @@ private:
 // is run-length compressed into a line. Without line repeats, identical neighbouring rows merge into
 // one block standing for them all; with them, row k is the block of the list's k-th pair. Sets the
 // file's width, layout, single-block flag and the sample form.
-class DeviceBlockBuilder {
+class DeviceFileBlockBuilder {
 public:
-    DeviceBlockBuilder(TovaKelmPatternFile& file, int width, bool pairs, const LineRepeats& lineRepeats);
+    DeviceFileBlockBuilder(TovaKelmPatternFile& file, int width, bool pairs, const LineRepeats& lineRepeats);
     void addRow(const uint16_t* samples);
     // Hands over the last pending block.
     void finish();
@@ -152,12 +152,10 @@ private:
     std::vector<Sample> literal_;  // reused across lines
 };
 
-namespace DeviceFileWriter {
-// Rows of samples (four components each, see Sample) as the device loop renders them; the file gets
-// the format code given (TovaKelmPatternFile::Format_...), converted to X'Y'Z' first when toXYZ.
+// Rows of samples (four components each, see Sample) as the device-file loop renders them; the file
+// gets the format code given (TovaKelmPatternFile::Format_...), converted to X'Y'Z' first when toXYZ.
 // Failures to write throw std::runtime_error with the file's messages.
-std::unique_ptr<DeviceWriter> make(uint32_t format, bool toXYZ);
-}  // namespace DeviceFileWriter
+std::unique_ptr<DeviceFileWriter> makeDeviceFileWriter(uint32_t format, bool toXYZ);
 
 // Studio-range R'G'B' (black 256, white 3760) to 12-bit X'Y'Z' code values (16..4079).
 void XYZColourSpaceConvert(const Sample* in, Sample* out, unsigned short count, bool standardDefinition);

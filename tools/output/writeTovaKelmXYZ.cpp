@@ -1,4 +1,4 @@
-// Conversion of a device pattern file from studio-range BT.709 R'G'B' to 12-bit DCI X'Y'Z'.
+// Conversion of a device file from studio-range BT.709 R'G'B' to 12-bit DCI X'Y'Z'.
 // Intermediates are single precision and powers double precision, so the codes come out the same
 // on every platform that has IEEE floats.
 #include <cmath>

@@ -12,7 +12,7 @@ namespace Y4mWriter {
 bool takesBits(int bits);
 
 // Rows of width x four host-order 16-bit samples (Cr, Y, Cb, A) rounded to the header's depth, Y'CbCr
-// axes only. The sampling picks C444, C422 or C420 (chroma of the even columns, and of the even rows
+// encodings only. The sampling picks C444, C422 or C420 (chroma of the even columns, and of the even rows
 // for 4:2:0, of each field's when interlaced; 8-bit 4:2:0 is tagged with that top-left siting); the
 // header's scan picks Ip, It or Ib; the pixel aspect follows the display
 // aspect aspectNum:aspectDen in lowest terms (begin() refuses terms past 32 bits); the range is limited.

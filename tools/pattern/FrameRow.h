@@ -1,6 +1,6 @@
 // The full-frame row, which the full-frame loop fills and the PNG, DPX and Y4M writers, the preview and
-// the library's layouts read: four unsigned 16-bit samples a pixel, Cr, Y', Cb, A (Y'CbCr axes) or R',
-// G', B', A (R'G'B' axes). The loop stores 12-bit codes times 16; rounding leaves the code at the output
+// the library's layouts read: four unsigned 16-bit samples a pixel, Cr, Y', Cb, A (Y'CbCr encodings) or R',
+// G', B', A (R'G'B' encodings). The loop stores 12-bit codes times 16; rounding leaves the code at the output
 // depth in the high bits.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Rows rendered from a list of a pattern's source lines, each converted into the output axes: what the
+// Rows rendered from a list of a pattern's source lines, each converted into the output encoding: what the
 // line-repeat loop and the device-file loop share.
 #pragma once
 

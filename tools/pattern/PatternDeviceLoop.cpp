@@ -15,15 +15,15 @@ namespace {
 
 constexpr int validWidths[] = {1280, 1920, 2048};
 
-bool isDeviceWidth(int width) {
+bool isDeviceFileWidth(int width) {
     for (int valid : validWidths)
         if (width == valid) return true;
     return false;
 }
 
-class DeviceRows final : public ListedLineRows<RowKind::Device> {
+class DeviceFileRows final : public ListedLineRows<RowKind::DeviceFile> {
 public:
-    DeviceRows(PatternSpec& pattern, int width, std::vector<int> sourceLines)
+    DeviceFileRows(PatternSpec& pattern, int width, std::vector<int> sourceLines)
         : ListedLineRows(pattern, width, std::move(sourceLines), false),
           pairs_(DeviceFile::usesSamplePairs(pattern.colourSpace.axes(), pattern.sampling)) {}
 
@@ -52,9 +52,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<DeviceRowSource> PatternSpec::deviceRows(int width, int height,
-                                                         std::vector<std::pair<int, int>>& lineRepeats) {
-    if (!isDeviceWidth(width))
+std::unique_ptr<DeviceFileRowSource> PatternSpec::deviceFileRows(int width, int height,
+                                                                 std::vector<std::pair<int, int>>& lineRepeats) {
+    if (!isDeviceFileWidth(width))
         report(messages, MessageKind::Progress, "Warning %d is not a valid Tova or Kelm pattern width\n", width);
     getLineRepeats(lineRepeats);
     // Every picture line, or the last source line of each listed block, in list order.
@@ -62,13 +62,13 @@ std::unique_ptr<DeviceRowSource> PatternSpec::deviceRows(int width, int height,
     if (lineRepeats.empty())
         for (int y = 0; y < height; ++y) sourceLines.push_back(y);
     for (const std::pair<int, int>& entry : lineRepeats) sourceLines.push_back(entry.second);
-    return std::make_unique<DeviceRows>(*this, width, std::move(sourceLines));
+    return std::make_unique<DeviceFileRows>(*this, width, std::move(sourceLines));
 }
 
 bool PatternSpec::run_body(int, int width, int height, std::vector<std::pair<int, int>>& lineRepeats,
                            TovaKelmPatternFile& file) {
-    const std::unique_ptr<DeviceRowSource> rows = deviceRows(width, height, lineRepeats);
-    DeviceBlockBuilder builder(file, width, DeviceFile::usesSamplePairs(colourSpace.axes(), sampling), lineRepeats);
+    const std::unique_ptr<DeviceFileRowSource> rows = deviceFileRows(width, height, lineRepeats);
+    DeviceFileBlockBuilder builder(file, width, DeviceFile::usesSamplePairs(colourSpace.axes(), sampling), lineRepeats);
     std::vector<uint16_t> row(rows->rowSamples());
     for (int y = 0; y < rows->rows(); ++y) {
         rows->nextRow(row.data());

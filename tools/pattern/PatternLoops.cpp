@@ -222,7 +222,7 @@ private:
     Pixel taperedPixel_;
 };
 
-// Stores one pixel as three samples: R, G, B for R'G'B' axes, Y, Cb, Cr otherwise.
+// Stores one pixel as three samples: R, G, B for R'G'B' encodings, Y, Cb, Cr otherwise.
 void storeThreeSamples(const Pixel& q, bool rgb, uint16_t* out) {
     if (rgb) {
         out[0] = toFrame(q.sample[Pixel::CR_R]);

@@ -94,8 +94,8 @@ public:
                   unsigned char* buffer);
     bool run_body(int optionValue, int width, int height, std::vector<std::pair<int, int>>& lineRepeats,
                   TovaKelmPatternFile& file);
-    // The same loops as row producers, for streaming; the line-repeat and device forms have the
-    // pattern fill lineRepeats, and the device form warns about widths the devices refuse. A
+    // The same loops as row producers, for streaming; the line-repeat and device-file forms have the
+    // pattern fill lineRepeats, and the device-file form warns about widths the generators refuse. A
     // full-canvas pattern refuses quadrant mode here, before any row.
     // Rows firstRow .. endRow - 1 of the full frame (endRow -1: to the bottom). A range that starts
     // below the top starts afresh: exact for a first row that begins a group of rows sharing chroma
@@ -103,7 +103,8 @@ public:
     std::unique_ptr<FullFrameRowSource> fullFrameRows(int width, int height, int firstRow = 0, int endRow = -1);
     std::unique_ptr<LineRepeatRowSource> lineRepeatRows(int width, int height,
                                                         std::vector<std::pair<int, int>>& lineRepeats);
-    std::unique_ptr<DeviceRowSource> deviceRows(int width, int height, std::vector<std::pair<int, int>>& lineRepeats);
+    std::unique_ptr<DeviceFileRowSource> deviceFileRows(int width, int height,
+                                                        std::vector<std::pair<int, int>>& lineRepeats);
 
     // Text.
     int textCursor(int x, int y);

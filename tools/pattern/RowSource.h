@@ -9,7 +9,7 @@
 namespace RowKind {
 struct FullFrame {};   // the full frame's four samples a pixel (pattern/FrameRow.h)
 struct LineRepeat {};  // the line-repeat loop's stored lines: three samples a pixel
-struct Device {};      // device-file samples (output/writeTovaKelm.h)
+struct DeviceFile {};  // device-file samples (output/writeTovaKelm.h)
 }  // namespace RowKind
 
 // A rendered row of one kind, as a writer of that kind reads it.
@@ -30,4 +30,4 @@ public:
 
 using FullFrameRowSource = RowSourceOf<RowKind::FullFrame>;
 using LineRepeatRowSource = RowSourceOf<RowKind::LineRepeat>;
-using DeviceRowSource = RowSourceOf<RowKind::Device>;
+using DeviceFileRowSource = RowSourceOf<RowKind::DeviceFile>;

@@ -18,7 +18,7 @@ class OutputFile;
 
 class Preview {
 public:
-    // axes and bits as the frame was rounded; width x height the frame's size; the display aspect ratio.
+    // encoding and bits as the frame was rounded; width x height the frame's size; the display aspect ratio.
     Preview(PatternGen::colorAxes_e axes, int bits, int width, int height, int aspectNum, int aspectDen);
 
     // The preview's size: round(height * aspectNum / aspectDen) x height, scaled down where a side would
@@ -26,7 +26,7 @@ public:
     int width() const { return previewWidth_; }
     int height() const { return previewHeight_; }
 
-    // Writes the PNG header; false (the file's failure recorded) for a size, depth or axes it cannot show.
+    // Writes the PNG header; false (the file's failure recorded) for a size, depth or encoding it cannot show.
     bool begin(OutputFile& out);
     // frameRow: the frame's width pixels on the 16-bit scale; chroma already repeated per pixel.
     bool addRow(RowOf<RowKind::FullFrame> frameRow);
@@ -34,7 +34,7 @@ public:
     bool finish();
 
 private:
-    bool usable_;  // axes and depth the colour library knows (depths 8 to 16)
+    bool usable_;  // encoding and depth the colour library knows (depths 8 to 16)
     int frameWidth_;
     int frameHeight_;
     int previewWidth_;

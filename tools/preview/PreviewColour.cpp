@@ -76,7 +76,7 @@ PreviewColour::PreviewColour(PatternGen::colorAxes_e axes, int bits)
         transfer_ = Transfer::SDR;
 }
 
-// Normalised R'G'B' for the SDR, PQ and HLG axes; 10-bit S-Log3 code values for S-Log3, whose
+// Normalised R'G'B' for the SDR, PQ and HLG encodings; 10-bit S-Log3 code values for S-Log3, whose
 // matrix works on code values.
 Rgb PreviewColour::signalOf(const uint16_t* pixel) const {
     const int shift = sampleBits - bits_;

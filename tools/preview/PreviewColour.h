@@ -2,7 +2,7 @@
 //
 // The 8-bit values are BT.709 signal values for a BT.1886 (gamma 2.4) display, labelled sRGB: both
 // share primaries and white point, and showing a BT.709 signal as sRGB is what every SDR viewer does.
-// - SDR R'G'B' and BT.601/BT.709 Y'CbCr: decoded with the axis' own matrix and range, values kept.
+// - SDR R'G'B' and BT.601/BT.709 Y'CbCr: decoded with the encoding's own matrix and range, values kept.
 // - BT.2020 SDR: decoded, brought to linear light with the gamma 2.4 law, converted to BT.709
 //   primaries, clipped per channel and re-encoded.
 // - HDR (PQ, HLG, S-Log3, Mapped, Live): decoded to light relative to reference white (see
@@ -32,7 +32,7 @@ private:
     ColourMatrix::Rgb relativeLight(const ColourMatrix::Rgb& signal) const;
     void toSrgb(const uint16_t* pixel, uint8_t* rgb) const;
 
-    ColourSpace codes_;    // the frame's axes and depth: levels and normalisation
+    ColourSpace codes_;    // the frame's encoding and depth: levels and normalisation
     ColourSpace display_;  // the gamma 2.4 law of BT.1886
     int bits_;
     Signal signal_;

@@ -98,7 +98,7 @@ ColourSet transformed(const ColourSet& source, Pixel (*transform)(const Pixel&))
     return result;
 }
 
-// The I and Q vectors taken to an RGB axis and back to 709 should come back unchanged.
+// The I and Q vectors taken to an RGB encoding and back to 709 should come back unchanged.
 void checkRoundTrip(const Printer& out, const Pixel& iVector, const Pixel& qVector, colorAxes_e via) {
     out.diff(iVector.convertTo(via).convertTo(PatternGen::Colour_YCbCr_709), "  I double conversion  ", iVector);
     out.diff(qVector.convertTo(via).convertTo(PatternGen::Colour_YCbCr_709), "  Q double conversion  ", qVector);
