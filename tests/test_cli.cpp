@@ -341,10 +341,10 @@ TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
         EXPECT_TRUE(contains(page, "\n       " + option)) << option;
         EXPECT_TRUE(contains(options, "\n" + option + "\n")) << option;
     }
-    const std::string colourWords = completions("-c", "");
+    const std::string encodingWords = completions("-c", "");
     for (const PatternRender::EncodingName& row : PatternRender::encodingNames()) {
         EXPECT_TRUE(contains(page, "\n       " + std::string(row.word))) << row.word;
-        EXPECT_TRUE(contains(colourWords, "\n" + std::string(row.word) + "\n")) << row.word;
+        EXPECT_TRUE(contains(encodingWords, "\n" + std::string(row.word) + "\n")) << row.word;
     }
     EXPECT_EQ(completions("-c", "RGB-P"), "\nRGB-PQ\nRGB-PQ-Mapped\n");
     for (const PatternRender::OutputFormat& row : PatternRender::formats())
