@@ -1,4 +1,4 @@
-// Device pattern files: exact bytes, refusals and limits, X'Y'Z' conversion, the compressed-line loop
+// Device files: exact bytes, refusals and limits, X'Y'Z' conversion, the compressed-line loop
 // and each device format through the program, read back with an independent reader.
 #include <gtest/gtest.h>
 
@@ -121,7 +121,7 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     saved(blocks);
     EXPECT_EQ(65535u, DeviceFileReader::parseFile(dir.path("f.pat")).blocks.size());
     blocks.AddBlock(runLine(1, s));
-    EXPECT_EQ("Too many blocks for a Tova/Kelm pattern file: 65536 (at most 65535)", refusal(blocks));
+    EXPECT_EQ("Too many blocks for a Tova/Kelm device file: 65536 (at most 65535)", refusal(blocks));
     TovaKelmPatternFile literal, run;
     literal.AddBlock(literalLine(std::vector<Sample>(32767, s)));
     run.AddBlock(runLine(32767, s));
@@ -129,8 +129,8 @@ TEST_F(DeviceFile, RefusalsAndLimits) {
     EXPECT_EQ(16u + 4 + 2 + 8, saved(run).size());
     literal.line_blocks[0]->sections[0]->samplePairs.push_back(s);
     run.line_blocks[0]->sections[0]->repeatCount = 32768;
-    EXPECT_EQ("Literal section too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(literal));
-    EXPECT_EQ("Run too long for a Tova/Kelm pattern file: 32768 (at most 32767)", refusal(run));
+    EXPECT_EQ("Literal section too long for a Tova/Kelm device file: 32768 (at most 32767)", refusal(literal));
+    EXPECT_EQ("Run too long for a Tova/Kelm device file: 32768 (at most 32767)", refusal(run));
 }
 
 // Super-white converts as white, below black as black; a converted file holds its samples converted in

@@ -1,4 +1,4 @@
-// An independent reader of device pattern files: parses every byte of the layout (refusing truncated or
+// An independent reader of device files: parses every byte of the layout (refusing truncated or
 // over-long input) and expands blocks back into samples.
 #pragma once
 

@@ -29,7 +29,7 @@ bool writeWord(OutputFile& out, uint16_t value) {
 }
 
 void refuse(const std::string& what, unsigned long value, unsigned long limit) {
-    throw std::runtime_error(what + " for a Tova/Kelm pattern file: " + std::to_string(value) + " (at most " +
+    throw std::runtime_error(what + " for a Tova/Kelm device file: " + std::to_string(value) + " (at most " +
                              std::to_string(limit) + ")");
 }
 
