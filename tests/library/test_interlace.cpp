@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "LayoutFrame.h"
 #include "pm5544/pm5544.h"
 
 namespace {
@@ -27,38 +28,8 @@ Card newCard(pm5544_layout layout, pm5544_scan scan, int sampling = 420) {
     return card;
 }
 
-struct Frame {
-    std::vector<std::vector<uint8_t>> planes;
-    std::vector<size_t> strides;
-
-    explicit Frame(pm5544_layout layout) {
-        pm5544_plane sizes[PM5544_MAX_PLANES];
-        for (int p = 0; p < pm5544_layout_planes(layout, width, height, sizes); ++p) {
-            strides.push_back(sizes[p].row_bytes);
-            planes.emplace_back(sizes[p].bytes, 0xAA);
-        }
-    }
-    std::vector<void*> pointers() {
-        std::vector<void*> at;
-        for (auto& plane : planes) at.push_back(plane.data());
-        return at;
-    }
-    uint8_t byte(int plane, int row, int column) const {
-        return planes[size_t(plane)][strides[size_t(plane)] * row + column];
-    }
-    uint16_t word(int row, int column, int sample) const {  // FRAME16
-        uint16_t value;
-        std::memcpy(&value, &planes[0][strides[0] * size_t(row) + (size_t(column) * 4 + size_t(sample)) * 2], 2);
-        return value;
-    }
-};
-
-Frame render(pm5544_card* card, pm5544_layout layout, int64_t frame = 0) {
-    Frame out(layout);
-    const std::vector<void*> planes = out.pointers();
-    EXPECT_EQ(PM5544_OK, pm5544_render_frame(card, frame, layout, planes.data(), out.strides.data()))
-        << pm5544_last_error(card);
-    return out;
+LayoutFrame render(pm5544_card* card, pm5544_layout layout, int64_t frame = 0) {
+    return renderLayout(card, layout, width, height, frame);
 }
 
 // The frame row whose chroma frame row y shows: the first of its field's pair of rows.
@@ -70,9 +41,10 @@ int sourceRow(int y) { return y / 4 * 4 + y % 2; }
 // FRAME16 repeats it over the field's pair of rows; luma is the progressive frame's. The field order
 // changes no sample.
 TEST(Interlace, FourTwoZeroChromaIsEachFieldsOwn) {
-    const Frame planar =
+    const LayoutFrame planar =
         render(newCard(PM5544_LAYOUT_I422_8, PM5544_SCAN_PROGRESSIVE, 422).get(), PM5544_LAYOUT_I422_8);
-    const Frame top = render(newCard(PM5544_LAYOUT_I420_8, PM5544_SCAN_INTERLACED_TFF).get(), PM5544_LAYOUT_I420_8);
+    const LayoutFrame top =
+        render(newCard(PM5544_LAYOUT_I420_8, PM5544_SCAN_INTERLACED_TFF).get(), PM5544_LAYOUT_I420_8);
     EXPECT_TRUE(top.planes[0] == planar.planes[0]);
     for (int plane = 1; plane <= 2; ++plane)
         for (int r = 0; r < height / 2; ++r)
@@ -82,9 +54,9 @@ TEST(Interlace, FourTwoZeroChromaIsEachFieldsOwn) {
     EXPECT_TRUE(render(newCard(PM5544_LAYOUT_I420_8, PM5544_SCAN_INTERLACED_BFF).get(), PM5544_LAYOUT_I420_8).planes ==
                 top.planes);
 
-    const Frame full =
+    const LayoutFrame full =
         render(newCard(PM5544_LAYOUT_FRAME16, PM5544_SCAN_PROGRESSIVE, 422).get(), PM5544_LAYOUT_FRAME16);
-    const Frame fields =
+    const LayoutFrame fields =
         render(newCard(PM5544_LAYOUT_FRAME16, PM5544_SCAN_INTERLACED_BFF).get(), PM5544_LAYOUT_FRAME16);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
@@ -110,7 +82,7 @@ TEST(Interlace, UpdatedClockFramesEqualFreshRenders) {
         ASSERT_TRUE(pairs.first_row % 4 != 0 || (pairs.first_row + pairs.row_count) % 4 != 0);
 
         Card card = clock(PM5544_SCAN_INTERLACED_TFF);
-        Frame held = render(card.get(), layout, 0);
+        LayoutFrame held = render(card.get(), layout, 0);
         int64_t heldFrame = 0;
         for (int64_t frame : {1, 2, 1800, 3}) {
             const std::vector<void*> planes = held.pointers();

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "LayoutFrame.h"
 #include "TestFiles.h"
 #include "pm5544/pm5544.h"
 
@@ -27,25 +28,7 @@ Bytes renderPacked(const char* encoding, pm5544_layout layout, Raster raster, si
     EXPECT_EQ(PM5544_OK, pm5544_set_raster(card.get(), raster.width, raster.height));
     EXPECT_EQ(PM5544_OK, pm5544_set_encoding_name(card.get(), encoding));
     EXPECT_EQ(PM5544_OK, pm5544_use_layout(card.get(), layout));
-    pm5544_plane sizes[PM5544_MAX_PLANES];
-    const int count = pm5544_layout_planes(layout, raster.width, raster.height, sizes);
-    std::vector<Bytes> planes;
-    std::vector<void*> pointers;
-    std::vector<size_t> strides;
-    for (int p = 0; p < count; ++p) {
-        strides.push_back(sizes[p].row_bytes + padding);
-        planes.emplace_back(strides.back() * size_t(sizes[p].rows), 0xAA);
-        pointers.push_back(planes.back().data());
-    }
-    EXPECT_EQ(PM5544_OK, pm5544_render_frame(card.get(), 0, layout, pointers.data(), strides.data()))
-        << pm5544_last_error(card.get());
-    Bytes packed;
-    for (int p = 0; p < count; ++p)
-        for (int r = 0; r < sizes[p].rows; ++r) {
-            const auto row = planes[size_t(p)].begin() + long(strides[size_t(p)] * size_t(r));
-            packed.insert(packed.end(), row, row + long(sizes[p].row_bytes));
-        }
-    return packed;
+    return renderLayout(card.get(), layout, raster.width, raster.height, 0, padding).packed();
 }
 
 Bytes ffmpegRaw(const std::string& inputArgs, const std::string& pixelFormat) {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "LayoutFrame.h"
 #include "TestFiles.h"
 #include "pm5544/pm5544.h"
 #include "pm5544/pm5544.hpp"
@@ -29,46 +30,6 @@ Card newCard(int width, int height, const char* encoding, pm5544_layout layout) 
     EXPECT_EQ(PM5544_OK, pm5544_set_encoding_name(card.get(), encoding));
     EXPECT_EQ(PM5544_OK, pm5544_use_layout(card.get(), layout));
     return card;
-}
-
-// A frame in a layout: its planes one after another, rows at the least stride (or `padding` more).
-struct Frame {
-    std::vector<std::vector<uint8_t>> planes;
-    std::vector<size_t> strides;
-
-    Frame(pm5544_layout layout, int width, int height, size_t padding = 0) {
-        pm5544_plane sizes[PM5544_MAX_PLANES];
-        const int count = pm5544_layout_planes(layout, width, height, sizes);
-        for (int p = 0; p < count; ++p) {
-            strides.push_back(sizes[p].row_bytes + padding);
-            planes.emplace_back(strides.back() * size_t(sizes[p].rows), 0xAA);
-        }
-    }
-    std::vector<void*> pointers() {
-        std::vector<void*> at;
-        for (auto& plane : planes) at.push_back(plane.data());
-        return at;
-    }
-    // The planes' rows without padding, concatenated: what ffmpeg's raw video holds.
-    Bytes packed(pm5544_layout layout, int width, int height) const {
-        pm5544_plane sizes[PM5544_MAX_PLANES];
-        const int count = pm5544_layout_planes(layout, width, height, sizes);
-        Bytes bytes;
-        for (int p = 0; p < count; ++p)
-            for (int r = 0; r < sizes[p].rows; ++r) {
-                const uint8_t* row = planes[size_t(p)].data() + strides[size_t(p)] * size_t(r);
-                bytes.insert(bytes.end(), row, row + sizes[p].row_bytes);
-            }
-        return bytes;
-    }
-};
-
-Frame render(pm5544_card* card, pm5544_layout layout, int width, int height, int64_t frame = 0, size_t padding = 0) {
-    Frame out(layout, width, height, padding);
-    const std::vector<void*> planes = out.pointers();
-    EXPECT_EQ(PM5544_OK, pm5544_render_frame(card, frame, layout, planes.data(), out.strides.data()))
-        << pm5544_last_error(card);
-    return out;
 }
 
 Bytes ffmpegRaw(const std::string& input, const std::string& codecAndFormat) {
@@ -141,7 +102,7 @@ TEST_F(Library, EveryLayoutEqualsTheProgramsFileAsFfmpegReadsIt) {
             }
             const Bytes expected = programFrame(c, width, height);
             ASSERT_FALSE(expected.empty());
-            Bytes got = render(card.get(), c.layout, width, height, 0, 64).packed(c.layout, width, height);
+            Bytes got = renderLayout(card.get(), c.layout, width, height, 0, 64).packed();
             if (c.layout == PM5544_LAYOUT_RGBA16) {
                 // Opaque, where the PNG keeps the card's own alpha.
                 for (size_t a = 6; a + 1 < got.size(); a += 8) {
@@ -157,27 +118,22 @@ TEST_F(Library, EveryLayoutEqualsTheProgramsFileAsFfmpegReadsIt) {
 // Planar layouts hold the samples of the program's PNG for the same settings, as ffmpeg reads it; an odd
 // size checks the rounding up of the chroma planes.
 TEST_F(Library, PlanarLayoutsHoldThePngSamples) {
-    const std::pair<const char*, pm5544_layout> cases[] = {{"709", PM5544_LAYOUT_I420_8},
-                                                           {"2020", PM5544_LAYOUT_I420_10},
-                                                           {"PQ", PM5544_LAYOUT_I422_12},
-                                                           {"HLG", PM5544_LAYOUT_I444_16},
-                                                           {"S-Log3-Live", PM5544_LAYOUT_I444_8},
-                                                           {"RGB-HLG", PM5544_LAYOUT_GBR_10},
-                                                           {"RGB-HLG", PM5544_LAYOUT_GBR_12},
-                                                           {"RGB-HLG", PM5544_LAYOUT_GBR_16}};
+    const std::pair<const char*, pm5544_layout> cases[] = {
+        {"709", PM5544_LAYOUT_I420_8},     {"2020", PM5544_LAYOUT_I420_10},       {"PQ", PM5544_LAYOUT_I422_12},
+        {"HLG", PM5544_LAYOUT_I444_16},    {"S-Log3-Live", PM5544_LAYOUT_I444_8}, {"RGB-HLG", PM5544_LAYOUT_GBR_10},
+        {"RGB-HLG", PM5544_LAYOUT_GBR_12}, {"RGB-HLG", PM5544_LAYOUT_GBR_16}};
     for (const auto& [width, height] : {std::pair{720, 576}, {723, 405}}) {
         for (const auto& [encoding, layout] : cases) {
             int bits = 0, sampling = 0;
             ASSERT_EQ(PM5544_OK, pm5544_layout_format(layout, &bits, &sampling));
-            const std::string args = "-d " + std::to_string(width) + "x" + std::to_string(height) + " -c " +
-                                     encoding + " -b " + std::to_string(bits) + " -s " + std::to_string(sampling) +
-                                     " card.png";
+            const std::string args = "-d " + std::to_string(width) + "x" + std::to_string(height) + " -c " + encoding +
+                                     " -b " + std::to_string(bits) + " -s " + std::to_string(sampling) + " card.png";
             SCOPED_TRACE(args);
             ASSERT_EQ(0, runProgram(dir.path(""), args));
-            const Bytes expected = planesOfPng(ffmpegSamples(dir.path("card.png"), "rgba64le", false), width,
-                                               height, bits, sampling);
+            const Bytes expected =
+                planesOfPng(ffmpegSamples(dir.path("card.png"), "rgba64le", false), width, height, bits, sampling);
             Card card = newCard(width, height, encoding, layout);
-            const Bytes got = render(card.get(), layout, width, height, 0, 64).packed(layout, width, height);
+            const Bytes got = renderLayout(card.get(), layout, width, height, 0, 64).packed();
             EXPECT_TRUE(expected == got) << expected.size() << " bytes against " << got.size();
         }
     }
@@ -194,7 +150,7 @@ TEST_F(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
         pm5544_set_clock(clock.get(), 1);
         pm5544_set_frame_rate(clock.get(), 30000, 1001);
         ASSERT_EQ(PM5544_OK, pm5544_set_timecode(clock.get(), "00:00:59;28"));
-        Frame held = render(clock.get(), layout, width, height, 0);
+        LayoutFrame held = renderLayout(clock.get(), layout, width, height, 0);
         const struct {
             int64_t frame;
             const char* timecode;
@@ -205,15 +161,15 @@ TEST_F(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
             pm5544_set_clock(still.get(), 1);
             pm5544_set_frame_rate(still.get(), 30000, 1001);
             ASSERT_EQ(PM5544_OK, pm5544_set_timecode(still.get(), step.timecode));
-            const Frame expected = render(still.get(), layout, width, height, 0);
+            const LayoutFrame expected = renderLayout(still.get(), layout, width, height, 0);
 
-            const Frame before = held;
+            const LayoutFrame before = held;
             const std::vector<void*> planes = held.pointers();
             pm5544_rows written{};
             ASSERT_EQ(PM5544_OK, pm5544_update_frame(clock.get(), step.frame, heldFrame, layout, planes.data(),
                                                      held.strides.data(), &written));
             EXPECT_TRUE(expected.planes == held.planes) << step.timecode;
-            EXPECT_TRUE(expected.planes == render(clock.get(), layout, width, height, step.frame).planes);
+            EXPECT_TRUE(expected.planes == renderLayout(clock.get(), layout, width, height, step.frame).planes);
             EXPECT_EQ(step.frame == heldFrame, written.row_count == 0) << step.timecode;
             // Outside the rows written nothing differs; the first and last of them do.
             const size_t stride = held.strides[0];
@@ -243,8 +199,8 @@ TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
         const char* encoding;
         pm5544_layout layout;
         const char* ident;
-        Frame alone{PM5544_LAYOUT_FRAME16, 1, 1};
-        std::vector<Frame> threaded{};
+        LayoutFrame alone{PM5544_LAYOUT_FRAME16, 1, 1};
+        std::vector<LayoutFrame> threaded{};
     };
     Job jobs[] = {{"709", PM5544_LAYOUT_V210, "BBC"},
                   {"PQ", PM5544_LAYOUT_I422_10, ""},
@@ -256,7 +212,7 @@ TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
         pm5544_set_ident(card.get(), job.ident);
         pm5544_set_clock(card.get(), 1);
         pm5544_set_timecode(card.get(), "10:00:00:00");
-        return render(card.get(), job.layout, width, height, frame);
+        return renderLayout(card.get(), job.layout, width, height, frame);
     };
     for (Job& job : jobs) job.alone = renderJob(job, 7);
     std::vector<std::thread> threads;
@@ -266,7 +222,7 @@ TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
         });
     for (std::thread& thread : threads) thread.join();
     for (Job& job : jobs)
-        for (const Frame& frame : job.threaded) EXPECT_TRUE(job.alone.planes == frame.planes) << job.encoding;
+        for (const LayoutFrame& frame : job.threaded) EXPECT_TRUE(job.alone.planes == frame.planes) << job.encoding;
 }
 
 // Settings are refused for the program's reasons, each naming the setting in its own words (the
@@ -299,7 +255,7 @@ TEST_F(Library, RefusesWhatItCannotDoWithAReason) {
     }
 
     Card card = newCard(128, 96, "709", PM5544_LAYOUT_V210);
-    Frame frame(PM5544_LAYOUT_V210, 128, 96);
+    LayoutFrame frame(PM5544_LAYOUT_V210, 128, 96);
     std::vector<void*> planes = frame.pointers();
     std::vector<size_t> strides = frame.strides;
     EXPECT_EQ(PM5544_ERROR_ARGUMENT,
@@ -365,12 +321,13 @@ TEST(LibrarySettings, SettersRefuseWhatTheCardCanNeverHave) {
          "Rate 0 is not NUM or NUM/DEN, whole numbers from 1 to 1000000, such as 25 or 30000/1001 (frame rate)"},
         {[](pm5544_card* c) { return pm5544_set_ident(c, "\xff"); }, "ident \xff is not UTF-8 text"},
     };
-    const Frame expected = render(newCard(160, 90, "RGB", PM5544_LAYOUT_FRAME16).get(), PM5544_LAYOUT_FRAME16, 160, 90);
+    const LayoutFrame expected =
+        renderLayout(newCard(160, 90, "RGB", PM5544_LAYOUT_FRAME16).get(), PM5544_LAYOUT_FRAME16, 160, 90);
     for (const auto& [set, message] : refused) {
         Card card = newCard(160, 90, "RGB", PM5544_LAYOUT_FRAME16);
         EXPECT_GT(PM5544_OK, set(card.get()));
         EXPECT_STREQ(message, pm5544_last_error(card.get()));
-        EXPECT_TRUE(render(card.get(), PM5544_LAYOUT_FRAME16, 160, 90).planes == expected.planes) << message;
+        EXPECT_TRUE(renderLayout(card.get(), PM5544_LAYOUT_FRAME16, 160, 90).planes == expected.planes) << message;
     }
 }
 
@@ -403,11 +360,11 @@ TEST(LibraryCallbacks, CallsFromInsideTheCallbackAreRefused) {
                   pm5544_prepare(card.get())};
     };
     pm5544_set_message_callback(card.get(), Messages::collect, &messages);
-    const Frame frame = render(card.get(), PM5544_LAYOUT_I422_10, 320, 180);
+    const LayoutFrame frame = renderLayout(card.get(), PM5544_LAYOUT_I422_10, 320, 180);
     EXPECT_EQ(std::vector<pm5544_status>(3, PM5544_ERROR_IN_CALLBACK), inside);
     EXPECT_NE(nullptr, std::strstr(pm5544_last_error(card.get()), "message callback"));
     const Card plain = newCard(320, 180, "709", PM5544_LAYOUT_I422_10);
-    EXPECT_TRUE(render(plain.get(), PM5544_LAYOUT_I422_10, 320, 180).planes == frame.planes);
+    EXPECT_TRUE(renderLayout(plain.get(), PM5544_LAYOUT_I422_10, 320, 180).planes == frame.planes);
 }
 
 // What a callback throws does not unwind through the card being built: the font it was told of is
@@ -446,7 +403,7 @@ TEST(LibrarySettings, SettersThatChangeNothingKeepThePreparedCard) {
     pm5544_set_clock(card.get(), 1);
     Messages messages;
     pm5544_set_message_callback(card.get(), Messages::collect, &messages);
-    render(card.get(), PM5544_LAYOUT_I422_10, 320, 180);
+    renderLayout(card.get(), PM5544_LAYOUT_I422_10, 320, 180);
     messages.lines.clear();
     for (const pm5544_status status :
          {pm5544_set_raster(card.get(), 320, 180), pm5544_set_encoding_name(card.get(), "PQ"),
@@ -457,8 +414,9 @@ TEST(LibrarySettings, SettersThatChangeNothingKeepThePreparedCard) {
     EXPECT_TRUE(messages.lines.empty()) << messages.lines.front();
     Card untapered = newCard(320, 180, "PQ", PM5544_LAYOUT_I422_10);
     pm5544_set_edge_taper(untapered.get(), 0);
-    EXPECT_TRUE(render(untapered.get(), PM5544_LAYOUT_I422_10, 320, 180).planes ==
-                render(newCard(320, 180, "PQ", PM5544_LAYOUT_I422_10).get(), PM5544_LAYOUT_I422_10, 320, 180).planes);
+    EXPECT_TRUE(
+        renderLayout(untapered.get(), PM5544_LAYOUT_I422_10, 320, 180).planes ==
+        renderLayout(newCard(320, 180, "PQ", PM5544_LAYOUT_I422_10).get(), PM5544_LAYOUT_I422_10, 320, 180).planes);
 }
 
 // After a change of settings an update renders the whole frame, whatever frame the planes are said to
@@ -472,14 +430,14 @@ TEST(LibrarySettings, AnUpdateAfterAChangeRendersTheWholeFrame) {
         return card;
     };
     Card card = clockCard("BEFORE");
-    Frame held = render(card.get(), PM5544_LAYOUT_I420_8, 320, 180, 0);
+    LayoutFrame held = renderLayout(card.get(), PM5544_LAYOUT_I420_8, 320, 180, 0);
     ASSERT_EQ(PM5544_OK, pm5544_set_ident(card.get(), "AFTER"));
     const std::vector<void*> planes = held.pointers();
     pm5544_rows written{};
     ASSERT_EQ(PM5544_OK, pm5544_update_frame(card.get(), 25, 0, PM5544_LAYOUT_I420_8, planes.data(),
                                              held.strides.data(), &written));
     EXPECT_EQ(180, written.row_count);
-    EXPECT_TRUE(render(clockCard("AFTER").get(), PM5544_LAYOUT_I420_8, 320, 180, 25).planes == held.planes);
+    EXPECT_TRUE(renderLayout(clockCard("AFTER").get(), PM5544_LAYOUT_I420_8, 320, 180, 25).planes == held.planes);
 }
 
 // Frame INT64_MAX of each clock is the still of a clock started at that frame's time (worked out with
@@ -491,7 +449,7 @@ TEST(LibraryClock, TheLastFrameShowsItsTimeOfDay) {
         EXPECT_EQ(PM5544_OK, pm5544_set_frame_rate(card.get(), rateNum, rateDen));
         EXPECT_EQ(PM5544_OK, pm5544_set_timecode(card.get(), timecode));
         EXPECT_EQ(PM5544_OK, pm5544_set_time_of_day(card.get(), hours, minutes, seconds));
-        return render(card.get(), PM5544_LAYOUT_I444_8, 320, 180).planes;
+        return renderLayout(card.get(), PM5544_LAYOUT_I444_8, 320, 180).planes;
     };
     const auto last = [&](int rateNum, int rateDen, const char* timecode) {
         Card card = newCard(320, 180, "709", PM5544_LAYOUT_I444_8);
@@ -499,12 +457,13 @@ TEST(LibraryClock, TheLastFrameShowsItsTimeOfDay) {
         pm5544_set_frame_rate(card.get(), rateNum, rateDen);
         pm5544_set_timecode(card.get(), timecode);
         pm5544_set_time_of_day(card.get(), 0, 0, 0);
-        return render(card.get(), PM5544_LAYOUT_I444_8, 320, 180, INT64_MAX).planes;
+        return renderLayout(card.get(), PM5544_LAYOUT_I444_8, 320, 180, INT64_MAX).planes;
     };
     EXPECT_TRUE(last(1, 1000000, "") == still(1, 1000000, "", 8, 26, 40));
     EXPECT_TRUE(last(25, 1, "10:00:00:00") == still(25, 1, "10:37:12:07", 0, 0, 0));
     EXPECT_TRUE(last(30000, 1001, "00:00:00;00") == still(30000, 1001, "22:22:15;29", 0, 0, 0));
-    EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_set_time_of_day(newCard(64, 64, "709", PM5544_LAYOUT_I444_8).get(), 24, 0, 0));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS,
+              pm5544_set_time_of_day(newCard(64, 64, "709", PM5544_LAYOUT_I444_8).get(), 24, 0, 0));
 }
 
 // Plane sizes are worked out in 64 bits: exact where size_t holds them (64-bit machines), else refused.
