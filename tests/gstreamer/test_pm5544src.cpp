@@ -387,6 +387,15 @@ Harness sourceHarness(const std::string& properties, const std::string& caps, bo
     return h;
 }
 
+// A live source with these properties in a harness whose test clock hands each buffer over.
+Harness liveHarness(const std::string& properties, const std::string& caps) {
+    Harness h(gst_harness_new_parse(("pm5544src is-live=true " + properties).c_str()));
+    gst_harness_use_testclock(h.get());
+    gst_harness_set_sink_caps_str(h.get(), caps.c_str());
+    gst_harness_play(h.get());
+    return h;
+}
+
 GstVideoInfo negotiatedInfo(GstHarness* h) {
     GstVideoInfo info;
     gst_video_info_init(&info);
@@ -547,10 +556,7 @@ TEST(Pm5544Src, TimestampsAreExactOverAHundredThousandFrames) {
 // A live source hands each frame over when the pipeline clock reaches its time, and says it is one frame
 // late.
 TEST(Pm5544Src, LiveBuffersWaitForTheClockAndLatencyIsOneFrame) {
-    Harness h(gst_harness_new_parse("pm5544src is-live=true"));
-    gst_harness_use_testclock(h.get());
-    gst_harness_set_sink_caps_str(h.get(), "video/x-raw,format=I420,width=64,height=64,framerate=30000/1001");
-    gst_harness_play(h.get());
+    Harness h = liveHarness("", "video/x-raw,format=I420,width=64,height=64,framerate=30000/1001");
     GstTestClock* clock = gst_harness_get_testclock(h.get());
     for (uint64_t n = 0; n < 3; ++n) {
         ASSERT_TRUE(gst_harness_wait_for_clock_id_waits(h.get(), 1, 10));
@@ -827,10 +833,7 @@ Buffer nextLiveBuffer(GstHarness* h) {
 // A live source paced by a test clock renders one frame ahead: a property set now shows from the frame
 // after the one already waiting, and another encoding renegotiates the caps' colorimetry.
 TEST(Pm5544Src, PropertyChangesShowInTheFollowingFrames) {
-    Harness h(gst_harness_new_parse("pm5544src is-live=true caption=One"));
-    gst_harness_use_testclock(h.get());
-    gst_harness_set_sink_caps_str(h.get(), rawCaps("I420", "25/1").c_str());
-    gst_harness_play(h.get());
+    Harness h = liveHarness("caption=One", rawCaps("I420", "25/1"));
     auto nextFrame = [&] {
         Buffer buffer = nextLiveBuffer(h.get());
         return buffer ? packedFrame(negotiatedInfo(h.get()), buffer.get(), PM5544_LAYOUT_I420_8) : Bytes();
@@ -1152,10 +1155,7 @@ TEST(Pm5544Src, ConvertBeforeNegotiationIsRefusedQuietly) {
 
 // A timecode set while playing starts at the next frame rendered, not at the frames counted so far.
 TEST(Pm5544Src, ATimecodeSetWhilePlayingStartsAtTheNextFrame) {
-    Harness h(gst_harness_new_parse("pm5544src is-live=true clock=true timecode=10:00:00:00"));
-    gst_harness_use_testclock(h.get());
-    gst_harness_set_sink_caps_str(h.get(), rawCaps("I420", "25/1").c_str());
-    gst_harness_play(h.get());
+    Harness h = liveHarness("clock=true timecode=10:00:00:00", rawCaps("I420", "25/1"));
     auto next = [&] {
         Buffer buffer = nextLiveBuffer(h.get());
         return buffer ? timecodeOf(buffer.get()) : "";
