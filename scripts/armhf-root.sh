@@ -8,7 +8,7 @@ set -e
 ROOT=$1
 TOP_PACKAGES="libpng-dev libtiff-dev libcairo2-dev libpango1.0-dev libfreetype-dev libfontconfig-dev libgtest-dev"
 # Architecture-independent headers those need, and the JSON library (headers only).
-COMMON_PACKAGES="nlohmann-json3-dev x11proto-dev x11proto-core-dev x11proto-render-dev xtrans-dev"
+COMMON_PACKAGES="nlohmann-json3-dev libeigen3-dev x11proto-dev x11proto-core-dev x11proto-render-dev xtrans-dev"
 
 # The libraries with everything they depend on; the C library's headers and objects come with the cross
 # compiler, and tools (dpkg, perl) are not needed.

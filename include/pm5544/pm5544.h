@@ -38,7 +38,7 @@ extern "C" {
 
 /* The library's version, as numbers and as "MAJOR.MINOR.PATCH". */
 #define PM5544_VERSION_MAJOR 1
-#define PM5544_VERSION_MINOR 1
+#define PM5544_VERSION_MINOR 2
 #define PM5544_VERSION_PATCH 0
 PM5544_API const char* pm5544_version(void);
 
@@ -49,7 +49,8 @@ typedef enum pm5544_status {
     PM5544_ERROR_MEMORY = -3,     /* not enough memory */
     PM5544_ERROR_FAILED = -4,     /* anything else (a message callback that threw, an impossible colour
                                      conversion: its assertion's report); the message says what */
-    PM5544_ERROR_IN_CALLBACK = -5 /* a call on the card from inside its own message callback */
+    PM5544_ERROR_IN_CALLBACK = -5, /* a call on the card from inside its own message callback */
+    PM5544_ERROR_NO_CARD = -6      /* an analysed picture shows no PM5544 card of the settings */
 } pm5544_status;
 
 /* The colour encodings, as the command line's -c names them (pm5544_set_encoding_name takes the names). */
@@ -320,6 +321,53 @@ PM5544_API pm5544_status pm5544_changed_rows(pm5544_card* card, int64_t from, in
  * change of settings; planes rendered before the change and updated after that need held < 0. */
 PM5544_API pm5544_status pm5544_update_frame(pm5544_card* card, int64_t frame, int64_t held, pm5544_layout layout,
                                              void* const planes[], const size_t strides[], pm5544_rows* written);
+
+/* ---- Analysing a capture ----
+ *
+ * A capture is a picture that came back from a chain the card was sent through: a file read by
+ * pm5544_capture_read, or planes of the caller's in one of the layouts above. pm5544_analyse fits, against
+ * the card of a handle's settings, where the card lies in the capture, how its levels and colours were
+ * changed, and what noise and depth the chain left, and names the operations it finds. */
+typedef struct pm5544_capture pm5544_capture;
+
+/* Reads a capture: PNG (8 or 16 bits; grey, RGB, RGBA), TIFF, DPX or Y4M (frame `frame`, 0 for the
+ * first); "-" reads Y4M from standard input. NULL on failure, with the reason in error[0 .. error_size - 1]
+ * (error may be NULL). */
+PM5544_API pm5544_capture* pm5544_capture_read(const char* path, int64_t frame, char* error, size_t error_size);
+/* Wraps a copy of the caller's planes in a layout. `bits` is the depth of FRAME16's codes (ignored for the
+ * other layouts, which fix theirs); `ycbcr` says whether FRAME16 holds Cr, Y', Cb (1) or R', G', B' (0).
+ * NULL for bad arguments or when memory runs out. */
+PM5544_API pm5544_capture* pm5544_capture_from_planes(pm5544_layout layout, int width, int height, int bits, int ycbcr,
+                                                      const void* const planes[], const size_t strides[]);
+PM5544_API void pm5544_capture_free(pm5544_capture* capture);
+/* The capture's raster and depth, and 1 when it holds Y'CbCr, 0 for R'G'B'. */
+PM5544_API pm5544_status pm5544_capture_format(const pm5544_capture* capture, int* width, int* height, int* bits,
+                                               int* ycbcr);
+
+typedef enum pm5544_verdict {
+    PM5544_VERDICT_BIT_EXACT = 0, /* every sample as sent */
+    PM5544_VERDICT_AS_SENT = 1,   /* the card as sent, within the analysis' tolerances */
+    PM5544_VERDICT_CHANGED = 2    /* the chain changed it: the report says how */
+} pm5544_verdict;
+
+typedef struct pm5544_analysis pm5544_analysis;
+
+/* Analyses the capture against frame `frame` of the card the handle's settings give (a raster of 0x0,
+ * which no setter gives, is never needed: set the sent raster, or the capture's own size). NULL on
+ * failure with pm5544_last_error: PM5544_ERROR_NO_CARD's message is "no PM5544 card found". */
+PM5544_API pm5544_analysis* pm5544_analyse(pm5544_card* card, const pm5544_capture* capture, int64_t frame);
+PM5544_API void pm5544_analysis_free(pm5544_analysis* analysis);
+PM5544_API pm5544_verdict pm5544_analysis_verdict(const pm5544_analysis* analysis);
+/* The report as JSON (one object), and as text lines for people, each ending in '\n'; both valid until
+ * the analysis is freed. */
+PM5544_API const char* pm5544_analysis_json(const pm5544_analysis* analysis);
+PM5544_API const char* pm5544_analysis_text(const pm5544_analysis* analysis);
+/* The capture annotated: the card's fitted outline and grid drawn on it, and beside it a map of the
+ * differences the fitted chain does not explain, as 8-bit RGB (3 bytes a pixel) of
+ * pm5544_analysis_annotation_size's raster into rgb with `stride` bytes a row. */
+PM5544_API pm5544_status pm5544_analysis_annotation_size(const pm5544_analysis* analysis, int* width, int* height);
+PM5544_API pm5544_status pm5544_analysis_annotate(const pm5544_analysis* analysis, const pm5544_capture* capture,
+                                                  uint8_t* rgb, size_t stride);
 
 #ifdef __cplusplus
 }
