@@ -1,22 +1,320 @@
-// Placeholder until the fits land: reports the capture as sent.
+// The analysis: exactness first, then where the card lies, how its colours were changed, and what the
+// chain left in noise, depth and clipping; the verdict and the findings in words from those.
 #include "analysis/Analysis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "analysis/Geometry.h"
+#include "analysis/Levels.h"
 
 namespace pm5544::analysis {
 
+namespace {
+
+// Tolerances within which a capture is the card as sent.
+constexpr double kScaleTolerance = 2e-4;
+constexpr double kOffsetTolerance = 0.05;  // pixels
+constexpr double kGainTolerance = 1e-3;
+constexpr double kOffsetCodes = 0.25;  // codes at 10 bits
+constexpr double kNoiseCodes = 0.5;    // codes at 10 bits
+constexpr double kAsSentPsnr = 50;     // dB, the worst component
+// Flat areas the colour fit needs, and the largest RMS error, as a share of the code range, with which
+// the fitted chain may still be said to show the card.
+constexpr int kFewestAreas = 6;
+constexpr double kWorstCardResidual = 0.05;
+// Capture samples compared for the PSNR, at most.
+constexpr double kPsnrSampleBudget = 2.5e6;
+// Samples a depth must leave unused in their low bits to count as not carried.
+constexpr double kUnusedBitsShare = 0.98;
+
+std::string format(const char* pattern, double a, double b = 0, double c = 0) {
+    char text[160];
+    std::snprintf(text, sizeof text, pattern, a, b, c);
+    return text;
+}
+
+const char* componentName(Components components, int c) {
+    static const char* const ycbcr[] = {"Y", "Cb", "Cr"};
+    static const char* const rgb[] = {"R", "G", "B"};
+    return components == Components::YCbCr ? ycbcr[c] : rgb[c];
+}
+
+double codeScale(int bits) { return std::ldexp(1.0, bits - 10); }
+
+// Every sample of the capture is the card's, in the card's components at its depth.
+bool bitExact(const Picture& ref, const Picture& cap, const Sent& sent, const DepthScale& depth, bool permuted) {
+    if (cap.width != ref.width || cap.height != ref.height) return false;
+    if ((cap.components == Components::YCbCr) != (sent.ycbcr && !permuted) && !permuted) return false;
+    if (depth.factor != std::floor(depth.factor) && depth.factor > 1) return false;
+    const int order[3] = {permuted ? 1 : 0, permuted ? 2 : 1, permuted ? 0 : 2};
+    for (int c = 0; c < 3; ++c)
+        for (int y = 0; y < ref.height; ++y)
+            for (int x = 0; x < ref.width; ++x)
+                if (depth(cap.at(order[c], x, y)) != ref.at(c, x, y)) return false;
+    return true;
+}
+
+// The reference at a real position, bilinear between its pixels.
+Triple sampleReference(const Picture& ref, double x, double y) {
+    const int x0 = std::clamp(int(std::floor(x)), 0, ref.width - 1), y0 = std::clamp(int(std::floor(y)), 0, ref.height - 1);
+    const int x1 = std::min(x0 + 1, ref.width - 1), y1 = std::min(y0 + 1, ref.height - 1);
+    const double fx = std::clamp(x - x0, 0.0, 1.0), fy = std::clamp(y - y0, 0.0, 1.0);
+    Triple out{};
+    for (int c = 0; c < 3; ++c) {
+        const double top = ref.at(c, x0, y0) * (1 - fx) + ref.at(c, x1, y0) * fx;
+        const double bottom = ref.at(c, x0, y1) * (1 - fx) + ref.at(c, x1, y1) * fx;
+        out[size_t(c)] = top * (1 - fy) + bottom * fy;
+    }
+    return out;
+}
+
+struct PsnrPair {
+    std::array<std::optional<double>, 3> raw, explained;
+};
+
+PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, const ColourModel& model,
+                     const DepthScale& depth, const int (&order)[3], int bits) {
+    const double pixels = double(cap.width) * double(cap.height);
+    const int step = std::max(1, int(std::ceil(std::sqrt(pixels / kPsnrSampleBudget))));
+    double raw[3] = {0, 0, 0}, explained[3] = {0, 0, 0}, count = 0;
+    for (int cy = 0; cy < cap.height; cy += step) {
+        const double ry = (cy - g.offsetY) / g.scaleY;
+        if (ry < -0.5 || ry > ref.height - 0.5) continue;
+        for (int cx = 0; cx < cap.width; cx += step) {
+            const double rx = (cx - g.offsetX) / g.scaleX;
+            if (rx < -0.5 || rx > ref.width - 0.5) continue;
+            const Triple sent = sampleReference(ref, rx, ry), predicted = model.apply(sent);
+            for (size_t c = 0; c < 3; ++c) {
+                const double v = depth(cap.at(order[c], cx, cy));
+                raw[c] += (v - sent[c]) * (v - sent[c]);
+                explained[c] += (v - predicted[c]) * (v - predicted[c]);
+            }
+            count += 1;
+        }
+    }
+    PsnrPair p;
+    const double peak = double((1 << bits) - 1);
+    auto psnr = [&](double sse) -> std::optional<double> {
+        if (count == 0 || sse <= 1e-9 * count) return std::nullopt;  // equal but for rounding
+        return 10 * std::log10(peak * peak * count / sse);
+    };
+    for (size_t c = 0; c < 3; ++c) {
+        p.raw[c] = psnr(raw[c]);
+        p.explained[c] = psnr(explained[c]);
+    }
+    return p;
+}
+
+// The bits of the sent depth the capture carries: low bits that are always zero, or always repeat the
+// top bits (as a depth is widened by bit replication), carry nothing.
+int effectiveBits(const Picture& cap, int sentBits) {
+    const std::vector<uint16_t>& plane = cap.planes[0];
+    const size_t step = std::max<size_t>(1, plane.size() / 400000);
+    int unused = 0;
+    for (int k = 1; k < cap.bits; ++k) {
+        const uint16_t mask = uint16_t((1u << k) - 1);
+        size_t zero = 0, repeated = 0, n = 0;
+        for (size_t i = 0; i < plane.size(); i += step, ++n) {
+            const uint16_t low = plane[i] & mask;
+            zero += low == 0;
+            repeated += low == (plane[i] >> (cap.bits - k));
+        }
+        if (double(std::max(zero, repeated)) < kUnusedBitsShare * double(n)) break;
+        unused = k;
+    }
+    return std::min(sentBits, cap.bits - unused);
+}
+
+const char* aspectName(double ratio) {
+    static const struct {
+        double value;
+        const char* name;
+    } named[] = {{4.0 / 3, "4:3"}, {16.0 / 9, "16:9"}, {14.0 / 9, "14:9"}, {5.0 / 4, "5:4"},
+                 {3.0 / 2, "3:2"}, {1.85, "1.85:1"}, {2.39, "2.39:1"},    {1.0, "1:1"}};
+    for (const auto& n : named)
+        if (std::fabs(ratio / n.value - 1) < 0.01) return n.name;
+    return nullptr;
+}
+
+std::string ratioText(double ratio) {
+    const char* name = aspectName(ratio);
+    return name ? name : format("%.3f:1", ratio);
+}
+
+// The placement is the sent one within the tolerances, widened where the edges themselves are uncertain
+// (a codec's ringing), so that such a capture is not said to be shifted.
+bool identity(const Geometry& g, double edgeResidual) {
+    const double offsets = std::max(kOffsetTolerance, 0.25 * edgeResidual);
+    return std::fabs(g.scaleX - 1) <= kScaleTolerance && std::fabs(g.scaleY - 1) <= kScaleTolerance &&
+           std::fabs(g.offsetX) <= offsets && std::fabs(g.offsetY) <= offsets;
+}
+
+void describeGeometry(const Geometry& g, double edgeResidual, const Picture& ref, const Picture& cap,
+                      std::vector<Finding>& findings) {
+    if (identity(g, edgeResidual)) return;
+    if (g.scaleX < 0) findings.push_back({"geometry", "mirrored left to right"});
+    if (g.scaleY < 0) findings.push_back({"geometry", "upside down"});
+    const double sx = std::fabs(g.scaleX), sy = std::fabs(g.scaleY);
+    const double shownWidth = sx * ref.width, shownHeight = sy * ref.height;
+    const double left = std::min(g.offsetX - 0.5 * g.scaleX, g.offsetX + (ref.width - 0.5) * g.scaleX) + 0.5;
+    const double top = std::min(g.offsetY - 0.5 * g.scaleY, g.offsetY + (ref.height - 0.5) * g.scaleY) + 0.5;
+    const double right = cap.width - (left + shownWidth), bottom = cap.height - (top + shownHeight);
+    if (std::fabs(sx - 1) <= kScaleTolerance && std::fabs(sy - 1) <= kScaleTolerance) {
+        if (std::fabs(left) > kOffsetTolerance || std::fabs(top) > kOffsetTolerance)
+            findings.push_back({"geometry", format("shifted %.2f px right and %.2f px down", left, top)});
+    } else {
+        findings.push_back({"geometry", format("scaled %.0fx%.0f to %.1fx", ref.width, ref.height, shownWidth) +
+                                            format("%.1f", shownHeight)});
+        if (std::fabs(sx / sy - 1) > 0.005) findings.push_back({"geometry", format("aspect changed: pixels %.4f times as wide", sx / sy)});
+    }
+    const double within = 0.5;
+    const std::string shown = ratioText(shownWidth / shownHeight), frame = ratioText(double(cap.width) / cap.height);
+    if (left > within && right > within && std::fabs(top) <= within && std::fabs(bottom) <= within)
+        findings.push_back({"geometry", "pillarboxed " + shown + " in " + frame +
+                                            (std::fabs(left - right) < 1 ? format(", %.0f px bars", left)
+                                                                          : format(", bars of %.0f and %.0f px", left, right))});
+    else if (top > within && bottom > within && std::fabs(left) <= within && std::fabs(right) <= within)
+        findings.push_back({"geometry", "letterboxed " + shown + " in " + frame +
+                                            (std::fabs(top - bottom) < 1 ? format(", %.0f px bars", top)
+                                                                          : format(", bars of %.0f and %.0f px", top, bottom))});
+    else if (left < -within || right < -within || top < -within || bottom < -within)
+        findings.push_back({"geometry", format("cropped: %.1f px of the card cut at the left, %.1f at the right, ",
+                                               std::max(0.0, -left / sx), std::max(0.0, -right / sx)) +
+                                            format("%.1f at the top and %.1f at the bottom", std::max(0.0, -top / sy),
+                                                   std::max(0.0, -bottom / sy))});
+}
+
+std::string matrixName(const std::string& m) { return m == "rgb" ? std::string("R'G'B'") : "BT." + m; }
+
+void describeColour(const Report& r, const Sent& sent, std::vector<Finding>& findings) {
+    if (r.range == RangeChange::Expanded) findings.push_back({"range", "studio range stretched to full (expanded)"});
+    if (r.range == RangeChange::Compressed) findings.push_back({"range", "full range squeezed into studio range (compressed)"});
+    if (r.matrix) {
+        const MatrixChange& m = *r.matrix;
+        std::string text = m.to == "rgb"    ? "a Y'CbCr card taken to R'G'B' with " + matrixName(m.from)
+                           : m.from == "rgb" ? "an R'G'B' card taken to Y'CbCr with " + matrixName(m.to)
+                                             : "encoded with " + matrixName(m.from) + ", decoded with " + matrixName(m.to);
+        findings.push_back({"matrix", text});
+    }
+    if (r.swap == Swap::CbCr) findings.push_back({"swap", "Cb and Cr exchanged"});
+    if (r.swap == Swap::RB) findings.push_back({"swap", "R' and B' exchanged"});
+    const Components shown = r.matrix && r.matrix->to == "rgb" ? Components::RGB
+                             : r.matrix && r.matrix->from == "rgb" ? Components::YCbCr : r.components;
+    // A shallower link rounds every level: the tolerances grow with its step.
+    const double step = std::ldexp(1.0, sent.bits - r.bitDepth);
+    for (int c = 0; c < 3; ++c)
+        if (std::fabs(r.gain[size_t(c)] - 1) > kGainTolerance * step ||
+            std::fabs(r.offset[size_t(c)]) > std::max(kOffsetCodes * codeScale(sent.bits), 0.25 * step))
+            findings.push_back({"levels", componentName(shown, c) +
+                                              format(" gain %.4f, offset %+.2f codes", r.gain[size_t(c)], r.offset[size_t(c)])});
+}
+
+bool namesNothing(const Report& r) { return r.range == RangeChange::AsSent && !r.matrix && r.swap == Swap::None; }
+
+}  // namespace
+
 Report analyse(const Picture& reference, const Sent& sent, const Picture& capture) {
-    (void)reference;
-    (void)capture;
     Report report;
     report.components = sent.ycbcr ? Components::YCbCr : Components::RGB;
     report.bitDepth = sent.bits;
-    report.verdict = Verdict::AsSent;
-    for (int i = 0; i < 3; ++i) report.colour[size_t(i)][size_t(i)] = 1;
+    const DepthScale depth = depthScale(capture, sent);
+    const bool ownFile = sent.ycbcr && capture.components == Components::RGB;  // may hold Cr, Y', Cb
+    for (const bool permuted : {false, true}) {
+        if (permuted && !ownFile) break;
+        if (bitExact(reference, capture, sent, depth, permuted)) {
+            report.verdict = Verdict::BitExact;
+            report.captureComponentsPermuted = permuted;
+            for (size_t i = 0; i < 3; ++i) report.colour[i][i] = 1;
+            return report;
+        }
+    }
+    const GeometryFit placed = fitGeometry(reference, capture);
+    report.geometry = placed.geometry;
+
+    // The capture's components as R'G'B' or, for an R'G'B' file of a Y'CbCr card, perhaps the program's
+    // own Cr, Y', Cb: whichever the card's colours explain better.
+    std::vector<FlatArea> areas = gatherFlatAreas(reference, capture, report.geometry, depth, false);
+    ColourModel model = nameColourChain(areas, sent, capture.components == Components::YCbCr);
+    if (ownFile) {
+        std::vector<FlatArea> own = gatherFlatAreas(reference, capture, report.geometry, depth, true);
+        ColourModel ownModel = nameColourChain(own, sent, true);
+        if (ownModel.residual < model.residual) {
+            areas = std::move(own);
+            model = ownModel;
+            report.captureComponentsPermuted = true;
+        }
+    }
+    const double range = double((1 << sent.bits) - 1);
+    if (int(areas.size()) < kFewestAreas || model.residual > kWorstCardResidual * range) throw NoCardFound();
+    report.range = model.range;
+    report.matrix = model.matrix;
+    report.swap = model.swap;
+    report.gain = model.gain;
+    report.offset = model.offset;
+    report.colour = model.chain;
+    for (size_t i = 0; i < 3; ++i)
+        for (size_t j = 0; j < 4; ++j) report.colour[i][j] *= model.gain[i];
+    for (size_t i = 0; i < 3; ++i) report.colour[i][3] += model.offset[i];
+
+    const bool permuted = report.captureComponentsPermuted;
+    const int order[3] = {permuted ? 1 : 0, permuted ? 2 : 1, permuted ? 0 : 2};
+    const PsnrPair psnr = measurePsnr(reference, capture, report.geometry, model, depth, order, sent.bits);
+    report.psnrRaw = psnr.raw;
+    report.psnrExplained = psnr.explained;
+    for (size_t c = 0; c < 3; ++c) {
+        std::vector<double> sigmas;
+        for (const FlatArea& a : areas) sigmas.push_back(a.sigma[c]);
+        std::nth_element(sigmas.begin(), sigmas.begin() + long(sigmas.size() / 2), sigmas.end());
+        report.noise[c] = sigmas[sigmas.size() / 2];
+    }
+    report.bitDepth = effectiveBits(capture, sent.bits);
+    double clipped = 0, total = 0;
+    for (const FlatArea& a : areas) {
+        const Triple p = model.apply(a.sent);
+        bool clip = false;
+        for (size_t c = 0; c < 3; ++c)
+            clip = clip || (p[c] < -1 && a.captured[c] <= 0.5) || (p[c] > range + 1 && a.captured[c] >= range - 0.5);
+        clipped += clip ? a.samples : 0;
+        total += a.samples;
+    }
+    report.clipped = total > 0 ? clipped / total : 0;
+
+    describeGeometry(report.geometry, placed.residual, reference, capture, report.findings);
+    describeColour(report, sent, report.findings);
+    const double noiseLimit = kNoiseCodes * codeScale(sent.bits);
+    if (*std::max_element(report.noise.begin(), report.noise.end()) > noiseLimit)
+        report.findings.push_back({"noise", format("noise sigma %.2f, %.2f, %.2f codes", report.noise[0], report.noise[1], report.noise[2])});
+    if (report.bitDepth < sent.bits)
+        report.findings.push_back({"bit-depth", format("%.0f-bit link: the capture carries %.0f of the card's %.0f bits",
+                                                       report.bitDepth, report.bitDepth, sent.bits)});
+    if (report.clipped > 0)
+        report.findings.push_back({"clipping", format("%.1f %% of the card's flat areas clipped", 100 * report.clipped)});
+
+    double worst = 1e9;
+    for (const auto& p : report.psnrExplained) worst = std::min(worst, p.value_or(1e9));
+    const bool levelsKept = report.findings.end() == std::find_if(report.findings.begin(), report.findings.end(),
+                                                                  [](const Finding& f) { return f.kind == "levels"; });
+    const bool asSent = identity(report.geometry, placed.residual) && namesNothing(report) && levelsKept &&
+                        report.bitDepth == sent.bits && report.clipped == 0 &&
+                        *std::max_element(report.noise.begin(), report.noise.end()) <= noiseLimit && worst >= kAsSentPsnr;
+    report.verdict = asSent ? Verdict::AsSent : Verdict::Changed;
+    if (worst < 1e9) report.findings.push_back({"quality", format("PSNR after the named operations %.1f dB (worst component)", worst)});
     return report;
 }
 
 Triple predictCapture(const Report& report, const Picture& reference, int x, int y) {
-    (void)report;
-    return {double(reference.at(0, x, y)), double(reference.at(1, x, y)), double(reference.at(2, x, y))};
+    const Geometry& g = report.geometry;
+    const Triple sent = sampleReference(reference, (x - g.offsetX) / g.scaleX, (y - g.offsetY) / g.scaleY);
+    Triple out{};
+    for (size_t i = 0; i < 3; ++i) {
+        double v = report.colour[i][3];
+        for (size_t j = 0; j < 3; ++j) v += report.colour[i][j] * sent[j];
+        out[i] = v;
+    }
+    return out;
 }
 
 }  // namespace pm5544::analysis
