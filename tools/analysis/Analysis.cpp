@@ -25,6 +25,9 @@ constexpr double kAsSentPsnr = 50;     // dB, the worst component
 // the fitted chain may still be said to show the card.
 constexpr int kFewestAreas = 6;
 constexpr double kWorstCardResidual = 0.05;
+// Below this PSNR over all three components, after the named operations, the capture is another picture
+// (or a card of other settings) whatever its edges and colours have in common with the card.
+constexpr double kLeastCardPsnr = 20;
 // Capture samples compared for the PSNR, at most.
 constexpr double kPsnrSampleBudget = 2.5e6;
 // Samples a depth must leave unused in their low bits to count as not carried.
@@ -73,6 +76,7 @@ Triple sampleReference(const Picture& ref, double x, double y) {
 
 struct PsnrPair {
     std::array<std::optional<double>, 3> raw, explained;
+    double overall = 0;  // explained, over the three components together
 };
 
 PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, const ColourModel& model,
@@ -105,6 +109,7 @@ PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, 
         p.raw[c] = psnr(raw[c]);
         p.explained[c] = psnr(explained[c]);
     }
+    p.overall = psnr((explained[0] + explained[1] + explained[2]) / 3).value_or(1e9);
     return p;
 }
 
@@ -264,6 +269,7 @@ Report analyse(const Picture& reference, const Sent& sent, const Picture& captur
     const PsnrPair psnr = measurePsnr(reference, capture, report.geometry, model, depth, order, sent.bits);
     report.psnrRaw = psnr.raw;
     report.psnrExplained = psnr.explained;
+    if (psnr.overall < kLeastCardPsnr) throw NoCardFound();
     for (size_t c = 0; c < 3; ++c) {
         std::vector<double> sigmas;
         for (const FlatArea& a : areas) sigmas.push_back(a.sigma[c]);

@@ -33,7 +33,7 @@ constexpr double kMinimumContrast = 0.06;
 constexpr double kOutlierSigmas = 3.0, kOutlierFloor = 0.15;
 // Fewer agreeing measurements than this, or a smaller share of them, and there is no card.
 constexpr int kFewestFeatures = 24;
-constexpr double kLeastAgreement = 0.35;
+constexpr double kLeastAgreement = 0.9;
 
 enum class Axis { X, Y };
 
