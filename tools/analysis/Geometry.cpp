@@ -415,6 +415,12 @@ LineFit robustFit(const std::vector<Point>& points, const AxisMap& start) {
         if (n < 2 || std::fabs(det) < 1e-9) break;
         fit.map.scale = (n * sxy - sx * sy) / det;
         fit.map.offset = (sy - fit.map.scale * sx) / n;
+        // Measurements that line up on no sensible scale are no card.
+        if (!std::isfinite(fit.map.scale) || !std::isfinite(fit.map.offset) || std::fabs(fit.map.scale) < 1e-2 ||
+            std::fabs(fit.map.scale) > 1e2) {
+            fit.map = start;
+            return fit;
+        }
         for (size_t i = 0; i < points.size(); ++i) residuals[i] = std::fabs(points[i].captured - fit.map(points[i].sent));
         std::vector<double> sorted(residuals);
         std::nth_element(sorted.begin(), sorted.begin() + long(sorted.size() / 2), sorted.end());
