@@ -9,6 +9,7 @@
 
 #include "analysis/Geometry.h"
 #include "analysis/Levels.h"
+#include "colour/ColourSpace.h"
 
 namespace pm5544::analysis {
 
@@ -75,26 +76,30 @@ Triple sampleReference(const Picture& ref, double x, double y) {
 }
 
 struct PsnrPair {
-    std::array<std::optional<double>, 3> raw, explained;
-    double overall = 0;  // explained, over the three components together
+    std::array<std::optional<double>, 3> raw, explained;  // as captured; after undoing the named operations
+    double fitted = 0;  // after undoing all of the fitted chain, over the three components together
 };
 
 PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, const ColourModel& model,
                      const DepthScale& depth, const int (&order)[3], int bits) {
     const double pixels = double(cap.width) * double(cap.height);
     const int step = std::max(1, int(std::ceil(std::sqrt(pixels / kPsnrSampleBudget))));
-    double raw[3] = {0, 0, 0}, explained[3] = {0, 0, 0}, count = 0;
+    double raw[3] = {0, 0, 0}, explained[3] = {0, 0, 0}, fitted = 0, count = 0;
+    ColourModel named = model;
+    named.gain = {1, 1, 1};
+    named.offset = {0, 0, 0};
     for (int cy = 0; cy < cap.height; cy += step) {
         const double ry = (cy - g.offsetY) / g.scaleY;
         if (ry < -0.5 || ry > ref.height - 0.5) continue;
         for (int cx = 0; cx < cap.width; cx += step) {
             const double rx = (cx - g.offsetX) / g.scaleX;
             if (rx < -0.5 || rx > ref.width - 0.5) continue;
-            const Triple sent = sampleReference(ref, rx, ry), predicted = model.apply(sent);
+            const Triple sent = sampleReference(ref, rx, ry), predicted = named.apply(sent), all = model.apply(sent);
             for (size_t c = 0; c < 3; ++c) {
                 const double v = depth(cap.at(order[c], cx, cy));
                 raw[c] += (v - sent[c]) * (v - sent[c]);
                 explained[c] += (v - predicted[c]) * (v - predicted[c]);
+                fitted += (v - all[c]) * (v - all[c]);
             }
             count += 1;
         }
@@ -109,7 +114,7 @@ PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, 
         p.raw[c] = psnr(raw[c]);
         p.explained[c] = psnr(explained[c]);
     }
-    p.overall = psnr((explained[0] + explained[1] + explained[2]) / 3).value_or(1e9);
+    p.fitted = psnr(fitted / 3).value_or(1e9);
     return p;
 }
 
@@ -194,6 +199,23 @@ void describeGeometry(const Geometry& g, double edgeResidual, const Picture& ref
 
 std::string matrixName(const std::string& m) { return m == "rgb" ? std::string("R'G'B'") : "BT." + m; }
 
+// The components the capture holds once the named operations are undone: the sent ones, or the other
+// kind where the chain changed it.
+Components capturedComponents(const Report& r) {
+    if (r.matrix && r.matrix->to == "rgb") return Components::RGB;
+    if (r.matrix && r.matrix->from == "rgb") return Components::YCbCr;
+    return r.components;
+}
+
+// Offsets as reported: Cb and Cr at their neutral code, where an offset is a cast on the greys and a
+// gain moves nothing; Y' and R'G'B' at code 0.
+Triple leftoverOffsets(const ColourModel& model, Components components, int bits) {
+    Triple offsets = model.offset;
+    if (components == Components::YCbCr)
+        for (size_t c = 1; c < 3; ++c) offsets[c] += (model.gain[c] - 1) * Levels::chromaZero(bits);
+    return offsets;
+}
+
 void describeColour(const Report& r, const Sent& sent, std::vector<Finding>& findings) {
     if (r.range == RangeChange::Expanded) findings.push_back({"range", "studio range stretched to full (expanded)"});
     if (r.range == RangeChange::Compressed) findings.push_back({"range", "full range squeezed into studio range (compressed)"});
@@ -206,8 +228,7 @@ void describeColour(const Report& r, const Sent& sent, std::vector<Finding>& fin
     }
     if (r.swap == Swap::CbCr) findings.push_back({"swap", "Cb and Cr exchanged"});
     if (r.swap == Swap::RB) findings.push_back({"swap", "R' and B' exchanged"});
-    const Components shown = r.matrix && r.matrix->to == "rgb" ? Components::RGB
-                             : r.matrix && r.matrix->from == "rgb" ? Components::YCbCr : r.components;
+    const Components shown = capturedComponents(r);
     // A shallower link rounds every level: the tolerances grow with its step.
     const double step = std::ldexp(1.0, sent.bits - r.bitDepth);
     for (int c = 0; c < 3; ++c)
@@ -242,10 +263,11 @@ Report analyse(const Picture& reference, const Sent& sent, const Picture& captur
     // The capture's components as R'G'B' or, for an R'G'B' file of a Y'CbCr card, perhaps the program's
     // own Cr, Y', Cb: whichever the card's colours explain better.
     std::vector<FlatArea> areas = gatherFlatAreas(reference, capture, report.geometry, depth, false);
-    ColourModel model = nameColourChain(areas, sent, capture.components == Components::YCbCr);
+    const double ceiling = depth((1 << capture.bits) - 1);
+    ColourModel model = nameColourChain(areas, sent, capture.components == Components::YCbCr, ceiling);
     if (ownFile) {
         std::vector<FlatArea> own = gatherFlatAreas(reference, capture, report.geometry, depth, true);
-        ColourModel ownModel = nameColourChain(own, sent, true);
+        ColourModel ownModel = nameColourChain(own, sent, true, ceiling);
         if (ownModel.residual < model.residual) {
             areas = std::move(own);
             model = ownModel;
@@ -258,7 +280,7 @@ Report analyse(const Picture& reference, const Sent& sent, const Picture& captur
     report.matrix = model.matrix;
     report.swap = model.swap;
     report.gain = model.gain;
-    report.offset = model.offset;
+    report.offset = leftoverOffsets(model, capturedComponents(report), sent.bits);
     report.colour = model.chain;
     for (size_t i = 0; i < 3; ++i)
         for (size_t j = 0; j < 4; ++j) report.colour[i][j] *= model.gain[i];
@@ -269,7 +291,7 @@ Report analyse(const Picture& reference, const Sent& sent, const Picture& captur
     const PsnrPair psnr = measurePsnr(reference, capture, report.geometry, model, depth, order, sent.bits);
     report.psnrRaw = psnr.raw;
     report.psnrExplained = psnr.explained;
-    if (psnr.overall < kLeastCardPsnr) throw NoCardFound();
+    if (psnr.fitted < kLeastCardPsnr) throw NoCardFound();
     for (size_t c = 0; c < 3; ++c) {
         std::vector<double> sigmas;
         for (const FlatArea& a : areas) sigmas.push_back(a.sigma[c]);

@@ -22,7 +22,7 @@ constexpr double kSmallestScale = 0.4, kLargestScale = 2.5;
 // Candidates kept from the coarse level per axis.
 constexpr int kCandidates = 3;
 // Capture lines measured per axis, at most, to choose among candidates and then to fit.
-constexpr int kRoughLines = 96, kMeasuredLines = 320;
+constexpr int kRoughLines = 96, kMeasuredLines = 512;
 // Flat samples averaged for a level either side of a feature, at most.
 constexpr int kFlatSamples = 8;
 // Features wider than this, in reference pixels (the gratings), are not measured.

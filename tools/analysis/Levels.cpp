@@ -47,10 +47,10 @@ Matrix4 diagonal(double a, double b, double c, double oa, double ob, double oc) 
     return m;
 }
 
-// Normalised values (Y' 0..1 with Cb, Cr -0.5..0.5, or R'G'B' 0..1) to codes at a depth. Full range
-// tops out at 2^bits - 1, or, as converters that scale 8-bit levels do, at 255 << (bits - 8).
-Matrix4 codeMap(bool ycbcr, bool studio, int bits, bool eightBitScale = false) {
-    const double full = eightBitScale ? double(255 << (bits - 8)) : double(Levels::fullScale(bits));
+// Normalised values (Y' 0..1 with Cb, Cr -0.5..0.5, or R'G'B' 0..1) to codes at a depth; full range
+// tops out at 2^bits - 1 (a converter that stops at 255 << (bits - 8) leaves a gain of its own).
+Matrix4 codeMap(bool ycbcr, bool studio, int bits) {
+    const double full = Levels::fullScale(bits);
     if (ycbcr && studio) {
         const double c = Levels::chromaExcursion(bits), zero = Levels::chromaZero(bits);
         return diagonal(Levels::lumaExcursion(bits), c, c, Levels::studioBlack(bits), zero, zero);
@@ -106,7 +106,14 @@ struct Fit {
 };
 
 // capture = gain * predicted + offset per component, weighted by the areas' sizes.
-Fit fitLeftover(const std::vector<FlatArea>& areas, const std::vector<bool>& used, const Matrix4& chain) {
+// An area the capture shows at an end of its code range where the chain takes it to that end or beyond
+// may be clipped, however little: it is left out of that component's fit.
+bool clippedAt(const FlatArea& a, size_t c, double predicted, double ceiling) {
+    return (a.captured[c] <= 0.5 && predicted <= 1) || (a.captured[c] >= ceiling - 0.5 && predicted >= ceiling - 1);
+}
+
+Fit fitLeftover(const std::vector<FlatArea>& areas, const std::vector<bool>& used, const Matrix4& chain,
+                double ceiling) {
     Fit fit;
     double total = 0, residual = 0, leftover = 0;
     std::vector<Triple> predicted(areas.size());
@@ -117,7 +124,7 @@ Fit fitLeftover(const std::vector<FlatArea>& areas, const std::vector<bool>& use
     for (size_t c = 0; c < 3; ++c) {
         double sw = 0, sp = 0, sc = 0, spp = 0, spc = 0;
         for (size_t a = 0; a < areas.size(); ++a) {
-            if (!used[a]) continue;
+            if (!used[a] || clippedAt(areas[a], c, predicted[a][c], ceiling)) continue;
             const double w = std::sqrt(double(areas[a].samples)), p = predicted[a][c], v = areas[a].captured[c];
             sw += w;
             sp += w * p;
@@ -133,7 +140,7 @@ Fit fitLeftover(const std::vector<FlatArea>& areas, const std::vector<bool>& use
             fit.offset[c] = (sc - sp) / sw;
         }
         for (size_t a = 0; a < areas.size(); ++a) {
-            if (!used[a]) continue;
+            if (!used[a] || clippedAt(areas[a], c, predicted[a][c], ceiling)) continue;
             const double w = std::sqrt(double(areas[a].samples)), p = predicted[a][c];
             const double e = areas[a].captured[c] - (fit.gain[c] * p + fit.offset[c]);
             const double l = (fit.gain[c] - 1) * p + fit.offset[c];
@@ -163,9 +170,7 @@ std::vector<Chain> candidateChains(const Sent& sent, bool captureYCbCr) {
     // The capture's own range: the sent one for the same kind of components, else the usual one.
     const bool captureStudio = captureYCbCr == sent.ycbcr ? sent.studioRange : captureYCbCr;
     const Matrix4 toCapture = codeMap(captureYCbCr, captureStudio, bits);
-    const Matrix4 studio = codeMap(captureYCbCr, true, bits);
-    const Matrix4 expansions[2] = {codeMap(captureYCbCr, false, bits) * studio.inverse(),
-                                   codeMap(captureYCbCr, false, bits, true) * studio.inverse()};
+    const Matrix4 expand = codeMap(captureYCbCr, false, bits) * codeMap(captureYCbCr, true, bits).inverse();
     struct Named {
         std::optional<MatrixChange> matrix;
         Matrix4 map;
@@ -185,20 +190,26 @@ std::vector<Chain> candidateChains(const Sent& sent, bool captureYCbCr) {
     } else {
         matrices.push_back({std::nullopt, Matrix4::Identity(), 0});
     }
+    // An exchange of the colour components on the capture's side, or, between kinds, on the sent side
+    // before the matrix.
+    struct Exchange {
+        Swap swap;
+        Matrix4 before, after;
+    };
+    std::vector<Exchange> exchanges = {{Swap::None, Matrix4::Identity(), Matrix4::Identity()},
+                                       {captureYCbCr ? Swap::CbCr : Swap::RB, Matrix4::Identity(), swapMap(captureYCbCr)}};
+    if (captureYCbCr != sent.ycbcr)
+        exchanges.push_back({sent.ycbcr ? Swap::CbCr : Swap::RB, swapMap(sent.ycbcr), Matrix4::Identity()});
     std::vector<Chain> chains;
-    const Swap exchange = captureYCbCr ? Swap::CbCr : Swap::RB;
     for (const Named& m : matrices)
         for (const RangeChange range : {RangeChange::AsSent, RangeChange::Expanded, RangeChange::Compressed})
-            for (const Matrix4& expand : expansions)
-                for (const bool swapped : {false, true}) {
-                    if (range == RangeChange::AsSent && &expand != expansions) continue;
-                    Matrix4 map = toCapture * m.map * fromSent;
-                    if (range == RangeChange::Expanded) map = expand * map;
-                    if (range == RangeChange::Compressed) map = expand.inverse() * map;
-                    if (swapped) map = swapMap(captureYCbCr) * map;
-                    chains.push_back({range, m.matrix, swapped ? exchange : Swap::None, map,
-                                      m.operations + (range != RangeChange::AsSent) + swapped});
-                }
+            for (const Exchange& e : exchanges) {
+                Matrix4 map = toCapture * m.map * e.before * fromSent;
+                if (range == RangeChange::Expanded) map = expand * map;
+                if (range == RangeChange::Compressed) map = expand.inverse() * map;
+                chains.push_back({range, m.matrix, e.swap, e.after * map,
+                                  m.operations + (range != RangeChange::AsSent) + (e.swap != Swap::None)});
+            }
     return chains;
 }
 
@@ -208,12 +219,12 @@ struct Choice {
 };
 
 Choice choose(const std::vector<Chain>& chains, const std::vector<FlatArea>& areas, const std::vector<bool>& used,
-              int bits) {
+              int bits, double ceiling) {
     const double cost = kOperationCost * std::ldexp(1.0, bits - 10);
     Choice best;
     double bestScore = 0;
     for (const Chain& chain : chains) {
-        const Fit fit = fitLeftover(areas, used, chain.map);
+        const Fit fit = fitLeftover(areas, used, chain.map, ceiling);
         const double score = fit.residual + kLeftoverWeight * fit.leftover + cost * chain.operations;
         if (best.chain == nullptr || score < bestScore) {
             best = {&chain, fit};
@@ -227,6 +238,26 @@ double median(std::vector<float>& values) {
     const auto middle = values.begin() + long(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());
     return *middle;
+}
+
+// The mean and standard deviation of the values near their median: text and stray edges in an area are
+// left out, while noise of any distribution and the dither of a shallower link average out, as a median
+// of quantised values would not.
+double trimmedMean(std::vector<float>& values, double& sigma) {
+    const double centre = median(values);
+    std::vector<float> spread(values.size());
+    for (size_t i = 0; i < values.size(); ++i) spread[i] = std::fabs(values[i] - float(centre));
+    const double limit = std::max(6 * 1.4826 * median(spread), 2.0);
+    double n = 0, sum = 0, squares = 0;
+    for (const float v : values)
+        if (std::fabs(v - centre) <= limit) {
+            n += 1;
+            sum += v;
+            squares += double(v) * v;
+        }
+    const double mean = sum / n;
+    sigma = std::sqrt(std::max(0.0, squares / n - mean * mean));
+    return mean;
 }
 
 // Where each reference row changes: the positions x at which pixel x differs from pixel x - 1.
@@ -297,9 +328,13 @@ DepthScale depthScale(const Picture& capture, const Sent& sent) {
 
 std::vector<FlatArea> gatherFlatAreas(const Picture& reference, const Picture& capture, const Geometry& g,
                                       const DepthScale& depth, bool permuted) {
-    // Reference pixels clear of any change by the chain's blur in both directions.
-    const int dx = int(std::ceil((2.0 + 3.0 * std::max(1.0, std::fabs(g.scaleX))) / std::fabs(g.scaleX))) + kFlatClearance;
-    const int dy = int(std::ceil((2.0 + 3.0 * std::max(1.0, std::fabs(g.scaleY))) / std::fabs(g.scaleY))) + kFlatClearance;
+    // Reference pixels clear of any change by the chain's blur in both directions, the blur of the
+    // capture's subsampled chroma included.
+    auto clearance = [](double scale, int chromaShift) {
+        const double blur = (2.0 + 3.0 * std::max(1.0, std::fabs(scale))) * (1 << chromaShift);
+        return int(std::ceil(blur / std::fabs(scale))) + kFlatClearance;
+    };
+    const int dx = clearance(g.scaleX, capture.chromaShiftX), dy = clearance(g.scaleY, capture.chromaShiftY);
     const double pixels = double(capture.width) * double(capture.height);
     const int step = std::max(1, int(std::sqrt(pixels / kFlatSampleBudget)));
     const int order[3] = {permuted ? 1 : 0, permuted ? 2 : 1, permuted ? 0 : 2};
@@ -333,21 +368,16 @@ std::vector<FlatArea> gatherFlatAreas(const Picture& reference, const Picture& c
         FlatArea area = areas[a];
         area.samples = int(values[0][a].size());
         if (area.samples < kSmallestArea) continue;
-        for (size_t c = 0; c < 3; ++c) {
-            std::vector<float>& v = values[c][a];
-            area.captured[c] = median(v);
-            for (float& x : v) x = std::fabs(x - float(area.captured[c]));
-            area.sigma[c] = 1.4826 * median(v);
-        }
+        for (size_t c = 0; c < 3; ++c) area.captured[c] = trimmedMean(values[c][a], area.sigma[c]);
         kept.push_back(area);
     }
     return kept;
 }
 
-ColourModel nameColourChain(const std::vector<FlatArea>& areas, const Sent& sent, bool captureYCbCr) {
+ColourModel nameColourChain(const std::vector<FlatArea>& areas, const Sent& sent, bool captureYCbCr, double ceiling) {
     const std::vector<Chain> chains = candidateChains(sent, captureYCbCr);
     std::vector<bool> used(areas.size(), true);
-    Choice best = choose(chains, areas, used, sent.bits);
+    Choice best = choose(chains, areas, used, sent.bits, ceiling);
     // Areas the first choice cannot explain (clipped, covered by text the card did not have) are left
     // out of the second.
     std::vector<double> errors;
@@ -365,7 +395,7 @@ ColourModel nameColourChain(const std::vector<FlatArea>& areas, const Sent& sent
     std::nth_element(sorted.begin(), sorted.begin() + long(sorted.size() / 2), sorted.end());
     const double limit = 4 * sorted[sorted.size() / 2] + 2 * std::ldexp(1.0, sent.bits - 8);
     for (size_t a = 0; a < areas.size(); ++a) used[a] = errors[a] <= limit;
-    best = choose(chains, areas, used, sent.bits);
+    best = choose(chains, areas, used, sent.bits, ceiling);
     model.range = best.chain->range;
     model.matrix = best.chain->matrix;
     model.swap = best.chain->swap;

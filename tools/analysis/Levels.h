@@ -13,8 +13,8 @@ namespace pm5544::analysis {
 // One colour of the card's flat areas and what the capture shows there, at the sent depth.
 struct FlatArea {
     Triple sent{};
-    Triple captured{};  // medians, robust against text and stray edges
-    Triple sigma{};     // robust spread: the noise
+    Triple captured{};  // means near the median, robust against text and stray edges
+    Triple sigma{};     // their standard deviation: the noise
     int samples = 0;
 };
 
@@ -39,7 +39,8 @@ struct ColourModel {
     Triple apply(const Triple& sent) const;
 };
 
-// The best chain for the areas; `captureYCbCr` says what the capture's components are.
-ColourModel nameColourChain(const std::vector<FlatArea>& areas, const Sent& sent, bool captureYCbCr);
+// The best chain for the areas; `captureYCbCr` says what the capture's components are, `ceiling` is its
+// highest code at the sent depth.
+ColourModel nameColourChain(const std::vector<FlatArea>& areas, const Sent& sent, bool captureYCbCr, double ceiling);
 
 }  // namespace pm5544::analysis
