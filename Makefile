@@ -31,10 +31,12 @@ build:
 	cmake --build build -j $(JOBS) --target pm5544
 
 bench: deps build
-	cmake --build build -j $(JOBS) --target pm5544_bench pm5544_bench_library
+	cmake --build build -j $(JOBS) --target pm5544_bench pm5544_bench_library pm5544_bench_analysis
 	./build/pm5544_bench
 	./build/pm5544_bench --light
 	./build/pm5544_bench_library
+	./build/pm5544_bench_analysis
+	./bench/bench_analyse.sh build
 	cmake --build build -j $(JOBS) --target gstpm5544 && ./bench/bench_gstreamer.sh build/gstreamer
 
 # The program, its manual page and its bash completion, the library libpm5544, its headers, pm5544.pc

@@ -35,18 +35,38 @@ constexpr double kOutlierSigmas = 3.0, kOutlierFloor = 0.15;
 constexpr int kFewestFeatures = 24;
 constexpr double kLeastAgreement = 0.9;
 
-enum class Axis { X, Y };
-
-// A picture seen along one axis: lines are rows for X and columns for Y.
+// A picture seen along one axis: its lines are rows. The Y axis is seen through a transposed copy, so
+// that both walk memory in order.
 struct AxisView {
     const Picture& picture;
-    Axis axis;
-    int length() const { return axis == Axis::X ? picture.width : picture.height; }
-    int lines() const { return axis == Axis::X ? picture.height : picture.width; }
-    int at(int c, int position, int line) const {
-        return axis == Axis::X ? picture.at(c, position, line) : picture.at(c, line, position);
-    }
+    int length() const { return picture.width; }
+    int lines() const { return picture.height; }
+    int at(int c, int position, int line) const { return picture.at(c, position, line); }
 };
+
+// The picture's planes `first` .. `last` transposed, in tiles that keep both sides in the cache.
+Picture transposed(const Picture& p, int first, int last) {
+    constexpr int kTile = 32;
+    Picture t;
+    t.width = p.height;
+    t.height = p.width;
+    t.bits = p.bits;
+    t.components = p.components;
+    t.chromaShiftX = p.chromaShiftY;
+    t.chromaShiftY = p.chromaShiftX;
+    for (int c = first; c <= last; ++c) {
+        const int w = p.planeWidth(c), h = p.planeHeight(c);
+        const std::vector<uint16_t>& in = p.planes[c];
+        std::vector<uint16_t>& out = t.planes[c];
+        out.resize(in.size());
+        for (int y0 = 0; y0 < h; y0 += kTile)
+            for (int x0 = 0; x0 < w; x0 += kTile)
+                for (int y = y0; y < std::min(h, y0 + kTile); ++y)
+                    for (int x = x0; x < std::min(w, x0 + kTile); ++x)
+                        out[size_t(x) * size_t(h) + size_t(y)] = in[size_t(y) * size_t(w) + size_t(x)];
+    }
+    return t;
+}
 
 // The mapping along one axis: capture = scale * sent + offset.
 struct AxisMap {
@@ -518,8 +538,10 @@ double similarity(const Picture& reference, const Picture& capture, const AxisMa
 int structurePlane(const Picture& picture) { return picture.components == Components::YCbCr ? 0 : 1; }
 
 GeometryFit fitGeometry(const Picture& reference, const Picture& capture) {
-    const AxisView cap[2] = {{capture, Axis::X}, {capture, Axis::Y}};
-    ReferenceAxis ref[2] = {ReferenceAxis({reference, Axis::X}), ReferenceAxis({reference, Axis::Y})};
+    const int structure = structurePlane(capture);
+    const Picture referenceColumns = transposed(reference, 0, 2), captureColumns = transposed(capture, structure, structure);
+    const AxisView cap[2] = {{capture}, {captureColumns}};
+    ReferenceAxis ref[2] = {ReferenceAxis({reference}), ReferenceAxis({referenceColumns})};
     std::vector<Candidate> candidates[2];
     for (int a = 0; a < 2; ++a)
         candidates[a] = coarseSearch(gradientProfile(ref[a].view()), gradientProfile(cap[a]),
