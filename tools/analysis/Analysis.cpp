@@ -9,6 +9,7 @@
 
 #include "analysis/Geometry.h"
 #include "analysis/Levels.h"
+#include "analysis/Resample.h"
 #include "colour/ColourSpace.h"
 
 namespace pm5544::analysis {
@@ -80,6 +81,13 @@ struct PsnrPair {
     double fitted = 0;  // after undoing all of the fitted chain, over the three components together
 };
 
+// Whether the capture's pixels are the card's own pixels, shifted by whole pixels or mirrored.
+bool wholePixels(const Geometry& g) {
+    auto whole = [](double v) { return std::fabs(v - std::round(v)) < 1e-3; };
+    return std::fabs(std::fabs(g.scaleX) - 1) < 1e-6 && std::fabs(std::fabs(g.scaleY) - 1) < 1e-6 && whole(g.offsetX) &&
+           whole(g.offsetY);
+}
+
 PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, const ColourModel& model,
                      const DepthScale& depth, const int (&order)[3], int bits) {
     const double pixels = double(cap.width) * double(cap.height);
@@ -88,13 +96,24 @@ PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, 
     ColourModel named = model;
     named.gain = {1, 1, 1};
     named.offset = {0, 0, 0};
+    const bool direct = wholePixels(g);
+    std::optional<ReferenceResampler> resampler;
+    if (!direct) resampler.emplace(ref, g, cap.width, cap.height);
     for (int cy = 0; cy < cap.height; cy += step) {
-        const double ry = (cy - g.offsetY) / g.scaleY;
-        if (ry < -0.5 || ry > ref.height - 0.5) continue;
+        const std::vector<Triple>* row = direct ? nullptr : &resampler->row(cy);
+        const long ry = std::lround((cy - g.offsetY) / g.scaleY);
+        if (direct && (ry < 0 || ry >= ref.height)) continue;
         for (int cx = 0; cx < cap.width; cx += step) {
-            const double rx = (cx - g.offsetX) / g.scaleX;
-            if (rx < -0.5 || rx > ref.width - 0.5) continue;
-            const Triple sent = sampleReference(ref, rx, ry), predicted = named.apply(sent), all = model.apply(sent);
+            Triple sent{};
+            if (direct) {
+                const long rx = std::lround((cx - g.offsetX) / g.scaleX);
+                if (rx < 0 || rx >= ref.width) continue;
+                for (size_t c = 0; c < 3; ++c) sent[c] = ref.at(int(c), int(rx), int(ry));
+            } else {
+                sent = (*row)[size_t(cx)];
+                if (std::isnan(sent[0])) continue;
+            }
+            const Triple predicted = named.apply(sent), all = model.apply(sent);
             for (size_t c = 0; c < 3; ++c) {
                 const double v = depth(cap.at(order[c], cx, cy));
                 raw[c] += (v - sent[c]) * (v - sent[c]);
