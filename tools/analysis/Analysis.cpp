@@ -226,13 +226,11 @@ Components capturedComponents(const Report& r) {
     return r.components;
 }
 
-// Offsets as reported: Cb and Cr at their neutral code, where an offset is a cast on the greys and a
-// gain moves nothing; Y' and R'G'B' at code 0.
-Triple leftoverOffsets(const ColourModel& model, Components components, int bits) {
-    Triple offsets = model.offset;
-    if (components == Components::YCbCr)
-        for (size_t c = 1; c < 3; ++c) offsets[c] += (model.gain[c] - 1) * Levels::chromaZero(bits);
-    return offsets;
+// A leftover offset where the component's line is pinned: Cb and Cr at their neutral code, where an
+// offset is a cast on the greys and a gain moves nothing; Y' and R'G'B' at code 0.
+double pinnedOffset(const Report& r, int c, int bits) {
+    const double pin = capturedComponents(r) == Components::YCbCr && c > 0 ? Levels::chromaZero(bits) : 0;
+    return r.offset[size_t(c)] + (r.gain[size_t(c)] - 1) * pin;
 }
 
 void describeColour(const Report& r, const Sent& sent, std::vector<Finding>& findings) {
@@ -252,7 +250,7 @@ void describeColour(const Report& r, const Sent& sent, std::vector<Finding>& fin
     const double step = std::ldexp(1.0, sent.bits - r.bitDepth);
     for (int c = 0; c < 3; ++c)
         if (std::fabs(r.gain[size_t(c)] - 1) > kGainTolerance * step ||
-            std::fabs(r.offset[size_t(c)]) > std::max(kOffsetCodes * codeScale(sent.bits), 0.25 * step))
+            std::fabs(pinnedOffset(r, c, sent.bits)) > std::max(kOffsetCodes * codeScale(sent.bits), 0.25 * step))
             findings.push_back({"levels", componentName(shown, c) +
                                               format(" gain %.4f, offset %+.2f codes", r.gain[size_t(c)], r.offset[size_t(c)])});
 }
@@ -299,7 +297,7 @@ Report analyse(const Picture& reference, const Sent& sent, const Picture& captur
     report.matrix = model.matrix;
     report.swap = model.swap;
     report.gain = model.gain;
-    report.offset = leftoverOffsets(model, capturedComponents(report), sent.bits);
+    report.offset = model.offset;
     report.colour = model.chain;
     for (size_t i = 0; i < 3; ++i)
         for (size_t j = 0; j < 4; ++j) report.colour[i][j] *= model.gain[i];

@@ -106,10 +106,10 @@ struct Fit {
 };
 
 // capture = gain * predicted + offset per component, weighted by the areas' sizes.
-// An area the capture shows at an end of its code range where the chain takes it to that end or beyond
-// may be clipped, however little: it is left out of that component's fit.
+// An area the capture shows at an end of its code range where the chain takes it beyond that end by
+// more than rounding is clipped: it is left out of that component's fit.
 bool clippedAt(const FlatArea& a, size_t c, double predicted, double ceiling) {
-    return (a.captured[c] <= 0.5 && predicted <= 1) || (a.captured[c] >= ceiling - 0.5 && predicted >= ceiling - 1);
+    return (a.captured[c] <= 0.5 && predicted < -0.5) || (a.captured[c] >= ceiling - 0.5 && predicted > ceiling + 0.5);
 }
 
 Fit fitLeftover(const std::vector<FlatArea>& areas, const std::vector<bool>& used, const Matrix4& chain,
@@ -321,8 +321,8 @@ DepthScale depthScale(const Picture& capture, const Sent& sent) {
         for (size_t i = 0; i < capture.planes[0].size() && shifted; i += 97) shifted = (capture.planes[0][i] & low) == 0;
         if (shifted) return {shift};
     }
-    // Y'CbCr and studio-range codes scale by powers of two; full-range R'G'B' keeps its white at the top.
-    if (capture.components == Components::YCbCr || (sent.studioRange && !sent.ycbcr)) return {shift};
+    // Y'CbCr codes scale by powers of two; R'G'B' files keep their full scale at the top of any depth.
+    if (capture.components == Components::YCbCr) return {shift};
     return {double(Levels::fullScale(sent.bits)) / double((1 << capture.bits) - 1)};
 }
 
