@@ -40,6 +40,8 @@ RENDER_ONLY = {'y709_3frames': (CARDS['y709'] + ['--frames', '3'], 'y709')}   # 
 
 def lut_y_102(v): return min(max(int(v * 1.02 + 8), 0), 1023)               # lutyuv=y='clip(val*1.02+8,0,1023)'
 def lut_y_095(v): return min(max(int(64 + (v - 64) * 0.95 + 0.5), 0), 1023) # rounds: +0.5 then truncation
+def expand_10(v): return int((v - 64) * 1023 / 876 + 0.5) if v >= 64 else -int((64 - v) * 1023 / 876 + 0.5)   # round() of lutrgb
+LUTRGB_EXPAND = 'lutrgb=' + ':'.join(f"{c}='64*round((val/64-64)*1023/876)'" for c in 'rgb')
 LUT_102 = "lutyuv=y='clip(val*1.02+8,0,1023)'"
 LUT_095 = "lutyuv=y='clip(64+(val-64)*0.95+0.5,0,1023)'"
 NOISE = 'format=yuv422p,noise=alls=10,format=yuv422p10le'
@@ -77,7 +79,7 @@ CASES = [
     case('levels-y-gain', 'y709', {**CHANGED, 'lut': {0: lut_y_095}}, 'Y = round(64 + 0.95 (Y-64)): 0.95, 3.2', LUT_095),
     case('levels-cb-offset', 'y709', {**CHANGED, 'offset': [0, 6, 0]}, 'Cb + 6 exactly (no clipping on the card)', "lutyuv=u='val+6'"),
     case('range-rgb-to-ycc', 'rgb', {**CHANGED, 'matrix': ['rgb', '709'], 'components': ['R', 'G', 'B']},
-         "zimg: R'G'B' full -> 709 studio Y'CbCr, exact levels", 'format=gbrp16le,zscale=matrix=709:range=limited', pix='yuv444p10le'),
+         "10-bit R'G'B' (exact from the PNG) -> zimg 709 studio Y'CbCr", 'format=gbrp10le,zscale=matrix=709:range=limited', pix='yuv444p10le'),
     case('ycc-as-rgb-png', 'y709', {**CHANGED, 'matrix': ['709', 'rgb']}, "zimg: 709 studio -> R'G'B' full 16-bit PNG, exact levels",
          'zscale=matrixin=709:rangein=limited:range=full,format=gbrp16le', out='png'),
     case('rgb-swap-r-b', 'rgb', {**CHANGED, 'swap': 'R-B', 'components': ['R', 'G', 'B']}, 'gbrap16 planes G,B,R,A -> G,R,B,A (checked exact)',
@@ -100,8 +102,8 @@ CASES = [
     case('x264-crf35', 'y420', {**CHANGED, 'tol': 'crf35'}, 'lossy, nothing named', enc=CRF('libx264', 35), **Y420),
     case('x265-crf23', 'y420', {**CHANGED, 'tol': 'crf28'}, 'lossy, nothing named', enc=CRF('libx265', 23), **Y420),
     case('x265-crf35', 'y420', {**CHANGED, 'tol': 'crf35'}, 'lossy, nothing named', enc=CRF('libx265', 35), **Y420),
-    case('rgb-headroom-expanded', 'rgbh', {**CHANGED, 'range': 'expanded', 'components': ['R', 'G', 'B']},
-         "R'G'B' 64..940 -> 0..1023 at 10 bits (16-bit PNG)", "format=gbrp16le,zscale=rangein=limited:range=full:matrixin=gbr:matrix=gbr", out='png'),
+    case('rgb-headroom-expanded', 'rgbh', {**CHANGED, 'range': 'expanded', 'components': ['R', 'G', 'B'], 'lut': dict.fromkeys(range(3), expand_10), 'named': lambda v: (v - 64) * 1023 / 876},
+         "R'G'B' 64..940 -> round((v-64) 1023/876), 10-bit codes in a 16-bit PNG; fitted on the card", LUTRGB_EXPAND, out='png'),
     # Pairs.
     case('pair-range-matrix', 'y709', {**CHANGED, **SWS_EXPANDED, 'matrix': ['709', '601']}, 'as range-tv-pc-swscale and matrix-709-601',
          'scale=in_range=tv:out_range=pc:in_color_matrix=bt709:out_color_matrix=bt601'),
@@ -116,7 +118,7 @@ CASES = [
          'zscale=rangein=limited:range=full', enc=CRF('libx264', 23), **Y420),
     case('pair-vflip-8bit', 'y709', {**CHANGED, 'geometry': [1, -1, 0, 359], 'bit_depth': 8}, 'vflip and link-8bit', 'vflip,' + LINK8),
     case('pair-rgb-swap-ycc', 'rgb', {**CHANGED, 'swap': 'R-B', 'matrix': ['rgb', '709'], 'components': ['R', 'G', 'B']},
-         'rgb-swap-r-b then range-rgb-to-ycc', 'format=gbrap16le,shuffleplanes=0:2:1:3,format=gbrp16le,zscale=matrix=709:range=limited',
+         'rgb-swap-r-b then range-rgb-to-ycc', 'format=gbrap16le,shuffleplanes=0:2:1:3,format=gbrp10le,zscale=matrix=709:range=limited',
          pix='yuv444p10le'),
 ]
 EXACT = dict(verdict='bit-exact')
@@ -178,15 +180,23 @@ def read_y4m_planes(path):
         at += pw * ph * size
     return planes
 
-def lut_truth(card_path, luts):
-    """Gain and offset of the least-squares line through each plane's table over the card's codes."""
+def read_rgb_planes(path, bits):
+    """R, G and B of a 16-bit picture as codes at the sent depth (the program stores code << (16 - bits))."""
+    raw = run(FFMPEG + ['-i', path, '-f', 'rawvideo', '-pix_fmt', 'gbrp16le', '-']).stdout
+    samples, shift = array.array('H', raw), 16 - bits
+    g, b, r = (samples[i * len(samples) // 3:(i + 1) * len(samples) // 3] for i in range(3))
+    return [[v >> shift for v in plane] for plane in (r, g, b)]
+
+def lut_truth(planes, luts, named=lambda v: v):
+    """Gain and offset of the least-squares line through each plane's table over the card's codes, against
+    what the named operation alone would give (the levels are what is left after it)."""
     gain, offset = [1.0] * 3, [0.0] * 3
-    for plane, (codes, lut) in enumerate(zip(read_y4m_planes(card_path), (luts.get(i) for i in range(3)))):
+    for plane, (codes, lut) in enumerate(zip(planes, (luts.get(i) for i in range(3)))):
         if lut is None:
             continue
         n = sx = sy = sxx = sxy = 0
-        for v, count in Counter(codes).items():
-            y = lut(v)
+        for code, count in Counter(codes).items():
+            v, y = named(code), lut(code)
             n, sx, sy, sxx, sxy = n + count, sx + count * v, sy + count * y, sxx + count * v * v, sxy + count * v * y
         gain[plane] = (n * sxy - sx * sy) / (n * sxx - sx * sx)
         offset[plane] = (sy - gain[plane] * sx) / n
@@ -243,7 +253,9 @@ class Suite:
     def expected(self, c):
         want = dict(c['want'])
         if 'lut' in want:
-            want['gain'], want['offset'] = lut_truth(self.card(c['card']), want.pop('lut'))
+            card = self.card(c['card'])
+            planes = read_y4m_planes(card) if card.endswith('.y4m') else read_rgb_planes(card, int(self.sent(c)[self.sent(c).index('-b') + 1]))
+            want['gain'], want['offset'] = lut_truth(planes, want.pop('lut'), want.pop('named', lambda v: v))
         if 'calibrate' in want:
             want['noise'], want['offset'] = noise_truth(self.work, c['name'], *want.pop('calibrate'))
         if 'verdict' in want:
