@@ -65,12 +65,14 @@ LUT_102 = "lutyuv=y='clip(val*1.02+8,0,1023)'"
 LUT_095 = "lutyuv=y='clip(64+(val-64)*0.95+0.5,0,1023)'"
 NOISE = 'format=yuv422p,noise=alls=10,format=yuv422p10le'
 LINK8 = 'format=yuv422p,format=yuv422p10le'
-SWS_EXPANDED = dict(range='expanded', gain=[SWS_FULL] * 3, offset=[0] + [CHROMA_MID * (1 - SWS_FULL)] * 2)
+SWS_EXPANDED = dict(   # the pairs' swscale expansion, as the rounding-table fits give it within tolerance
+    range='expanded', gain=[SWS_FULL] * 3, offset=[0] + [CHROMA_MID * (1 - SWS_FULL)] * 2)
 ZS_DOWN = dict(geometry=[0.75, 0.75, -0.125, -0.125])
 CROP_BACK = 'crop=576:324:32:18,zscale=w=640:h=360:f=spline36'
 PILLARBOX = 'scale=480:360,pad=640:360:80:0'
 M709_601 = 'scale=in_color_matrix=bt709:out_color_matrix=bt601'
-CRF = lambda enc, crf: ['-c:v', enc, '-crf', str(crf), '-pix_fmt', 'yuv420p10le'] + (['-x265-params', 'log-level=error'] if enc == 'libx265' else [])
+def CRF(encoder, crf):
+    return ['-c:v', encoder, '-crf', str(crf), '-pix_fmt', 'yuv420p10le'] + (['-x265-params', 'log-level=error'] if encoder == 'libx265' else [])
 Y420 = dict(out='y4m', pix='yuv420p10le')
 
 def case(name, card, want, note, vf=None, **how):
