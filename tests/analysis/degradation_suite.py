@@ -472,6 +472,9 @@ def main():
         sys.exit(f'Error: no case matches "{args.only}"')
     if not (args.renderer and (args.analyser or args.check_truths)):
         p.error('--renderer and --analyser (or --check-truths) are needed')
+    for role, path in (('analyser', args.analyser), ('renderer', args.renderer)):
+        if path and not shutil.which(path):
+            sys.exit(f'Error: the {role} "{path}" is not an executable file')
     if not shutil.which('ffmpeg'):
         print('ffmpeg not found: the suite is skipped')
         return 77
