@@ -31,7 +31,7 @@ constexpr double kWorstCardResidual = 0.05;
 // (or a card of other settings) whatever its edges and colours have in common with the card.
 constexpr double kLeastCardPsnr = 20;
 // Capture samples compared for the PSNR, at most.
-constexpr double kPsnrSampleBudget = 2.5e6;
+constexpr double kPsnrSampleBudget = 1.5e6;
 // Samples a depth must leave unused in their low bits to count as not carried.
 constexpr double kUnusedBitsShare = 0.98;
 
@@ -81,11 +81,12 @@ struct PsnrPair {
     double fitted = 0;  // after undoing all of the fitted chain, over the three components together
 };
 
-// Whether the capture's pixels are the card's own pixels, shifted by whole pixels or mirrored.
+// Whether the capture's pixels are the card's own pixels, shifted by whole pixels or mirrored, within
+// the tolerances of the fit.
 bool wholePixels(const Geometry& g) {
-    auto whole = [](double v) { return std::fabs(v - std::round(v)) < 1e-3; };
-    return std::fabs(std::fabs(g.scaleX) - 1) < 1e-6 && std::fabs(std::fabs(g.scaleY) - 1) < 1e-6 && whole(g.offsetX) &&
-           whole(g.offsetY);
+    auto whole = [](double v) { return std::fabs(v - std::round(v)) <= kOffsetTolerance; };
+    return std::fabs(std::fabs(g.scaleX) - 1) <= kScaleTolerance && std::fabs(std::fabs(g.scaleY) - 1) <= kScaleTolerance &&
+           whole(g.offsetX) && whole(g.offsetY);
 }
 
 PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, const ColourModel& model,
@@ -97,16 +98,18 @@ PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, 
     named.gain = {1, 1, 1};
     named.offset = {0, 0, 0};
     const bool direct = wholePixels(g);
+    // Where the chain kept the card's pixels, it is compared pixel for pixel.
+    const Geometry whole{g.scaleX < 0 ? -1.0 : 1.0, g.scaleY < 0 ? -1.0 : 1.0, std::round(g.offsetX), std::round(g.offsetY)};
     std::optional<ReferenceResampler> resampler;
     if (!direct) resampler.emplace(ref, g, cap.width, cap.height);
     for (int cy = 0; cy < cap.height; cy += step) {
         const std::vector<Triple>* row = direct ? nullptr : &resampler->row(cy);
-        const long ry = std::lround((cy - g.offsetY) / g.scaleY);
+        const long ry = std::lround((cy - whole.offsetY) / whole.scaleY);
         if (direct && (ry < 0 || ry >= ref.height)) continue;
         for (int cx = 0; cx < cap.width; cx += step) {
             Triple sent{};
             if (direct) {
-                const long rx = std::lround((cx - g.offsetX) / g.scaleX);
+                const long rx = std::lround((cx - whole.offsetX) / whole.scaleX);
                 if (rx < 0 || rx >= ref.width) continue;
                 for (size_t c = 0; c < 3; ++c) sent[c] = ref.at(int(c), int(rx), int(ry));
             } else {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <future>
+#include <utility>
 #include <unordered_map>
 #include <vector>
 
@@ -22,7 +24,7 @@ constexpr double kSmallestScale = 0.4, kLargestScale = 2.5;
 // Candidates kept from the coarse level per axis.
 constexpr int kCandidates = 3;
 // Capture lines measured per axis, at most, to choose among candidates and then to fit.
-constexpr int kRoughLines = 96, kMeasuredLines = 512;
+constexpr int kRoughLines = 64, kMeasuredLines = 512;
 // Flat samples averaged for a level either side of a feature, at most.
 constexpr int kFlatSamples = 8;
 // Features wider than this, in reference pixels (the gratings), are not measured.
@@ -60,10 +62,14 @@ Picture transposed(const Picture& p, int first, int last) {
         std::vector<uint16_t>& out = t.planes[c];
         out.resize(in.size());
         for (int y0 = 0; y0 < h; y0 += kTile)
-            for (int x0 = 0; x0 < w; x0 += kTile)
-                for (int y = y0; y < std::min(h, y0 + kTile); ++y)
-                    for (int x = x0; x < std::min(w, x0 + kTile); ++x)
-                        out[size_t(x) * size_t(h) + size_t(y)] = in[size_t(y) * size_t(w) + size_t(x)];
+            for (int x0 = 0; x0 < w; x0 += kTile) {
+                const int y1 = std::min(h, y0 + kTile), x1 = std::min(w, x0 + kTile);
+                for (int y = y0; y < y1; ++y) {
+                    const uint16_t* from = &in[size_t(y) * size_t(w)];
+                    uint16_t* to = &out[size_t(y)];
+                    for (int x = x0; x < x1; ++x) to[size_t(x) * size_t(h)] = from[x];
+                }
+            }
     }
     return t;
 }
@@ -538,14 +544,19 @@ double similarity(const Picture& reference, const Picture& capture, const AxisMa
 int structurePlane(const Picture& picture) { return picture.components == Components::YCbCr ? 0 : 1; }
 
 GeometryFit fitGeometry(const Picture& reference, const Picture& capture) {
+    // The columns are transposed on a second thread while the rows are searched.
     const int structure = structurePlane(capture);
-    const Picture referenceColumns = transposed(reference, 0, 2), captureColumns = transposed(capture, structure, structure);
+    auto columns = std::async(std::launch::async, [&] {
+        return std::make_pair(transposed(reference, 0, 2), transposed(capture, structure, structure));
+    });
+    std::vector<Candidate> candidates[2];
+    candidates[0] = coarseSearch(gradientProfile({reference}), gradientProfile({capture}),
+                                 double(capture.width) / double(reference.width));
+    const auto [referenceColumns, captureColumns] = columns.get();
+    candidates[1] = coarseSearch(gradientProfile({referenceColumns}), gradientProfile({captureColumns}),
+                                 double(capture.height) / double(reference.height));
     const AxisView cap[2] = {{capture}, {captureColumns}};
     ReferenceAxis ref[2] = {ReferenceAxis({reference}), ReferenceAxis({referenceColumns})};
-    std::vector<Candidate> candidates[2];
-    for (int a = 0; a < 2; ++a)
-        candidates[a] = coarseSearch(gradientProfile(ref[a].view()), gradientProfile(cap[a]),
-                                     double(cap[a].length()) / double(ref[a].view().length()));
     // Each pairing of the axes' candidates is fitted roughly; the one most like the card is fitted well.
     Placement best;
     for (const Candidate& cx : candidates[0])
