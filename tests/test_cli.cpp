@@ -394,20 +394,6 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
 }
 
 #ifdef PM5544_GST_INSTALL_DIR
-// gst-inspect-1.0, with this build's plugin loaded into it: a sanitized plugin needs the sanitizer's
-// runtime loaded first, which the tool does not have. "" when it cannot run.
-std::string gstInspect() {
-    if (std::system("command -v gst-inspect-1.0 >/dev/null 2>&1") != 0) return "";
-#if defined(__SANITIZE_ADDRESS__)
-    std::string runtime = commandOutput("gcc -print-file-name=libasan.so 2>/dev/null");
-    runtime.erase(runtime.find_last_not_of(" \n") + 1);
-    if (runtime.empty() || runtime[0] != '/' || !fs::exists(runtime)) return "";
-    return "LD_PRELOAD='" + runtime + "' ASAN_OPTIONS=detect_leaks=0 gst-inspect-1.0";
-#else
-    return "gst-inspect-1.0";
-#endif
-}
-
 // An install under a user's own prefix puts the plugin there, says which GST_PLUGIN_PATH finds it (unless
 // it is set already), and with that path GStreamer loads the installed plugin, which finds the installed
 // library without the build's.
@@ -426,7 +412,7 @@ TEST_F(Program, PluginInstalledUnderAnyPrefixIsFoundThroughTheGstPluginPathTheIn
     EXPECT_TRUE(contains(log, "\n    export GST_PLUGIN_PATH=" + pluginDir + "\n")) << log;
     EXPECT_FALSE(contains(install("GST_PLUGIN_PATH='/elsewhere:" + pluginDir + "'"), "export GST_PLUGIN_PATH"));
 
-    const std::string inspect = gstInspect();
+    const std::string inspect = TestFiles::gstreamerTool("gst-inspect-1.0");
     if (inspect.empty()) GTEST_SKIP() << "gst-inspect-1.0 or the sanitizer's runtime for it is missing";
     const std::string listing = commandOutput("env -u LD_LIBRARY_PATH GST_PLUGIN_PATH='" + pluginDir +
                                               "' GST_PLUGIN_SYSTEM_PATH= GST_REGISTRY='" + dir.path("registry.bin") +

@@ -4,8 +4,6 @@
 // format's failure line followed by the system's reason.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,36 +11,19 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <functional>
-#include <map>
 #include <string>
 #include <thread>
 
+#include "ChildRuns.h"
 #include "TestFiles.h"
 
 namespace {
 
 using namespace TestFiles;
+using namespace ChildRuns;
 namespace fs = std::filesystem;
-using Tree = std::map<std::string, std::string>;
 
 const Bytes kEarlier(4096, 0x5a);
-
-// Every entry of a directory with its size and a hash of its bytes (or "link", "special"): equal trees
-// mean nothing was changed, added or removed, temporaries included.
-Tree snapshot(const std::string& directory) {
-    Tree tree;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
-        const std::string name = entry.path().filename().string();
-        if (name == "stdout" || name == "stderr") continue;
-        const std::string bytes = entry.is_regular_file() ? text(readFile(entry.path().string())) : "";
-        tree[name] = entry.is_symlink()         ? "link"
-                     : !entry.is_regular_file() ? "special"
-                                                : std::to_string(bytes.size()) + " bytes, hash " +
-                                                      std::to_string(std::hash<std::string>()(bytes));
-    }
-    return tree;
-}
 
 // The width and height in a PNG's header.
 std::pair<uint32_t, uint32_t> pngSize(const Bytes& png) {
@@ -80,7 +61,7 @@ TEST_F(Outputs, PreviewNamingTheOutputIsRefused) {
         const Outcome o = run("-d 64x64 " + arguments);
         EXPECT_EQ(o.status, 1) << arguments;
         EXPECT_NE(o.err.find(" is the output file as well\n"), std::string::npos) << arguments << "\n" << o.err;
-        EXPECT_EQ(snapshot(path("")), before) << arguments;
+        EXPECT_EQ(differences(before, snapshot(path(""))), "") << arguments;
     }
 }
 
@@ -104,12 +85,12 @@ TEST_F(Outputs, FailedRunChangesNoFile) {
     EXPECT_EQ(o.status, 1);
     EXPECT_NE(o.err.find("Failed to write PNG file missing/p.png\nNo such file or directory\n"), std::string::npos)
         << o.err;
-    EXPECT_EQ(snapshot(path("")), before);
+    EXPECT_EQ(differences(before, snapshot(path(""))), "");
     o = run("-d 256x144 -c 709 --preview p.png missing/v.y4m");
     EXPECT_EQ(o.status, 1);
     EXPECT_NE(o.err.find("Failed to write Y4M file missing/v.y4m\nNo such file or directory\n"), std::string::npos)
         << o.err;
-    EXPECT_EQ(snapshot(path("")), before);
+    EXPECT_EQ(differences(before, snapshot(path(""))), "");
     if (fs::is_character_file("/dev/full")) {
         o = run("-d 256x144 -c 709 --format y4m /dev/full");
         EXPECT_EQ(o.status, 1);
@@ -119,7 +100,7 @@ TEST_F(Outputs, FailedRunChangesNoFile) {
         EXPECT_EQ(o.status, 1);
         EXPECT_NE(o.err.find("Failed to write PNG file /dev/full\nNo space left on device\n"), std::string::npos)
             << o.err;
-        EXPECT_EQ(snapshot(path("")), before);
+        EXPECT_EQ(differences(before, snapshot(path(""))), "");
     }
 }
 
@@ -182,28 +163,6 @@ TEST_F(Outputs, PreviewFitsTheLargestSide) {
 
 constexpr auto kPatience = std::chrono::seconds(60);
 
-// The program started in `directory` as a shell would start it: the signals at their defaults, except
-// `ignored`, none blocked, no core file; its standard output to `standardOutput` (-1: /dev/null).
-pid_t startProgram(const std::string& directory, const std::string& arguments, int ignored = 0,
-                   int standardOutput = -1) {
-    const std::string command =
-        "exec '" PM5544_EXE "' " + arguments + " 2>/dev/null </dev/null" + (standardOutput < 0 ? " >/dev/null" : "");
-    std::fflush(stdout);
-    std::fflush(stderr);
-    const pid_t pid = fork();
-    if (pid != 0) return pid;
-    if (standardOutput >= 0) dup2(standardOutput, STDOUT_FILENO);
-    for (int each = 1; each < NSIG; ++each) signal(each, SIG_DFL);
-    if (ignored != 0) signal(ignored, SIG_IGN);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    const rlimit noCore{0, 0};
-    if (setrlimit(RLIMIT_CORE, &noCore) == 0 && chdir(directory.c_str()) == 0)
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-    _exit(126);
-}
-
 // Waits until `done` holds, for kPatience at most.
 template <typename Condition>
 bool waitFor(Condition done) {
@@ -239,7 +198,10 @@ protected:
         ASSERT_EQ(mkfifo(dir.path("view.png").c_str(), 0644), 0) << std::strerror(errno);
     }
     pid_t startAndWaitForTheTemporary(int ignored = 0) {
-        const pid_t pid = startProgram(dir.path(""), "-d 640x360 --preview view.png card.dpx", ignored);
+        ChildSetup setup;
+        setup.directory = dir.path("");
+        setup.ignoredSignal = ignored;
+        const pid_t pid = startProgram(setup, "-d 640x360 --preview view.png card.dpx");
         if (!waitFor([&] { return hasTemporary(dir.path(""), "card.dpx"); })) {
             ADD_FAILURE() << "no temporary appeared";
             kill(pid, SIGKILL);
@@ -260,7 +222,7 @@ TEST_F(StoppedRun, EveryStopSignalRemovesTheTemporary) {
         const int status = statusOf(pid);
         ASSERT_NE(status, -1) << strsignal(stop) << ": the run did not end";
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == stop) << strsignal(stop) << ": status " << status;
-        EXPECT_EQ(snapshot(dir.path("")), before) << strsignal(stop);
+        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << strsignal(stop);
     }
 }
 
@@ -271,12 +233,15 @@ TEST_F(StoppedRun, BrokenPipeRemovesTheTemporary) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     close(ends[0]);
-    const pid_t pid = startProgram(dir.path(""), "-d 640x360 --preview - card.dpx", 0, ends[1]);
+    ChildSetup setup;
+    setup.directory = dir.path("");
+    setup.standardOutput = ends[1];
+    const pid_t pid = startProgram(setup, "-d 640x360 --preview - card.dpx");
     close(ends[1]);
     const int status = statusOf(pid);
     ASSERT_NE(status, -1) << "the run did not end";
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << "status " << status;
-    EXPECT_EQ(snapshot(dir.path("")), before);
+    EXPECT_EQ(differences(before, snapshot(dir.path(""))), "");
 }
 
 // A signal the caller ignores stays ignored: the run goes on, and once the preview is read both

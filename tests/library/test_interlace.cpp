@@ -13,8 +13,6 @@
 
 namespace {
 
-using Card = std::unique_ptr<pm5544_card, decltype(&pm5544_card_free)>;
-
 constexpr int width = 640, height = 360;
 
 // FRAME16 cards take the sampling; the other layouts fix it.

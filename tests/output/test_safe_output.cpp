@@ -1,43 +1,28 @@
-// Safe output: whatever fails, stops or races, the name holds the earlier file or the whole new one and
+// Safe output: whatever fails or races, the name holds the earlier file or the whole new one and
 // no temporary is left. The built program meets each fault per format in a forked child (where a limit,
 // another user or a signal cannot reach the test process); OutputFile is driven directly only for what
 // the program's runs do not show: permissions and symbolic links kept.
-#include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <pwd.h>
-#include <signal.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "ChildRuns.h"
 #include "TestFiles.h"
 #include "output/OutputFile.h"
 
 namespace {
 
 using namespace TestFiles;
+using namespace ChildRuns;
 namespace fs = std::filesystem;
-using Tree = std::map<std::string, std::string>;
-
-// A batch runner may start the tests with SIGINT ignored, and the cleanup under test leaves an ignored
-// signal ignored: the stop signals start at their default action here.
-[[maybe_unused]] const bool stopSignalsAtDefault = [] {
-    for (int stop : {SIGINT, SIGTERM, SIGHUP}) signal(stop, SIG_DFL);
-    return true;
-}();
 
 Bytes noiseBytes(size_t count, uint32_t seed) {
     Bytes bytes(count);
@@ -57,90 +42,6 @@ size_t occurrences(const std::string& text, const std::string& part) {
     size_t count = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
     return count;
-}
-
-// Every path under `root` with its bytes (or "dir", "link", "special"): equal trees mean the earlier file is
-// byte-identical and nothing, a temporary included, was added or removed.
-Tree snapshot(const std::string& root) {
-    Tree tree;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-        const std::string path = entry.path().string().substr(root.size());
-        const Bytes bytes = entry.is_regular_file() && !entry.is_symlink() ? readFile(entry.path().string()) : Bytes();
-        tree[path] = entry.is_symlink()         ? "link"
-                     : entry.is_directory()     ? "dir"
-                     : !entry.is_regular_file() ? "special"
-                                                : std::string(bytes.begin(), bytes.end());
-    }
-    return tree;
-}
-
-// What differs between two trees, by path ("" when nothing does): short enough to print.
-std::string differences(const Tree& before, const Tree& after) {
-    std::string found;
-    for (const auto& [path, content] : before) {
-        const auto it = after.find(path);
-        if (it == after.end() || it->second != content) found += (it == after.end() ? " removed " : " changed ") + path;
-    }
-    for (const auto& [path, content] : after)
-        if (before.count(path) == 0) found += " added " + path;
-    return found;
-}
-
-// Names in `directory`: cheap enough to watch a run write.
-std::map<std::string, uintmax_t> listing(const std::string& directory) {
-    std::map<std::string, uintmax_t> names;
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory, ignored))
-        names[entry.path().filename().string()] = entry.file_size(ignored);
-    return names;
-}
-
-// ---- Program runs in children: limits, another user and signals stay out of the test process ----
-
-struct ChildSetup {
-    std::string directory = ".";
-    std::string program = PM5544_EXE;
-    rlim_t fileSizeLimit = RLIM_INFINITY;
-    rlim_t addressSpaceLimit = RLIM_INFINITY;
-    bool asNobody = false;
-    std::string standardError = "/dev/null";
-};
-
-// Forks a child that takes `setup` and runs its program with `arguments` (through the shell, which the
-// program replaces). Returns the child's pid.
-pid_t startProgram(const ChildSetup& setup, const std::string& arguments) {
-    const std::string command = "exec '" + setup.program + "' " + arguments;  // made before the fork
-    std::fflush(stdout);
-    std::fflush(stderr);
-    const pid_t pid = fork();
-    if (pid != 0) return pid;
-    dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
-    dup2(::open(setup.standardError.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDERR_FILENO);
-    const rlimit fileSize{setup.fileSizeLimit, setup.fileSizeLimit};
-    const rlimit addressSpace{setup.addressSpaceLimit, setup.addressSpaceLimit};
-    signal(SIGXFSZ, SIG_IGN);  // past the file-size limit a write fails with EFBIG
-    // nobody may not read the leak suppressions in the source tree; leaks are checked in the other runs.
-    if (setup.asNobody) setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    const passwd* nobody = getpwnam("nobody");
-    const bool becameNobody = !setup.asNobody || (nobody != nullptr && setgroups(0, nullptr) == 0 &&
-                                                  setgid(nobody->pw_gid) == 0 && setuid(nobody->pw_uid) == 0);
-    // The limits last: past them the child of a sanitizer build cannot map memory any more.
-    if (becameNobody && chdir(setup.directory.c_str()) == 0 && setrlimit(RLIMIT_FSIZE, &fileSize) == 0 &&
-        setrlimit(RLIMIT_AS, &addressSpace) == 0)
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-    _exit(126);
-}
-
-std::string outcome(int status) {
-    if (WIFEXITED(status)) return "exit " + std::to_string(WEXITSTATUS(status));
-    if (WIFSIGNALED(status)) return std::string("signal ") + strsignal(WTERMSIG(status));
-    return "stopped";
-}
-
-std::string runProgram(const ChildSetup& setup, const std::string& arguments) {
-    int status = -1;
-    waitpid(startProgram(setup, arguments), &status, 0);
-    return outcome(status);
 }
 
 // The program copied where nobody can run it: the build may sit in a directory only its owner can enter
@@ -353,39 +254,6 @@ TEST(SafeOutputProgram, OutOfMemoryKeepsTheEarlierFile) {
     }
 }
 
-// True once a temporary (".card.dpx.XXXXXX") in `directory` holds some of the frame: the run is then
-// between opening its output and committing it.
-bool temporaryHasGrown(const std::string& directory) {
-    for (const auto& [name, size] : listing(directory))
-        if (name.rfind(".card.dpx.", 0) == 0 && size > 0) return true;
-    return false;
-}
-
-// A large DPX stopped while its temporary is being written: the earlier file is intact, no temporary
-// remains, and the status says which signal stopped the run.
-TEST(SafeOutputProgram, StoppedRunKeepsTheEarlierFile) {
-    for (const int stop : {SIGINT, SIGTERM, SIGHUP}) {
-        const std::string what = strsignal(stop);
-        ScratchDir dir;
-        writeFile(dir.path("card.dpx"), kEarlier);
-        const Tree before = snapshot(dir.path(""));
-        ChildSetup setup;
-        setup.directory = dir.path("");
-        // 33 MB to write: far longer than one poll of the directory takes.
-        const pid_t pid = startProgram(setup, "-d 3840x2160 card.dpx");
-        int status = 0;
-        bool signalled = false;
-        while (waitpid(pid, &status, WNOHANG) == 0) {
-            if (!signalled && temporaryHasGrown(dir.path(""))) signalled = kill(pid, stop) == 0;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        ASSERT_TRUE(signalled) << what << ": the run ended (" << outcome(status)
-                               << ") before its temporary was seen growing";
-        EXPECT_EQ(outcome(status), "signal " + what);
-        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << what;
-    }
-}
-
 // Two runs on one name at once (a batch started twice, here with two colour encodings so that a mix
 // shows): both succeed and the name holds one whole PNG, read back by pngcheck.
 TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
@@ -400,7 +268,7 @@ TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
         waitpid(run, &status, 0);
         EXPECT_EQ(outcome(status), "exit 0");
     }
-    EXPECT_EQ(listing(dir.path("")).size(), 1u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path("")), fs::directory_iterator()), 1);
     EXPECT_EQ(0, std::system(("pngcheck -q '" + dir.path("card.png") + "' >/dev/null").c_str()));
 }
 
