@@ -1,4 +1,4 @@
-// Colour axes and levels, Pixel operations, rounding, SDR and HDR conversions and assertion reports.
+// Pixel operations, rounding, SDR and HDR conversions and assertion reports.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -35,27 +35,6 @@ void expectAll(const std::vector<Case>& cases) {
 double sLog3(double x, bool negative) { return Pixel::applySLog3OETFAndRestoreAbsolutisedInput(x, negative); }
 
 }  // namespace
-
-// Ten-bit black, white and gamma law by groups of axes, in axis order; levels follow the depth, except
-// S-Log3's black.
-TEST(ColourSpace, LevelsOfEveryAxis) {
-    const std::pair<colorAxes_e, Ints> groups[] = {{Colour_RGB, {0, 1023, 1}},
-                                                   {Colour_RGB_219, {64, 940, 1}},
-                                                   {Colour_YCbCr_601, {64, 940, 0}},
-                                                   {Colour_YCbCr_HLG_Mapped, {64, 940, 1}},
-                                                   {Colour_YCbCr_2020, {64, 940, 2}},
-                                                   {Colour_YCbCr_SLog3_Live_Mapped, {95, 1019, 2}},
-                                                   {Colour_RGB_SLog3_Live_Mapped, {64, 940, 1}}};
-    int axis = 0;
-    for (const auto& [last, levels] : groups)
-        for (; axis <= last; ++axis) {
-            const ColourSpace cs(static_cast<colorAxes_e>(axis), 10);
-            EXPECT_EQ(Ints({cs.blackLevel, cs.whiteLevel, cs.gammaType}), levels) << axis;
-        }
-    EXPECT_EQ(axis, colourAxesCount);
-    const ColourSpace y709(Colour_YCbCr_709, 12), slog(Colour_YCbCr_SLog3_Live, 12);
-    EXPECT_EQ(Ints({y709.blackLevel, y709.whiteLevel, slog.blackLevel, slog.whiteLevel}), Ints({256, 3760, 95, 4079}));
-}
 
 // Arithmetic and scaling move luma and RGB about black and chroma about its zero; so do the level
 // operations; blending mixes normalised values; depth changes truncate or round.
@@ -104,19 +83,6 @@ TEST(Pixel, RoundToRoundsAlphaLikeLuma) {
         p.sample[Pixel::ALPHA] = static_cast<uint16_t>(in);
         EXPECT_EQ(p.roundTo(8).sample[Pixel::ALPHA], out) << in;
     }
-}
-
-// The two equalities answer two questions: pixels with the same codes but other levels (as a depth
-// change leaves them) hold the same codes, yet scale about other reference levels.
-TEST(Pixel, SameCodesIgnoresLevelsIdenticalToDoesNot) {
-    const Pixel fullRange(500, 300, 700, Colour_RGB, 10);
-    Pixel studioLevels = fullRange;
-    studioLevels.colourSpace.blackLevel = Levels::studioBlack(10);
-    studioLevels.colourSpace.whiteLevel = Levels::studioWhite(10);
-    EXPECT_TRUE(fullRange.sameCodes(studioLevels));
-    EXPECT_FALSE(fullRange.identicalTo(studioLevels));
-    EXPECT_TRUE(fullRange.identicalTo(Pixel(500, 300, 700, Colour_RGB, 10)));
-    EXPECT_FALSE(fullRange.scale(1, 2).sameCodes(studioLevels.scale(1, 2)));
 }
 
 // Chroma below its zero truncates, luma is held below its ceiling, nothing to drop keeps the value.
