@@ -64,7 +64,6 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         {"--version", 0, "pm5544 ", "", ""},
         {"", 1, "", "Error: Filename not given\nTry 'pm5544 --help'.\n", ""},
         {"--hlep", 1, "", "Error: Unknown option --hlep; did you mean --help?\nTry 'pm5544 --help'.\n", ""},
-        {"--versoin=1 card.png", 1, "", "Error: Unknown option --versoin; did you mean --version?\n", ""},
         {"--clock=yes card.png", 1, "", "Error: Option --clock takes no value\n", ""},
         {"card.png --format", 1, "", "Error: Option --format needs a value\n", ""},
         {"-c --help", 1, "", "Error: Unrecognised Colour Space --help\n", ""},
@@ -78,14 +77,10 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         // Progress lines, the format by extension, and standard output as the file.
         {"-d 160x90 card.png", 0, "size 160x90\nWidth x Height: 160x90\nAspect: 16:9\nPixel aspect: 1:1.000\n"
                                   "writing to: card.png\nWriting png file\n", "", "card.png"},
-        {"-d 160x90 card", 0, "Writing PNG file by default\n",
-         "Warning: card has no extension: writing PNG (--format chooses another format)\n", "card"},
         {"-d 160x90 v1.0/card", 0, "writing to: v1.0/card\nWriting 0/card file\n",
          "Warning: v1.0/card has no extension: writing PNG", "v1.0/card"},
         {"-d 160x90 card.TIF", 0, "writing to: card.TIF\n",
          "Warning: The extension .TIF names no format: writing PNG to card.TIF; did you mean .tif?\n", "card.TIF"},
-        {"-d 160x90 card.jpg", 0, "writing to: card.jpg\n", "Warning: The extension .jpg names no format: writing "
-         "PNG to card.jpg; the formats are png, tif, dpx, pat, yc4, rgb, xyz, y4m\n", "card.jpg"},
         {"-d 160x90 --format tif card", 0, "Writing tif file\n", "", "card"},
         {"-d 160x90 -", 0, "\x89PNG\r\n\x1a\n", "size 160x90\nWidth x Height: 160x90\nAspect: 16:9\n"
                                                 "Pixel aspect: 1:1.000\nWriting PNG file by default\n", ""},
@@ -109,8 +104,6 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
          "(-c 709 -s 422).\n2020 will work but is not yet supported by Tova or Kelm.", "", ""},
         {"-c 709 card.rgb", 1, "Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444", "",
          ""},
-        {"card.xyz", 1, "Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)", "", ""},
-        {"-c RGB-headroom card.yc4", 1, "Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)", "", ""},
         {"-c RGB card.y4m", 1, "", "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 "
          "(or their -Mapped and -Live forms)\n", ""},
         {"-c 709 -b 9 card.y4m", 1, "", "Error: Y4M takes 8, 10, 12 or 16 bits, not 9 (-b)\n", ""},
@@ -144,8 +137,6 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
          "not 25; HH:MM:SS:FF counts every frame (--timecode)\n", ""},
         {"--clock --timecode '00:01:00;01' --rate 30000/1001 card.y4m", 1, "",
          "Error: Timecode 00:01:00;01 does not exist in drop-frame counting: the first 2 frame numbers", ""},
-        {"--clock --timecode '00:01:00;03' --rate 60000/1001 card.y4m", 1, "",
-         "Error: Timecode 00:01:00;03 does not exist in drop-frame counting: the first 4 frame numbers", ""},
         {"-d 160x90 -c 709 --clock --timecode 00:00:00:29 --rate 30000/1001 card.y4m", 0, "Writing y4m file\n", "",
          "card.y4m"},
         {"-d 160x90 -c 709 --clock --timecode '00:10:00;00' --rate 60000/1001 card.y4m", 0, "Writing y4m file\n", "",
@@ -156,7 +147,6 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         {"-d 160x90 --ident X --font 'Nonexistent Family 7f3e' card.png", 0, "Font: (none)\n",
          "Warning: Font \"Nonexistent Family 7f3e\" could not be loaded", "card.png"},
         {"--format tiff card.png", 1, "", "Error: Unknown format tiff (--format); did you mean tif?\n", ""},
-        {"--preview card.png card.png", 1, "", "Error: --preview card.png is the output file as well\n", ""},
         // Warnings: the value as read is used.
         {"-d 160x90 -a 4:3 card.png", 0, "Aspect: 4:9\n", "Warning: -a 4:3 is read as 4x9; did you mean 4x3?\n",
          "card.png"},

@@ -1,7 +1,8 @@
-// The main output and the preview together, and runs stopped from outside: two names for one file are
-// refused, the preview can go to standard output, a run that fails or is stopped changes no file and
-// leaves no temporary, a still format given --frames writes its one still, and each failure reads as its
-// format's failure line followed by the system's reason.
+// Runs seen from outside the program: two names for one file are refused, the preview (an sRGB PNG of
+// square pixels, to standard output too) leaves the main output alone, a run that fails or is stopped
+// changes no file and leaves no temporary, each failure reads as its format's failure line followed by
+// the system's reason, a still format given --frames writes its one still, a clock moves on from frame to
+// frame, and an impossible colour state ends the run as a failed assertion does.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,13 +10,17 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <thread>
 
 #include "ChildRuns.h"
+#include "PatternRender.h"
 #include "TestFiles.h"
+#include "TestPattern.h"
 
 namespace {
 
@@ -157,6 +162,57 @@ TEST_F(Outputs, PreviewFitsTheLargestSide) {
     ASSERT_EQ(o.status, 0) << o.err;
     EXPECT_TRUE(pngcheckAccepts(path("p.png")));
     EXPECT_EQ(pngSize(readFile(path("p.png"))), std::make_pair(16384u, 1024u));
+}
+
+TEST_F(Outputs, PreviewIsAnSrgbPngWithSquarePixelsAndLeavesTheMainOutputAlone) {
+    ASSERT_EQ(run("-d 720x576 -a 4x3 -c 601 -b 10 -s 422 plain.png").status, 0);
+    ASSERT_EQ(run("-d 720x576 -a 4x3 -c 601 -b 10 -s 422 --preview view.png main.png").status, 0);
+    EXPECT_EQ(readFile(path("plain.png")), readFile(path("main.png")));
+    const std::string check = commandOutput("pngcheck -v '" + path("view.png") + "' 2>&1");
+    EXPECT_NE(check.find("768 x 576 image, 24-bit RGB"), std::string::npos) << check;
+    EXPECT_NE(check.find("sRGB"), std::string::npos) << check;
+    EXPECT_NE(check.find("No errors"), std::string::npos) << check;
+    // A device file gets the same preview as the PNG of the same settings.
+    ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview a.png card.pat").status, 0);
+    ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview b.png card.png").status, 0);
+    EXPECT_EQ(readFile(path("a.png")), readFile(path("b.png")));
+}
+
+// Later frames of a clock are rendered only where the clock is: each must still equal a frame made
+// on its own at that time (4:2:0 included, whose row pairs the partial render must keep whole).
+TEST_F(Outputs, ClockMovesOnPerFrameAndAStillFrameRepeats) {
+    const auto frameHashes = [&](const std::string& name) {
+        std::vector<std::string> hashes;
+        const std::string md5 = commandOutput("ffmpeg -nostdin -v error -i '" + path(name) + "' -f framemd5 -");
+        for (size_t at = 0; (at = md5.find("\n0,", at)) != std::string::npos; ++at)
+            hashes.push_back(md5.substr(md5.find_last_of(' ', md5.find('\n', at + 1)) + 1, 32));
+        return hashes;
+    };
+    for (const char* sampling : {"422", "420"}) {
+        const std::string video = std::string("-d 720x576 -a 4x3 -c 601 -b 10 -s ") + sampling + " --rate 25 ";
+        ASSERT_EQ(run(video + "--frames 3 --clock --timecode 10:00:00:00 clock.y4m").status, 0);
+        ASSERT_EQ(run(video + "--frames 1 --clock --timecode 10:00:00:02 third.y4m").status, 0);
+        ASSERT_EQ(run(video + "--frames 3 --caption STILL still.y4m").status, 0);
+        const std::vector<std::string> clock = frameHashes("clock.y4m"), still = frameHashes("still.y4m");
+        ASSERT_EQ(clock.size(), 3u);
+        EXPECT_EQ(std::set<std::string>(clock.begin(), clock.end()).size(), 3u) << sampling;
+        EXPECT_EQ(clock[2], frameHashes("third.y4m").at(0)) << sampling;
+        ASSERT_EQ(still.size(), 3u);
+        EXPECT_EQ(std::set<std::string>(still.begin(), still.end()).size(), 1u) << sampling;
+    }
+}
+
+// An impossible colour state, which the library throws, ends the program as a failed assertion does:
+// the library's report after the program's name on standard error, and an abnormal end.
+TEST(ProgramFailures, ImpossibleColourStateEndsTheRunWithTheAssertionsReport) {
+    TestPattern pattern([](int, int) { return Pixel().convertTo(PatternGen::Colour_YCbCr_601); });
+    ScratchDir dir;
+    std::string words[] = {"pm5544", "-d", "128x72", dir.path("card.png")};
+    char* argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data()};
+    EXPECT_EXIT(PatternRender::renderPattern(4, argv, pattern), testing::KilledBySignal(SIGABRT),
+                "test_outputs_and_signals: tools/Pixel\\.cpp:[0-9]+: Pixel Pixel::convertTo\\(PatternGen::colorAxes_e\\) "
+                "const: Assertion `0' failed\\.\n");
+    EXPECT_FALSE(exists(dir.path("card.png")));
 }
 
 // ---- Runs stopped by a signal ----

@@ -1,9 +1,10 @@
-// Safe output: whatever fails or races, the name holds the earlier file or the whole new one and
-// no temporary is left. The built program meets each fault per format in a forked child (where a limit,
+// Safe output: whatever fails, runs out of memory or races, the name holds the earlier file or the whole
+// new one and no temporary is left. The built program meets each fault per format in a forked child (where a limit,
 // another user or a signal cannot reach the test process); OutputFile is driven directly only for what
 // the program's runs do not show: permissions and symbolic links kept.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -216,43 +217,90 @@ TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
     if (!reasons.empty()) GTEST_SKIP() << "faults not set up here:" << reasons;
 }
 
-// Memory runs out at the run's peak: under the smallest address-space limit that lets the run finish,
-// less 1 MiB. For PNG and TIFF that peak is inside the writer, after the output was opened.
+// ---- Memory that runs out ----
+
+constexpr rlim_t kMiB = 1 << 20;
+constexpr const char* kEmulated = "the program runs under " PM5544_RUN_PREFIX
+                                  ", whose own address space a limit would measure, not the program's";
+
+// The plain program (a sanitizer build's reservations would exceed any limit) in `dir`, its errors in `logs`.
+ChildSetup plainRun(const ScratchDir& dir, const ScratchDir& logs) {
+    ChildSetup setup;
+    setup.program = PM5544_PLAIN_EXE;
+    setup.directory = dir.path("");
+    setup.standardError = logs.path("stderr");
+    return setup;
+}
+
+// The least address-space limit in MiB (17 to 2048) under which the run succeeds, `name` removed before
+// each run; 0 when it fails at 2048.
+rlim_t leastLimit(ChildSetup setup, const std::string& arguments, const std::string& name) {
+    const auto succeedsUnder = [&](rlim_t mebibytes) {
+        fs::remove(fs::path(setup.directory) / name);
+        setup.addressSpaceLimit = mebibytes * kMiB;
+        return runProgram(setup, arguments) == "exit 0";
+    };
+    rlim_t fails = 16, succeeds = 2048;
+    if (!succeedsUnder(succeeds)) return 0;
+    while (succeeds - fails > 1) {
+        const rlim_t middle = (fails + succeeds) / 2;
+        (succeedsUnder(middle) ? succeeds : fails) = middle;
+    }
+    return succeeds;
+}
+
+// Memory runs out at the run's peak: under the least limit that lets the run finish, less 1 MiB. For PNG
+// and TIFF that peak is inside the writer, after the output was opened.
 TEST(SafeOutputProgram, OutOfMemoryKeepsTheEarlierFile) {
-    if (std::string(PM5544_RUN_PREFIX) != "")
-        GTEST_SKIP() << "the program runs under " PM5544_RUN_PREFIX ", whose own address space the limit "
-                        "would measure, not the program's";
-    constexpr rlim_t MiB = 1 << 20;
+    if (std::string(PM5544_RUN_PREFIX) != "") GTEST_SKIP() << kEmulated;
     for (const Format& format : kFormats) {
         ScratchDir dir, logs;
-        const std::string name = std::string("card.") + format.extension;
-        ChildSetup setup;
-        setup.program = PM5544_PLAIN_EXE;  // a sanitizer build's reservations would exceed any limit
-        setup.directory = dir.path("");
-        setup.standardError = logs.path("stderr");
-        const auto runUnder = [&](rlim_t mebibytes) {
-            fs::remove(dir.path(name));
-            setup.addressSpaceLimit = mebibytes * MiB;
-            return runProgram(setup, format.options + name);
-        };
-        rlim_t fails = 16, succeeds = 2048;
-        ASSERT_EQ(runUnder(succeeds), "exit 0") << format.extension << "\n" << text(readFile(logs.path("stderr")));
-        while (succeeds - fails > 1) {
-            const rlim_t middle = (fails + succeeds) / 2;
-            (runUnder(middle) == "exit 0" ? succeeds : fails) = middle;
-        }
+        ChildSetup setup = plainRun(dir, logs);
+        const std::string name = std::string("card.") + format.extension, arguments = format.options + name;
+        const rlim_t least = leastLimit(setup, arguments, name);
+        ASSERT_NE(0u, least) << format.extension << "\n" << text(readFile(logs.path("stderr")));
         writeFile(dir.path(name), kEarlier);
         const Tree before = snapshot(dir.path(""));
-        setup.addressSpaceLimit = (succeeds - 1) * MiB;
-        const std::string status = runProgram(setup, format.options + name);
+        setup.addressSpaceLimit = (least - 1) * kMiB;
+        const std::string status = runProgram(setup, arguments);
         const std::string err = text(readFile(logs.path("stderr")));
         EXPECT_EQ(status, "exit 1") << format.extension << "\n" << err;
         EXPECT_FALSE(err.empty()) << format.extension;
-        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "")
-            << format.extension << " at " << succeeds - 1 << " MiB\n"
-            << err;
+        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << format.extension << " at " << least - 1 << " MiB\n"
+                                                                     << err;
     }
 }
+
+// Box text: the text libraries end the process when an allocation or a thread fails, so the program must
+// find the shortfall before they start. Below the least limit that lets the run finish, every run down to
+// 24 MiB less either succeeds or says "Not enough memory", exits 1 and leaves the directory as it was; a
+// limit too low for the dynamic loader or an emulator to start the program ends the walk down.
+TEST(SafeOutputProgram, OutOfMemoryWithBoxTextIsReported) {
+    if (std::string(PM5544_RUN_PREFIX) != "") GTEST_SKIP() << kEmulated;
+    ScratchDir dir, logs;
+    ChildSetup setup = plainRun(dir, logs);
+    const std::string arguments = "-d 3840x2160 --ident Hello card.png";
+    const rlim_t least = leastLimit(setup, arguments, "card.png");
+    if (least == 0) GTEST_SKIP() << "the program does not run under a 2048 MiB address-space limit here";
+    for (rlim_t below = 1; below <= 24 && below < least; ++below) {
+        const rlim_t mebibytes = least - below;
+        writeFile(dir.path("card.png"), kEarlier);
+        const Tree before = snapshot(dir.path(""));
+        setup.addressSpaceLimit = mebibytes * kMiB;
+        const std::string status = runProgram(setup, arguments);
+        const std::string err = text(readFile(logs.path("stderr")));
+        if (status == "exit 0") continue;
+        if (err.find("error while loading shared libraries") != std::string::npos ||
+            err.find("Unable to reserve") != std::string::npos)
+            break;
+        EXPECT_EQ(status, "exit 1") << mebibytes << " MiB\n" << err;
+        EXPECT_NE(err.find("Error: Not enough memory to render 3840x2160"), std::string::npos) << mebibytes << " MiB\n"
+                                                                                                << err;
+        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << mebibytes << " MiB";
+    }
+}
+
+// ---- Races ----
 
 // Two runs on one name at once (a batch started twice, here with two colour encodings so that a mix
 // shows): both succeed and the name holds one whole PNG, read back by pngcheck.
