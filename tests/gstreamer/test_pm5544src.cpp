@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "LayoutFrame.h"
 #include "TestFiles.h"
 #include "pm5544/pm5544.h"
 #include "pm5544/pm5544.hpp"
@@ -280,19 +281,9 @@ Bytes frameOf(GstSample* sample, pm5544_layout layout) {
     return packedFrame(info, gst_sample_get_buffer(sample), layout);
 }
 
-// The library's frame at the least strides, planes one after another.
-Bytes libraryFrame(pm5544::TestCard& card, int64_t n, pm5544_layout layout, int width, int height) {
-    pm5544_plane planes[PM5544_MAX_PLANES];
-    const int count = pm5544_layout_planes(layout, width, height, planes);
-    size_t total = 0;
-    for (int p = 0; p < count; ++p) total += planes[p].bytes;
-    Bytes bytes(total);
-    void* data[PM5544_MAX_PLANES];
-    size_t strides[PM5544_MAX_PLANES];
-    for (int p = 0, at = 0; p < count; at += int(planes[p].bytes), ++p)
-        data[p] = bytes.data() + at, strides[p] = planes[p].row_bytes;
-    card.render(n, layout, data, strides);
-    return bytes;
+// The library's frame n, planes one after another.
+Bytes libraryFrame(const pm5544::TestCard& card, int64_t n, pm5544_layout layout, int width, int height) {
+    return renderLayout(card.get(), layout, width, height, n).packed();
 }
 
 // The card keeps its circle round: the display aspect it draws for is the raster times the pixel aspect.
@@ -406,6 +397,13 @@ GstPadProbeReturn recordStamp(GstPad*, GstPadProbeInfo* info, gpointer stamps) {
     return GST_PAD_PROBE_OK;
 }
 
+// The stamps of the buffers leaving the element named "src".
+void recordStamps(const Pipeline& pipeline, std::vector<Stamp>& stamps) {
+    GstPad* pad = gst_element_get_static_pad(pipeline.byName("src").get(), "src");
+    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, recordStamp, &stamps, nullptr);
+    gst_object_unref(pad);
+}
+
 // Every timestamp is the exact instant of its frame, and durations add up to it: no drift at rates that
 // are not whole nanoseconds a frame.
 TEST(Pm5544Src, TimestampsAreExactOverAHundredThousandFrames) {
@@ -422,9 +420,7 @@ TEST(Pm5544Src, TimestampsAreExactOverAHundredThousandFrames) {
                           "/" + std::to_string(rate.rate_d) + " ! fakesink name=sink sync=false");
         std::vector<Stamp> stamps;
         stamps.reserve(frames);
-        GstPad* pad = gst_element_get_static_pad(pipeline.byName("src").get(), "src");
-        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, recordStamp, &stamps, nullptr);
-        gst_object_unref(pad);
+        recordStamps(pipeline, stamps);
         ASSERT_FALSE(pipeline.playToEnd().error);
         ASSERT_EQ(frames, stamps.size());
         GstClockTime sum = 0;
@@ -540,9 +536,7 @@ TEST(Pm5544Src, AnyFrameRateStreams) {
                         "width=64,height=64,framerate=") +
             rate + " ! fakesink name=sink");
         std::vector<Stamp> stamps;
-        GstPad* pad = gst_element_get_static_pad(pipeline.byName("src").get(), "src");
-        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, recordStamp, &stamps, nullptr);
-        gst_object_unref(pad);
+        recordStamps(pipeline, stamps);
         const Ending ending = pipeline.playToEnd();
         EXPECT_FALSE(ending.error) << ending.message;
         EXPECT_EQ(0, criticals());

@@ -22,11 +22,6 @@ using namespace TestFiles;
 
 namespace {
 
-class Library : public ::testing::Test {
-protected:
-    ScratchDir dir;
-};
-
 // The planes of a frame at `bits` as the program's PNG holds them (Cr, Y', Cb or R', G', B' as R, G, B at
 // the top of 16 bits): Y' (G') everywhere, Cb and Cr (B' and R') of the even columns (and rows for 4:2:0).
 Bytes planesOfPng(const std::vector<uint16_t>& rgba, int width, int height, int bits, int sampling) {
@@ -48,7 +43,8 @@ Bytes planesOfPng(const std::vector<uint16_t>& rgba, int width, int height, int 
 
 // Planar layouts hold the samples of the program's PNG for the same settings, as ffmpeg reads it; an odd
 // size checks the rounding up of the chroma planes.
-TEST_F(Library, PlanarLayoutsHoldThePngSamples) {
+TEST(Library, PlanarLayoutsHoldThePngSamples) {
+    ScratchDir dir;
     const std::pair<const char*, pm5544_layout> cases[] = {
         {"709", PM5544_LAYOUT_I420_8},     {"2020", PM5544_LAYOUT_I420_10},       {"PQ", PM5544_LAYOUT_I422_12},
         {"HLG", PM5544_LAYOUT_I444_16},    {"S-Log3-Live", PM5544_LAYOUT_I444_8}, {"RGB-HLG", PM5544_LAYOUT_GBR_10},
@@ -72,7 +68,7 @@ TEST_F(Library, PlanarLayoutsHoldThePngSamples) {
 
 // Frame n of a clock is the still of a card whose timecode starts at frame n's; what the changed rows
 // leave out is the same in both frames, and updating a frame held in the buffer gives the whole render.
-TEST_F(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
+TEST(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
     const int width = 640, height = 360;
     const pm5544_layout layouts[] = {PM5544_LAYOUT_I420_10, PM5544_LAYOUT_V210};
     for (pm5544_layout layout : layouts) {
@@ -156,33 +152,24 @@ TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
         for (const LayoutFrame& frame : job.threaded) EXPECT_TRUE(job.alone.planes == frame.planes) << job.encoding;
 }
 
-// Settings are refused for the program's reasons, each naming the setting in its own words (the
-// library "(raster)" where the program says "(-d)"); misuse returns an error and a message.
-TEST_F(Library, RefusesWhatItCannotDoWithAReason) {
-    const struct {
-        std::function<pm5544_status(pm5544_card*)> set;
-        const char* programArgs;
-        const char* option;
-        const char* setting;
-    } refused[] = {
-        {[](pm5544_card* c) { return pm5544_set_raster(c, 32, 32); }, "-d 32x32 x.png", "-d", "raster"},
-        {[](pm5544_card* c) { return pm5544_set_aspect(c, 16, 1); }, "-a 16x1 x.png", "-a", "aspect"},
-        {[](pm5544_card* c) { return pm5544_set_bits(c, 17); }, "-b 17 x.png", "-b", "bits"},
+// Settings are refused at once or when the card is prepared, naming the setting in the library's words
+// ("raster" where the program says "-d"); misuse returns an error and a message.
+TEST(LibrarySettings, RefusesWhatItCannotDoWithAReason) {
+    const std::pair<std::function<pm5544_status(pm5544_card*)>, const char*> refused[] = {
+        {[](pm5544_card* c) { return pm5544_set_raster(c, 32, 32); }, "(raster)"},
+        {[](pm5544_card* c) { return pm5544_set_aspect(c, 16, 1); }, "(aspect)"},
+        {[](pm5544_card* c) { return pm5544_set_bits(c, 17); }, "(bits)"},
         {[](pm5544_card* c) {
              pm5544_set_frame_rate(c, 25, 1);
              return pm5544_set_timecode(c, "10:00:00;00");
          },
-         "--timecode '10:00:00;00' x.png", "--timecode", "timecode"},
+         "(timecode)"},
     };
-    for (const auto& r : refused) {
+    for (const auto& [set, setting] : refused) {
         Card card(pm5544_card_new(), pm5544_card_free);
-        EXPECT_TRUE(r.set(card.get()) == PM5544_ERROR_SETTINGS || pm5544_prepare(card.get()) == PM5544_ERROR_SETTINGS);
-        EXPECT_EQ(1, runProgram(dir.path(""), r.programArgs));
-        std::string programError = text(readFile(dir.path("stderr")));
-        const std::string option = std::string("(") + r.option + ")";
-        ASSERT_NE(std::string::npos, programError.find(option)) << programError;
-        programError.replace(programError.find(option), option.size(), std::string("(") + r.setting + ")");
-        EXPECT_EQ("Error: " + std::string(pm5544_last_error(card.get())) + "\n", programError);
+        EXPECT_TRUE(set(card.get()) == PM5544_ERROR_SETTINGS || pm5544_prepare(card.get()) == PM5544_ERROR_SETTINGS);
+        const std::string message = pm5544_last_error(card.get());
+        EXPECT_EQ(message.size() - std::strlen(setting), message.rfind(setting)) << message;
     }
 
     Card card = newCard(128, 96, "709", PM5544_LAYOUT_V210);
