@@ -68,55 +68,67 @@ TEST(Library, PlanarLayoutsHoldThePngSamples) {
 
 // Frame n of a clock is the still of a card whose timecode starts at frame n's; what the changed rows
 // leave out is the same in both frames, and updating a frame held in the buffer gives the whole render.
+// Interlaced 4:2:0, the rows reported are whole groups of four, as its fields need, though the text changes
+// in rows that are not (as the progressive clock's changed rows show).
 TEST(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
     const int width = 640, height = 360;
-    const pm5544_layout layouts[] = {PM5544_LAYOUT_I420_10, PM5544_LAYOUT_V210};
-    for (pm5544_layout layout : layouts) {
-        SCOPED_TRACE(pm5544_layout_name(layout));
-        Card clock = newCard(width, height, "709", layout);
-        pm5544_set_clock(clock.get(), 1);
-        pm5544_set_frame_rate(clock.get(), 30000, 1001);
-        ASSERT_EQ(PM5544_OK, pm5544_set_timecode(clock.get(), "00:00:59;28"));
-        LayoutFrame held = renderLayout(clock.get(), layout, width, height, 0);
-        const struct {
-            int64_t frame;
-            const char* timecode;
-        } steps[] = {{1, "00:00:59;29"}, {2, "00:01:00;02"}, {2, "00:01:00;02"}, {1800, "00:02:00;02"}};
-        int64_t heldFrame = 0;
-        for (const auto& step : steps) {
-            Card still = newCard(width, height, "709", layout);
-            pm5544_set_clock(still.get(), 1);
-            pm5544_set_frame_rate(still.get(), 30000, 1001);
-            ASSERT_EQ(PM5544_OK, pm5544_set_timecode(still.get(), step.timecode));
-            const LayoutFrame expected = renderLayout(still.get(), layout, width, height, 0);
-
-            const LayoutFrame before = held;
-            const std::vector<void*> planes = held.pointers();
-            pm5544_rows written{};
-            ASSERT_EQ(PM5544_OK, pm5544_update_frame(clock.get(), step.frame, heldFrame, layout, planes.data(),
-                                                     held.strides.data(), &written));
-            EXPECT_TRUE(expected.planes == held.planes) << step.timecode;
-            EXPECT_TRUE(expected.planes == renderLayout(clock.get(), layout, width, height, step.frame).planes);
-            EXPECT_EQ(step.frame == heldFrame, written.row_count == 0) << step.timecode;
-            // Outside the rows written nothing differs; the first and last of them do.
-            const size_t stride = held.strides[0];
-            for (int r = 0; r < height; ++r) {
-                const bool inside = r >= written.first_row && r < written.first_row + written.row_count;
-                const bool same = std::memcmp(&before.planes[0][stride * r], &held.planes[0][stride * r], stride) == 0;
-                if (!inside) {
-                    ASSERT_TRUE(same) << "row " << r;
-                } else if (layout != PM5544_LAYOUT_I420_10 &&
-                           (r == written.first_row || r == written.first_row + written.row_count - 1)) {
-                    EXPECT_FALSE(same) << "row " << r << " is reported but unchanged";
+    const auto clockCard = [&](pm5544_layout layout, pm5544_scan scan, const char* timecode) {
+        Card card = newCard(width, height, "709", layout);
+        if (layout == PM5544_LAYOUT_FRAME16) pm5544_set_sampling(card.get(), 420);
+        EXPECT_EQ(PM5544_OK, pm5544_set_scan(card.get(), scan));
+        pm5544_set_clock(card.get(), 1);
+        pm5544_set_frame_rate(card.get(), 30000, 1001);
+        EXPECT_EQ(PM5544_OK, pm5544_set_timecode(card.get(), timecode));
+        return card;
+    };
+    pm5544_rows progressive{};
+    ASSERT_EQ(PM5544_OK, pm5544_changed_rows(clockCard(PM5544_LAYOUT_I420_8, PM5544_SCAN_PROGRESSIVE, "00:00:59;28").get(),
+                                             0, 2, &progressive));
+    ASSERT_TRUE(progressive.first_row % 4 != 0 || (progressive.first_row + progressive.row_count) % 4 != 0);
+    const struct {
+        int64_t frame;
+        const char* timecode;
+    } steps[] = {{1, "00:00:59;29"}, {2, "00:01:00;02"}, {2, "00:01:00;02"}, {1800, "00:02:00;02"}, {3, "00:01:00;03"}};
+    for (pm5544_layout layout : {PM5544_LAYOUT_I420_10, PM5544_LAYOUT_V210, PM5544_LAYOUT_FRAME16})
+        for (pm5544_scan scan : {PM5544_SCAN_PROGRESSIVE, PM5544_SCAN_INTERLACED_TFF}) {
+            SCOPED_TRACE(std::string(pm5544_layout_name(layout)) + (scan == PM5544_SCAN_PROGRESSIVE ? "" : " interlaced"));
+            Card clock = clockCard(layout, scan, "00:00:59;28");
+            LayoutFrame held = renderLayout(clock.get(), layout, width, height, 0);
+            int64_t heldFrame = 0;
+            for (const auto& step : steps) {
+                const LayoutFrame expected =
+                    renderLayout(clockCard(layout, scan, step.timecode).get(), layout, width, height, 0);
+                const LayoutFrame before = held;
+                const std::vector<void*> planes = held.pointers();
+                pm5544_rows written{};
+                ASSERT_EQ(PM5544_OK, pm5544_update_frame(clock.get(), step.frame, heldFrame, layout, planes.data(),
+                                                         held.strides.data(), &written));
+                EXPECT_TRUE(expected.planes == held.planes) << step.timecode;
+                EXPECT_TRUE(expected.planes == renderLayout(clock.get(), layout, width, height, step.frame).planes);
+                EXPECT_EQ(step.frame == heldFrame, written.row_count == 0) << step.timecode;
+                if (scan != PM5544_SCAN_PROGRESSIVE && layout != PM5544_LAYOUT_V210) {  // 4:2:0
+                    EXPECT_TRUE(written.first_row % 4 == 0 && written.row_count % 4 == 0) << step.timecode;
                 }
+                // Outside the rows written nothing differs; the first and last of them do (4:2:2).
+                const size_t stride = held.strides[0];
+                for (int r = 0; r < height; ++r) {
+                    const bool inside = r >= written.first_row && r < written.first_row + written.row_count;
+                    const bool same =
+                        std::memcmp(&before.planes[0][stride * r], &held.planes[0][stride * r], stride) == 0;
+                    if (!inside) {
+                        ASSERT_TRUE(same) << "row " << r;
+                    } else if (layout == PM5544_LAYOUT_V210 && scan == PM5544_SCAN_PROGRESSIVE &&
+                               (r == written.first_row || r == written.first_row + written.row_count - 1)) {
+                        EXPECT_FALSE(same) << "row " << r << " is reported but unchanged";
+                    }
+                }
+                pm5544_rows changed{};
+                ASSERT_EQ(PM5544_OK, pm5544_changed_rows(clock.get(), heldFrame, step.frame, &changed));
+                EXPECT_EQ(written.first_row, changed.first_row);
+                EXPECT_EQ(written.row_count, changed.row_count);
+                heldFrame = step.frame;
             }
-            pm5544_rows changed{};
-            ASSERT_EQ(PM5544_OK, pm5544_changed_rows(clock.get(), heldFrame, step.frame, &changed));
-            EXPECT_EQ(written.first_row, changed.first_row);
-            EXPECT_EQ(written.row_count, changed.row_count);
-            heldFrame = step.frame;
         }
-    }
 }
 
 // Handles share nothing: four cards of different settings on four threads, twice over, give the frames
