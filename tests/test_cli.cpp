@@ -1,11 +1,11 @@
 // The command line as a user meets it, through the built program: messages, streams, statuses and the
 // files left; help and version, standard output as the file, rounding to the output depth, and the
 // installed manual page and completion.
-#include <algorithm>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>

@@ -209,9 +209,10 @@ TEST(ProgramFailures, ImpossibleColourStateEndsTheRunWithTheAssertionsReport) {
     ScratchDir dir;
     std::string words[] = {"pm5544", "-d", "128x72", dir.path("card.png")};
     char* argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data()};
-    EXPECT_EXIT(PatternRender::renderPattern(4, argv, pattern), testing::KilledBySignal(SIGABRT),
-                "test_outputs_and_signals: tools/Pixel\\.cpp:[0-9]+: Pixel Pixel::convertTo\\(PatternGen::colorAxes_e\\) "
-                "const: Assertion `0' failed\\.\n");
+    EXPECT_EXIT(
+        PatternRender::renderPattern(4, argv, pattern), testing::KilledBySignal(SIGABRT),
+        "test_outputs_and_signals: tools/Pixel\\.cpp:[0-9]+: Pixel Pixel::convertTo\\(PatternGen::colorAxes_e\\) "
+        "const: Assertion `0' failed\\.\n");
     EXPECT_FALSE(exists(dir.path("card.png")));
 }
 

@@ -143,14 +143,14 @@ struct Format {
 };
 
 const Format kFormats[] = {
-    {"I420", PM5544_LAYOUT_I420_8, true, 420},       {"I420_10LE", PM5544_LAYOUT_I420_10, true, 420},
-    {"I420_12LE", PM5544_LAYOUT_I420_12, true, 420}, {"Y42B", PM5544_LAYOUT_I422_8, true, 422},
-    {"I422_10LE", PM5544_LAYOUT_I422_10, true, 422}, {"I422_12LE", PM5544_LAYOUT_I422_12, true, 422},
-    {"Y444", PM5544_LAYOUT_I444_8, true, 444},       {"Y444_10LE", PM5544_LAYOUT_I444_10, true, 444},
-    {"Y444_12LE", PM5544_LAYOUT_I444_12, true, 444}, {"Y444_16LE", PM5544_LAYOUT_I444_16, true, 444},
-    {"v210", PM5544_LAYOUT_V210, true, 422},         {"UYVY", PM5544_LAYOUT_UYVY, true, 422},
-    {"RGBA64_LE", PM5544_LAYOUT_RGBA16, false, 444}, {"GBR_10LE", PM5544_LAYOUT_GBR_10, false, 444},
-    {"GBR_12LE", PM5544_LAYOUT_GBR_12, false, 444},  {"NV12", PM5544_LAYOUT_NV12, true, 420},
+    {"I420", PM5544_LAYOUT_I420_8, true, 420},         {"I420_10LE", PM5544_LAYOUT_I420_10, true, 420},
+    {"I420_12LE", PM5544_LAYOUT_I420_12, true, 420},   {"Y42B", PM5544_LAYOUT_I422_8, true, 422},
+    {"I422_10LE", PM5544_LAYOUT_I422_10, true, 422},   {"I422_12LE", PM5544_LAYOUT_I422_12, true, 422},
+    {"Y444", PM5544_LAYOUT_I444_8, true, 444},         {"Y444_10LE", PM5544_LAYOUT_I444_10, true, 444},
+    {"Y444_12LE", PM5544_LAYOUT_I444_12, true, 444},   {"Y444_16LE", PM5544_LAYOUT_I444_16, true, 444},
+    {"v210", PM5544_LAYOUT_V210, true, 422},           {"UYVY", PM5544_LAYOUT_UYVY, true, 422},
+    {"RGBA64_LE", PM5544_LAYOUT_RGBA16, false, 444},   {"GBR_10LE", PM5544_LAYOUT_GBR_10, false, 444},
+    {"GBR_12LE", PM5544_LAYOUT_GBR_12, false, 444},    {"NV12", PM5544_LAYOUT_NV12, true, 420},
     {"P010_10LE", PM5544_LAYOUT_P010_10LE, true, 420}, {"P016_LE", PM5544_LAYOUT_P016_LE, true, 420},
     {"YUY2", PM5544_LAYOUT_YUY2, true, 422},           {"RGBA", PM5544_LAYOUT_RGBA, false, 444},
     {"BGRA", PM5544_LAYOUT_BGRA, false, 444},          {"RGBx", PM5544_LAYOUT_RGBX, false, 444},
@@ -222,7 +222,8 @@ TEST(Pm5544Src, NegotiatesEachEncodingsTaggingAndChromaSiting) {
             EXPECT_EQ(c.name, text(s, "colorimetry"));
         }
         const std::string site = text(s, "chroma-site");
-        EXPECT_EQ(c.site, site.empty() ? GST_VIDEO_CHROMA_SITE_UNKNOWN : gst_video_chroma_site_from_string(site.c_str()))
+        EXPECT_EQ(c.site,
+                  site.empty() ? GST_VIDEO_CHROMA_SITE_UNKNOWN : gst_video_chroma_site_from_string(site.c_str()))
             << site;
         EXPECT_EQ("progressive", text(s, "interlace-mode"));
     }
@@ -233,11 +234,11 @@ TEST(Pm5544Src, RefusesCapsItCannotMakeWithAnErrorOnTheBus) {
         const char* properties;
         const char* caps;
     } refusals[] = {
-        {"encoding=709", "video/x-raw,format=RGBA64_LE"},            // R'G'B' format, Y'CbCr encoding
-        {"encoding=RGB", "video/x-raw,format=v210"},                 // and the other way round
-        {"", "video/x-raw,format=I420,width=20000"},                 // wider than the card's limit
-        {"", "video/x-raw,format=I420,pixel-aspect-ratio=5/1"},      // pixel aspect beyond 4/1
-        {"", "video/x-raw,format=I420,framerate=1000001/2"},         // a rate term beyond the card's
+        {"encoding=709", "video/x-raw,format=RGBA64_LE"},        // R'G'B' format, Y'CbCr encoding
+        {"encoding=RGB", "video/x-raw,format=v210"},             // and the other way round
+        {"", "video/x-raw,format=I420,width=20000"},             // wider than the card's limit
+        {"", "video/x-raw,format=I420,pixel-aspect-ratio=5/1"},  // pixel aspect beyond 4/1
+        {"", "video/x-raw,format=I420,framerate=1000001/2"},     // a rate term beyond the card's
         {"", "video/x-raw,format=I420,width=1920,height=1080,pixel-aspect-ratio=2147483647/2147483646"},
     };
     for (const auto& refusal : refusals) {
@@ -334,7 +335,8 @@ GstVideoInfo negotiatedInfo(GstHarness* h) {
 constexpr int kWidth = 250, kHeight = 180;  // strides of every format padded beyond the samples
 constexpr const char* kTimecode = "10:00:00:00";
 
-std::string videoCaps(const std::string& format, int width = kWidth, int height = kHeight, const std::string& rate = "25/1") {
+std::string videoCaps(const std::string& format, int width = kWidth, int height = kHeight,
+                      const std::string& rate = "25/1") {
     return "video/x-raw,format=" + format + ",width=" + std::to_string(width) + ",height=" + std::to_string(height) +
            ",framerate=" + rate;
 }
@@ -482,7 +484,8 @@ std::string timecodeOf(GstBuffer* buffer) {
 // 00:01:00;02, and the card shows the still of that time code.
 TEST(Pm5544Src, TimeCodeMetaCountsDropFrameAndMatchesTheClockOnTheCard) {
     const char* first = "00:00:59;29";
-    Harness h = sourceHarness(std::string("clock=true timecode=") + first, videoCaps("I420", kWidth, kHeight, "30000/1001"));
+    Harness h =
+        sourceHarness(std::string("clock=true timecode=") + first, videoCaps("I420", kWidth, kHeight, "30000/1001"));
     std::vector<Buffer> buffers;
     for (int n = 0; n < 20; ++n) buffers.emplace_back(gst_harness_pull(h.get()));
     ASSERT_TRUE(buffers.back());
@@ -548,7 +551,8 @@ TEST(Pm5544Src, AnyFrameRateStreams) {
 // A seek lands on the first frame at or after its position: its timestamp, its time code, its picture.
 TEST(Pm5544Src, SeekGivesTheFrameAtThatTime) {
     Pipeline pipeline(std::string("pm5544src clock=true timecode=") + kTimecode + " ! " +
-                      videoCaps("I420", kWidth, kHeight, "30000/1001") + " ! appsink name=sink sync=false max-buffers=1");
+                      videoCaps("I420", kWidth, kHeight, "30000/1001") +
+                      " ! appsink name=sink sync=false max-buffers=1");
     ASSERT_EQ(GST_STATE_CHANGE_ASYNC, gst_element_set_state(pipeline.get(), GST_STATE_PAUSED));
     ASSERT_EQ(GST_STATE_CHANGE_SUCCESS, gst_element_get_state(pipeline.get(), nullptr, nullptr, kWaitLimit));
     // 1 s is between frames 29 and 30 (at 0.967 s and 1.001 s).
@@ -564,7 +568,8 @@ TEST(Pm5544Src, SeekGivesTheFrameAtThatTime) {
     EXPECT_EQ("10:00:01:00", timecodeOf(buffer));
     pm5544::TestCard card = cardAt("709", PM5544_LAYOUT_I420_8);
     card.clock(true).timecode(kTimecode).frameRate(30000, 1001);
-    EXPECT_EQ(libraryFrame(card, 30, PM5544_LAYOUT_I420_8, kWidth, kHeight), frameOf(sample.get(), PM5544_LAYOUT_I420_8));
+    EXPECT_EQ(libraryFrame(card, 30, PM5544_LAYOUT_I420_8, kWidth, kHeight),
+              frameOf(sample.get(), PM5544_LAYOUT_I420_8));
 }
 
 // ---- The command-line tools ----
@@ -669,9 +674,7 @@ TEST(Pm5544Src, PropertyChangesShowInTheFollowingFrames) {
 // Every format, at odd and even sides, with a moving clock and without, equals the library's frames: the
 // first frame whole, the later ones as the rows that changed in the pool's returning buffers.
 TEST(Pm5544Src, EveryFormatAtOddSidesEqualsTheLibrarysFrames) {
-    const struct {
-        int width, height;
-    } rasters[] = {{65, 65}, {369, 481}, {250, 181}};
+    const struct { int width, height; } rasters[] = {{65, 65}, {369, 481}, {250, 181}};
     for (const Format& format : kFormats)
         for (const auto& raster : rasters)
             for (bool clock : {false, true}) {
@@ -707,8 +710,9 @@ TEST(Pm5544Src, InterleavedFramesCarryTheirFieldOrder) {
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.format) + " " + c.order);
         const Format& format = formatNamed(c.format);
-        Harness h = sourceHarness("clock=true timecode=10:00:00;00",
-                                  videoCaps(c.format, kWidth, kHeight, "30000/1001") + ",interlace-mode=interleaved,field-order=" + c.order);
+        Harness h =
+            sourceHarness("clock=true timecode=10:00:00;00", videoCaps(c.format, kWidth, kHeight, "30000/1001") +
+                                                                 ",interlace-mode=interleaved,field-order=" + c.order);
         pm5544::TestCard card = cardAt("709", format.layout);
         card.clock(true).timecode("10:00:00;00").frameRate(30000, 1001);
         card.scan(c.scan);
@@ -916,8 +920,9 @@ TEST(Pm5544Src, OpenCapsFixateAsAUserExpects) {
     }
 
     // Through videoconvert to P010, the card goes out at 10 bits, not as 8-bit codes padded.
-    Pipeline hdr("pm5544src num-buffers=1 encoding=PQ ! capsfilter name=sink ! videoconvert ! "
-                 "video/x-raw,format=P010_10LE ! fakesink");
+    Pipeline hdr(
+        "pm5544src num-buffers=1 encoding=PQ ! capsfilter name=sink ! videoconvert ! "
+        "video/x-raw,format=P010_10LE ! fakesink");
     ASSERT_FALSE(hdr.playToEnd().error);
     GstVideoInfo info;
     ASSERT_TRUE(gst_video_info_from_caps(&info, hdr.sinkCaps().get()));
@@ -978,8 +983,8 @@ TEST(Pm5544Src, ATimeOfDayClockCatchesUpAfterAPause) {
     };
     auto now = [] {
         GDateTime* time = g_date_time_new_now_local();
-        const int seconds = g_date_time_get_hour(time) * 3600 + g_date_time_get_minute(time) * 60 +
-                            g_date_time_get_second(time);
+        const int seconds =
+            g_date_time_get_hour(time) * 3600 + g_date_time_get_minute(time) * 60 + g_date_time_get_second(time);
         g_date_time_unref(time);
         return seconds;
     };

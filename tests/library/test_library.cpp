@@ -82,8 +82,9 @@ TEST(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
         return card;
     };
     pm5544_rows progressive{};
-    ASSERT_EQ(PM5544_OK, pm5544_changed_rows(clockCard(PM5544_LAYOUT_I420_8, PM5544_SCAN_PROGRESSIVE, "00:00:59;28").get(),
-                                             0, 2, &progressive));
+    ASSERT_EQ(PM5544_OK,
+              pm5544_changed_rows(clockCard(PM5544_LAYOUT_I420_8, PM5544_SCAN_PROGRESSIVE, "00:00:59;28").get(), 0, 2,
+                                  &progressive));
     ASSERT_TRUE(progressive.first_row % 4 != 0 || (progressive.first_row + progressive.row_count) % 4 != 0);
     const struct {
         int64_t frame;
@@ -91,7 +92,8 @@ TEST(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
     } steps[] = {{1, "00:00:59;29"}, {2, "00:01:00;02"}, {2, "00:01:00;02"}, {1800, "00:02:00;02"}, {3, "00:01:00;03"}};
     for (pm5544_layout layout : {PM5544_LAYOUT_I420_10, PM5544_LAYOUT_V210, PM5544_LAYOUT_FRAME16})
         for (pm5544_scan scan : {PM5544_SCAN_PROGRESSIVE, PM5544_SCAN_INTERLACED_TFF}) {
-            SCOPED_TRACE(std::string(pm5544_layout_name(layout)) + (scan == PM5544_SCAN_PROGRESSIVE ? "" : " interlaced"));
+            SCOPED_TRACE(std::string(pm5544_layout_name(layout)) +
+                         (scan == PM5544_SCAN_PROGRESSIVE ? "" : " interlaced"));
             Card clock = clockCard(layout, scan, "00:00:59;28");
             LayoutFrame held = renderLayout(clock.get(), layout, width, height, 0);
             int64_t heldFrame = 0;

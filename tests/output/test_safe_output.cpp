@@ -80,7 +80,8 @@ public:
     SmallFileSystem(const SmallFileSystem&) = delete;
     SmallFileSystem& operator=(const SmallFileSystem&) = delete;
     bool mountAt(const std::string& directory, size_t bytes) {
-        if (mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, ("size=" + std::to_string(bytes)).c_str()) != 0)
+        if (mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV,
+                  ("size=" + std::to_string(bytes)).c_str()) != 0)
             return false;
         mounted_ = directory;
         return true;
@@ -220,8 +221,8 @@ TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
 // ---- Memory that runs out ----
 
 constexpr rlim_t kMiB = 1 << 20;
-constexpr const char* kEmulated = "the program runs under " PM5544_RUN_PREFIX
-                                  ", whose own address space a limit would measure, not the program's";
+constexpr const char* kEmulated =
+    "the program runs under " PM5544_RUN_PREFIX ", whose own address space a limit would measure, not the program's";
 
 // The plain program (a sanitizer build's reservations would exceed any limit) in `dir`, its errors in `logs`.
 ChildSetup plainRun(const ScratchDir& dir, const ScratchDir& logs) {
@@ -266,8 +267,9 @@ TEST(SafeOutputProgram, OutOfMemoryKeepsTheEarlierFile) {
         const std::string err = text(readFile(logs.path("stderr")));
         EXPECT_EQ(status, "exit 1") << format.extension << "\n" << err;
         EXPECT_FALSE(err.empty()) << format.extension;
-        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << format.extension << " at " << least - 1 << " MiB\n"
-                                                                     << err;
+        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "")
+            << format.extension << " at " << least - 1 << " MiB\n"
+            << err;
     }
 }
 
@@ -295,7 +297,7 @@ TEST(SafeOutputProgram, OutOfMemoryWithBoxTextIsReported) {
             break;
         EXPECT_EQ(status, "exit 1") << mebibytes << " MiB\n" << err;
         EXPECT_NE(err.find("Error: Not enough memory to render 3840x2160"), std::string::npos) << mebibytes << " MiB\n"
-                                                                                                << err;
+                                                                                               << err;
         EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << mebibytes << " MiB";
     }
 }

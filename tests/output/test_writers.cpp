@@ -282,9 +282,7 @@ TEST(Formats, TiffAndDpxMatchThePngRender) {
 // place and its second frame copied within it; a pipe gets the same bytes from the frame held in memory.
 TEST(Formats, Y4mDecodesToThePngRender) {
     const int width = 161, height = 91;
-    const struct {
-        int sampling, bits;
-    } cases[] = {{444, 12}, {422, 10}, {420, 10}, {420, 8}};
+    const struct { int sampling, bits; } cases[] = {{444, 12}, {422, 10}, {420, 10}, {420, 8}};
     for (const auto& c : cases) {
         const int sampling = c.sampling, bits = c.bits;
         const std::string settings = "-d 161x91 -c 709 -s " + std::to_string(sampling) + " -b " + std::to_string(bits);
