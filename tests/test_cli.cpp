@@ -1,11 +1,11 @@
 // The command line as a user meets it, through the built program: messages, streams, statuses and the
 // files left; help and version, standard output as the file, rounding to the output depth, and the
 // installed manual page and completion.
-#include <algorithm>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -60,15 +60,12 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         const char *out, *err, *written;
     } rows[] = {
         // clang-format off
-        {"--help", 0, "Usage: pm5544 [OPTION]... FILE\n", "", ""},
-        {"-c Rgb card.png --help", 0, "\nColour encodings (-c):\n  RGB ", "", ""},
+        {"-c Rgb card.png --help", 0, "Usage: pm5544 [OPTION]... FILE\n", "", ""},
         {"--version", 0, "pm5544 ", "", ""},
         {"", 1, "", "Error: Filename not given\nTry 'pm5544 --help'.\n", ""},
         {"--hlep", 1, "", "Error: Unknown option --hlep; did you mean --help?\nTry 'pm5544 --help'.\n", ""},
-        {"--versoin=1 card.png", 1, "", "Error: Unknown option --versoin; did you mean --version?\n", ""},
         {"--clock=yes card.png", 1, "", "Error: Option --clock takes no value\n", ""},
         {"card.png --format", 1, "", "Error: Option --format needs a value\n", ""},
-        {"card.png -d", 1, "", "Error: Option -d needs a value\n", ""},
         {"-c --help", 1, "", "Error: Unrecognised Colour Space --help\n", ""},
         {"-d 160x90 -h", 0, "Writing PNG file by default\n", "Warning: -h has no extension: writing PNG", "-h"},
         {"-d 160x90 -- --help", 0, "Writing PNG file by default\n", "Warning: --help has no extension", "--help"},
@@ -80,14 +77,10 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         // Progress lines, the format by extension, and standard output as the file.
         {"-d 160x90 card.png", 0, "size 160x90\nWidth x Height: 160x90\nAspect: 16:9\nPixel aspect: 1:1.000\n"
                                   "writing to: card.png\nWriting png file\n", "", "card.png"},
-        {"-d 160x90 card", 0, "Writing PNG file by default\n",
-         "Warning: card has no extension: writing PNG (--format chooses another format)\n", "card"},
         {"-d 160x90 v1.0/card", 0, "writing to: v1.0/card\nWriting 0/card file\n",
          "Warning: v1.0/card has no extension: writing PNG", "v1.0/card"},
         {"-d 160x90 card.TIF", 0, "writing to: card.TIF\n",
          "Warning: The extension .TIF names no format: writing PNG to card.TIF; did you mean .tif?\n", "card.TIF"},
-        {"-d 160x90 card.jpg", 0, "writing to: card.jpg\n", "Warning: The extension .jpg names no format: writing "
-         "PNG to card.jpg; the formats are png, tif, dpx, pat, yc4, rgb, xyz, y4m\n", "card.jpg"},
         {"-d 160x90 --format tif card", 0, "Writing tif file\n", "", "card"},
         {"-d 160x90 -", 0, "\x89PNG\r\n\x1a\n", "size 160x90\nWidth x Height: 160x90\nAspect: 16:9\n"
                                                 "Pixel aspect: 1:1.000\nWriting PNG file by default\n", ""},
@@ -111,13 +104,10 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
          "(-c 709 -s 422).\n2020 will work but is not yet supported by Tova or Kelm.", "", ""},
         {"-c 709 card.rgb", 1, "Error: Tova/Kelm RGB patterns must be rendered using RGB (-c RGB-headroom) 444", "",
          ""},
-        {"card.xyz", 1, "Error: Tova/Kelm XYZ patterns must be rendered using RGB 444 (-c RGB-headroom)", "", ""},
-        {"-c RGB-headroom card.yc4", 1, "Error: Tova/Kelm yc4 files must be rendered in YCbCr 444 (-s 444)", "", ""},
         {"-c RGB card.y4m", 1, "", "Error: Y4M holds Y'CbCr only: render with -c 601, 709, 2020, PQ, HLG or S-Log3 "
          "(or their -Mapped and -Live forms)\n", ""},
         {"-c 709 -b 9 card.y4m", 1, "", "Error: Y4M takes 8, 10, 12 or 16 bits, not 9 (-b)\n", ""},
         {"-d 160x90 -q TL card.png", 1, "", "Error: Quadrant mode is depracated\n", ""},
-        {"-d 1280x720 -c 709 -s 422 -q TR card.pat", 1, "", "Error: Quadrant mode is depracated\n", ""},
         // Values out of range.
         {"-d 10x10 card.png", 1, "", "Error: Size 10x10 is outside 64x64 to 16384x16384 (-d)\n", ""},
         {"-d 99999999999999999999x64 card.png", 1, "",
@@ -147,8 +137,6 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
          "not 25; HH:MM:SS:FF counts every frame (--timecode)\n", ""},
         {"--clock --timecode '00:01:00;01' --rate 30000/1001 card.y4m", 1, "",
          "Error: Timecode 00:01:00;01 does not exist in drop-frame counting: the first 2 frame numbers", ""},
-        {"--clock --timecode '00:01:00;03' --rate 60000/1001 card.y4m", 1, "",
-         "Error: Timecode 00:01:00;03 does not exist in drop-frame counting: the first 4 frame numbers", ""},
         {"-d 160x90 -c 709 --clock --timecode 00:00:00:29 --rate 30000/1001 card.y4m", 0, "Writing y4m file\n", "",
          "card.y4m"},
         {"-d 160x90 -c 709 --clock --timecode '00:10:00;00' --rate 60000/1001 card.y4m", 0, "Writing y4m file\n", "",
@@ -159,7 +147,6 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
         {"-d 160x90 --ident X --font 'Nonexistent Family 7f3e' card.png", 0, "Font: (none)\n",
          "Warning: Font \"Nonexistent Family 7f3e\" could not be loaded", "card.png"},
         {"--format tiff card.png", 1, "", "Error: Unknown format tiff (--format); did you mean tif?\n", ""},
-        {"--preview card.png card.png", 1, "", "Error: --preview card.png is the output file as well\n", ""},
         // Warnings: the value as read is used.
         {"-d 160x90 -a 4:3 card.png", 0, "Aspect: 4:9\n", "Warning: -a 4:3 is read as 4x9; did you mean 4x3?\n",
          "card.png"},
@@ -291,33 +278,20 @@ TEST_F(Program, HelpLinesFitATerminal) {
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 79u) << line;
 }
 
-// The card lists no repeated lines, so its TIFF has no line-repeat tag, and the help's tif entry says so
-// rather than promising the list.
-TEST_F(Program, HelpSaysTheCardsTiffHasNoLineRepeatTag) {
+// The card lists no repeated lines, so its TIFF stores every line and has no line-repeat tag.
+TEST_F(Program, TheCardsTiffHasNoLineRepeatTag) {
     ASSERT_EQ(run("-d 160x90 card.tif").status, 0);
     const std::string dump = commandOutput("tiffdump '" + dir.path("card.tif") + "' 2>&1");
     EXPECT_TRUE(contains(dump, "ImageLength (257) SHORT (3) 1<90>")) << dump;
     EXPECT_FALSE(contains(dump, "65456")) << dump;
-    std::istringstream words(run("--help").out);
-    std::string help;
-    for (std::string word; words >> word;) help += word + " ";
-    const size_t tif = help.find(" tif ");
-    ASSERT_NE(tif, std::string::npos);
-    const std::string entry = help.substr(tif, help.find(" dpx ", tif) - tif);
-    EXPECT_TRUE(contains(entry, "no line-repeat tag (65456)")) << entry;
 }
 
-// The self-test prints its checks at the default settings (white scales exactly, so no line for it) and
-// returns its result.
+// The self-test prints its checks at the default settings instead of rendering, and returns its result.
 TEST_F(Program, SelfTestPrintsItsChecks) {
     const Outcome r = run("-u card.png");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out.rfind("Width x Height: 1920x1080\nAspect: 16:9\nPixel aspect: 1:1.000\n", 0), 0u);  // defaults
-    for (const char* expected : {"\nCheck 75% scaling\n  Yellow75  Cb  705   +1\t\n",
-                                 "\nCheck 10 bit rounding\n  Yellow_709_10  Cb   64   +1\t\n",
-                                 "\nCheck 709 YCbCr - HLG 2020\n  White HLG   Y  616 +114\t\n"})
-        EXPECT_TRUE(contains(r.out, expected)) << expected;
-    EXPECT_FALSE(contains(r.out, "White75"));
+    EXPECT_TRUE(contains(r.out, "\nCheck 75% scaling\n  Yellow75  Cb  705   +1\t\n")) << r.out;
     EXPECT_FALSE(TestFiles::exists(dir.path("card.png")));
 }
 
@@ -394,20 +368,6 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
 }
 
 #ifdef PM5544_GST_INSTALL_DIR
-// gst-inspect-1.0, with this build's plugin loaded into it: a sanitized plugin needs the sanitizer's
-// runtime loaded first, which the tool does not have. "" when it cannot run.
-std::string gstInspect() {
-    if (std::system("command -v gst-inspect-1.0 >/dev/null 2>&1") != 0) return "";
-#if defined(__SANITIZE_ADDRESS__)
-    std::string runtime = commandOutput("gcc -print-file-name=libasan.so 2>/dev/null");
-    runtime.erase(runtime.find_last_not_of(" \n") + 1);
-    if (runtime.empty() || runtime[0] != '/' || !fs::exists(runtime)) return "";
-    return "LD_PRELOAD='" + runtime + "' ASAN_OPTIONS=detect_leaks=0 gst-inspect-1.0";
-#else
-    return "gst-inspect-1.0";
-#endif
-}
-
 // An install under a user's own prefix puts the plugin there, says which GST_PLUGIN_PATH finds it (unless
 // it is set already), and with that path GStreamer loads the installed plugin, which finds the installed
 // library without the build's.
@@ -426,13 +386,14 @@ TEST_F(Program, PluginInstalledUnderAnyPrefixIsFoundThroughTheGstPluginPathTheIn
     EXPECT_TRUE(contains(log, "\n    export GST_PLUGIN_PATH=" + pluginDir + "\n")) << log;
     EXPECT_FALSE(contains(install("GST_PLUGIN_PATH='/elsewhere:" + pluginDir + "'"), "export GST_PLUGIN_PATH"));
 
-    const std::string inspect = gstInspect();
+    const std::string inspect = TestFiles::gstreamerTool("gst-inspect-1.0");
     if (inspect.empty()) GTEST_SKIP() << "gst-inspect-1.0 or the sanitizer's runtime for it is missing";
     const std::string listing = commandOutput("env -u LD_LIBRARY_PATH GST_PLUGIN_PATH='" + pluginDir +
                                               "' GST_PLUGIN_SYSTEM_PATH= GST_REGISTRY='" + dir.path("registry.bin") +
                                               "' " + inspect + " pm5544src 2>&1");
     EXPECT_TRUE(contains(listing, pluginDir + "/libgstpm5544.so\n")) << listing;
     EXPECT_TRUE(contains(listing, "Factory Details:")) << listing;
+    EXPECT_TRUE(contains(listing, "MIT/X11")) << "the plugin's licence";
 }
 #endif
 

@@ -1,48 +1,34 @@
-// The main output and the preview together, and runs stopped from outside: two names for one file are
-// refused, the preview can go to standard output, a run that fails or is stopped changes no file and
-// leaves no temporary, a still format given --frames writes its one still, and each failure reads as its
-// format's failure line followed by the system's reason.
+// Runs seen from outside the program: two names for one file are refused, the preview (an sRGB PNG of
+// square pixels, to standard output too) leaves the main output alone, a run that fails or is stopped
+// changes no file and leaves no temporary, each failure reads as its format's failure line followed by
+// the system's reason, a still format given --frames writes its one still, a clock moves on from frame to
+// frame, and an impossible colour state ends the run as a failed assertion does.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
-#include <functional>
-#include <map>
+#include <set>
 #include <string>
 #include <thread>
 
+#include "ChildRuns.h"
+#include "PatternRender.h"
 #include "TestFiles.h"
+#include "TestPattern.h"
 
 namespace {
 
 using namespace TestFiles;
+using namespace ChildRuns;
 namespace fs = std::filesystem;
-using Tree = std::map<std::string, std::string>;
 
 const Bytes kEarlier(4096, 0x5a);
-
-// Every entry of a directory with its size and a hash of its bytes (or "link", "special"): equal trees
-// mean nothing was changed, added or removed, temporaries included.
-Tree snapshot(const std::string& directory) {
-    Tree tree;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
-        const std::string name = entry.path().filename().string();
-        if (name == "stdout" || name == "stderr") continue;
-        const std::string bytes = entry.is_regular_file() ? text(readFile(entry.path().string())) : "";
-        tree[name] = entry.is_symlink()         ? "link"
-                     : !entry.is_regular_file() ? "special"
-                                                : std::to_string(bytes.size()) + " bytes, hash " +
-                                                      std::to_string(std::hash<std::string>()(bytes));
-    }
-    return tree;
-}
 
 // The width and height in a PNG's header.
 std::pair<uint32_t, uint32_t> pngSize(const Bytes& png) {
@@ -80,7 +66,7 @@ TEST_F(Outputs, PreviewNamingTheOutputIsRefused) {
         const Outcome o = run("-d 64x64 " + arguments);
         EXPECT_EQ(o.status, 1) << arguments;
         EXPECT_NE(o.err.find(" is the output file as well\n"), std::string::npos) << arguments << "\n" << o.err;
-        EXPECT_EQ(snapshot(path("")), before) << arguments;
+        EXPECT_EQ(differences(before, snapshot(path(""))), "") << arguments;
     }
 }
 
@@ -104,12 +90,12 @@ TEST_F(Outputs, FailedRunChangesNoFile) {
     EXPECT_EQ(o.status, 1);
     EXPECT_NE(o.err.find("Failed to write PNG file missing/p.png\nNo such file or directory\n"), std::string::npos)
         << o.err;
-    EXPECT_EQ(snapshot(path("")), before);
+    EXPECT_EQ(differences(before, snapshot(path(""))), "");
     o = run("-d 256x144 -c 709 --preview p.png missing/v.y4m");
     EXPECT_EQ(o.status, 1);
     EXPECT_NE(o.err.find("Failed to write Y4M file missing/v.y4m\nNo such file or directory\n"), std::string::npos)
         << o.err;
-    EXPECT_EQ(snapshot(path("")), before);
+    EXPECT_EQ(differences(before, snapshot(path(""))), "");
     if (fs::is_character_file("/dev/full")) {
         o = run("-d 256x144 -c 709 --format y4m /dev/full");
         EXPECT_EQ(o.status, 1);
@@ -119,7 +105,7 @@ TEST_F(Outputs, FailedRunChangesNoFile) {
         EXPECT_EQ(o.status, 1);
         EXPECT_NE(o.err.find("Failed to write PNG file /dev/full\nNo space left on device\n"), std::string::npos)
             << o.err;
-        EXPECT_EQ(snapshot(path("")), before);
+        EXPECT_EQ(differences(before, snapshot(path(""))), "");
     }
 }
 
@@ -178,31 +164,61 @@ TEST_F(Outputs, PreviewFitsTheLargestSide) {
     EXPECT_EQ(pngSize(readFile(path("p.png"))), std::make_pair(16384u, 1024u));
 }
 
+TEST_F(Outputs, PreviewIsAnSrgbPngWithSquarePixelsAndLeavesTheMainOutputAlone) {
+    ASSERT_EQ(run("-d 720x576 -a 4x3 -c 601 -b 10 -s 422 plain.png").status, 0);
+    ASSERT_EQ(run("-d 720x576 -a 4x3 -c 601 -b 10 -s 422 --preview view.png main.png").status, 0);
+    EXPECT_EQ(readFile(path("plain.png")), readFile(path("main.png")));
+    const std::string check = commandOutput("pngcheck -v '" + path("view.png") + "' 2>&1");
+    EXPECT_NE(check.find("768 x 576 image, 24-bit RGB"), std::string::npos) << check;
+    EXPECT_NE(check.find("sRGB"), std::string::npos) << check;
+    EXPECT_NE(check.find("No errors"), std::string::npos) << check;
+    // A device file gets the same preview as the PNG of the same settings.
+    ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview a.png card.pat").status, 0);
+    ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview b.png card.png").status, 0);
+    EXPECT_EQ(readFile(path("a.png")), readFile(path("b.png")));
+}
+
+// Later frames of a clock are rendered only where the clock is: each must still equal a frame made
+// on its own at that time (4:2:0 included, whose row pairs the partial render must keep whole).
+TEST_F(Outputs, ClockMovesOnPerFrameAndAStillFrameRepeats) {
+    const auto frameHashes = [&](const std::string& name) {
+        std::vector<std::string> hashes;
+        const std::string md5 = commandOutput("ffmpeg -nostdin -v error -i '" + path(name) + "' -f framemd5 -");
+        for (size_t at = 0; (at = md5.find("\n0,", at)) != std::string::npos; ++at)
+            hashes.push_back(md5.substr(md5.find_last_of(' ', md5.find('\n', at + 1)) + 1, 32));
+        return hashes;
+    };
+    for (const char* sampling : {"422", "420"}) {
+        const std::string video = std::string("-d 720x576 -a 4x3 -c 601 -b 10 -s ") + sampling + " --rate 25 ";
+        ASSERT_EQ(run(video + "--frames 3 --clock --timecode 10:00:00:00 clock.y4m").status, 0);
+        ASSERT_EQ(run(video + "--frames 1 --clock --timecode 10:00:00:02 third.y4m").status, 0);
+        ASSERT_EQ(run(video + "--frames 3 --caption STILL still.y4m").status, 0);
+        const std::vector<std::string> clock = frameHashes("clock.y4m"), still = frameHashes("still.y4m");
+        ASSERT_EQ(clock.size(), 3u);
+        EXPECT_EQ(std::set<std::string>(clock.begin(), clock.end()).size(), 3u) << sampling;
+        EXPECT_EQ(clock[2], frameHashes("third.y4m").at(0)) << sampling;
+        ASSERT_EQ(still.size(), 3u);
+        EXPECT_EQ(std::set<std::string>(still.begin(), still.end()).size(), 1u) << sampling;
+    }
+}
+
+// An impossible colour state, which the library throws, ends the program as a failed assertion does:
+// the library's report after the program's name on standard error, and an abnormal end.
+TEST(ProgramFailures, ImpossibleColourStateEndsTheRunWithTheAssertionsReport) {
+    TestPattern pattern([](int, int) { return Pixel().convertTo(PatternGen::Colour_YCbCr_601); });
+    ScratchDir dir;
+    std::string words[] = {"pm5544", "-d", "128x72", dir.path("card.png")};
+    char* argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data()};
+    EXPECT_EXIT(
+        PatternRender::renderPattern(4, argv, pattern), testing::KilledBySignal(SIGABRT),
+        "test_outputs_and_signals: tools/Pixel\\.cpp:[0-9]+: Pixel Pixel::convertTo\\(PatternGen::colorAxes_e\\) "
+        "const: Assertion `0' failed\\.\n");
+    EXPECT_FALSE(exists(dir.path("card.png")));
+}
+
 // ---- Runs stopped by a signal ----
 
 constexpr auto kPatience = std::chrono::seconds(60);
-
-// The program started in `directory` as a shell would start it: the signals at their defaults, except
-// `ignored`, none blocked, no core file; its standard output to `standardOutput` (-1: /dev/null).
-pid_t startProgram(const std::string& directory, const std::string& arguments, int ignored = 0,
-                   int standardOutput = -1) {
-    const std::string command =
-        "exec '" PM5544_EXE "' " + arguments + " 2>/dev/null </dev/null" + (standardOutput < 0 ? " >/dev/null" : "");
-    std::fflush(stdout);
-    std::fflush(stderr);
-    const pid_t pid = fork();
-    if (pid != 0) return pid;
-    if (standardOutput >= 0) dup2(standardOutput, STDOUT_FILENO);
-    for (int each = 1; each < NSIG; ++each) signal(each, SIG_DFL);
-    if (ignored != 0) signal(ignored, SIG_IGN);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    const rlimit noCore{0, 0};
-    if (setrlimit(RLIMIT_CORE, &noCore) == 0 && chdir(directory.c_str()) == 0)
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-    _exit(126);
-}
 
 // Waits until `done` holds, for kPatience at most.
 template <typename Condition>
@@ -239,7 +255,10 @@ protected:
         ASSERT_EQ(mkfifo(dir.path("view.png").c_str(), 0644), 0) << std::strerror(errno);
     }
     pid_t startAndWaitForTheTemporary(int ignored = 0) {
-        const pid_t pid = startProgram(dir.path(""), "-d 640x360 --preview view.png card.dpx", ignored);
+        ChildSetup setup;
+        setup.directory = dir.path("");
+        setup.ignoredSignal = ignored;
+        const pid_t pid = startProgram(setup, "-d 640x360 --preview view.png card.dpx");
         if (!waitFor([&] { return hasTemporary(dir.path(""), "card.dpx"); })) {
             ADD_FAILURE() << "no temporary appeared";
             kill(pid, SIGKILL);
@@ -260,7 +279,7 @@ TEST_F(StoppedRun, EveryStopSignalRemovesTheTemporary) {
         const int status = statusOf(pid);
         ASSERT_NE(status, -1) << strsignal(stop) << ": the run did not end";
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == stop) << strsignal(stop) << ": status " << status;
-        EXPECT_EQ(snapshot(dir.path("")), before) << strsignal(stop);
+        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << strsignal(stop);
     }
 }
 
@@ -271,12 +290,15 @@ TEST_F(StoppedRun, BrokenPipeRemovesTheTemporary) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     close(ends[0]);
-    const pid_t pid = startProgram(dir.path(""), "-d 640x360 --preview - card.dpx", 0, ends[1]);
+    ChildSetup setup;
+    setup.directory = dir.path("");
+    setup.standardOutput = ends[1];
+    const pid_t pid = startProgram(setup, "-d 640x360 --preview - card.dpx");
     close(ends[1]);
     const int status = statusOf(pid);
     ASSERT_NE(status, -1) << "the run did not end";
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << "status " << status;
-    EXPECT_EQ(snapshot(dir.path("")), before);
+    EXPECT_EQ(differences(before, snapshot(dir.path(""))), "");
 }
 
 // A signal the caller ignores stays ignored: the run goes on, and once the preview is read both

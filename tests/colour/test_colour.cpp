@@ -1,4 +1,5 @@
-// Colour axes and levels, Pixel operations, rounding, SDR and HDR conversions and assertion reports.
+// Pixel operations, rounding, SDR and HDR conversions, assertion reports, and the colour self-test's text
+// through the sink it is given.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -7,9 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "TestFiles.h"
 #include "colour/Pixel.h"
 #include "colour/PixelAssert.h"
 #include "colour/rounding.h"
+#include "selftest/UnitTests.h"
 
 using namespace PatternGen;
 
@@ -35,27 +38,6 @@ void expectAll(const std::vector<Case>& cases) {
 double sLog3(double x, bool negative) { return Pixel::applySLog3OETFAndRestoreAbsolutisedInput(x, negative); }
 
 }  // namespace
-
-// Ten-bit black, white and gamma law by groups of axes, in axis order; levels follow the depth, except
-// S-Log3's black.
-TEST(ColourSpace, LevelsOfEveryAxis) {
-    const std::pair<colorAxes_e, Ints> groups[] = {{Colour_RGB, {0, 1023, 1}},
-                                                   {Colour_RGB_219, {64, 940, 1}},
-                                                   {Colour_YCbCr_601, {64, 940, 0}},
-                                                   {Colour_YCbCr_HLG_Mapped, {64, 940, 1}},
-                                                   {Colour_YCbCr_2020, {64, 940, 2}},
-                                                   {Colour_YCbCr_SLog3_Live_Mapped, {95, 1019, 2}},
-                                                   {Colour_RGB_SLog3_Live_Mapped, {64, 940, 1}}};
-    int axis = 0;
-    for (const auto& [last, levels] : groups)
-        for (; axis <= last; ++axis) {
-            const ColourSpace cs(static_cast<colorAxes_e>(axis), 10);
-            EXPECT_EQ(Ints({cs.blackLevel, cs.whiteLevel, cs.gammaType}), levels) << axis;
-        }
-    EXPECT_EQ(axis, colourAxesCount);
-    const ColourSpace y709(Colour_YCbCr_709, 12), slog(Colour_YCbCr_SLog3_Live, 12);
-    EXPECT_EQ(Ints({y709.blackLevel, y709.whiteLevel, slog.blackLevel, slog.whiteLevel}), Ints({256, 3760, 95, 4079}));
-}
 
 // Arithmetic and scaling move luma and RGB about black and chroma about its zero; so do the level
 // operations; blending mixes normalised values; depth changes truncate or round.
@@ -104,19 +86,6 @@ TEST(Pixel, RoundToRoundsAlphaLikeLuma) {
         p.sample[Pixel::ALPHA] = static_cast<uint16_t>(in);
         EXPECT_EQ(p.roundTo(8).sample[Pixel::ALPHA], out) << in;
     }
-}
-
-// The two equalities answer two questions: pixels with the same codes but other levels (as a depth
-// change leaves them) hold the same codes, yet scale about other reference levels.
-TEST(Pixel, SameCodesIgnoresLevelsIdenticalToDoesNot) {
-    const Pixel fullRange(500, 300, 700, Colour_RGB, 10);
-    Pixel studioLevels = fullRange;
-    studioLevels.colourSpace.blackLevel = Levels::studioBlack(10);
-    studioLevels.colourSpace.whiteLevel = Levels::studioWhite(10);
-    EXPECT_TRUE(fullRange.sameCodes(studioLevels));
-    EXPECT_FALSE(fullRange.identicalTo(studioLevels));
-    EXPECT_TRUE(fullRange.identicalTo(Pixel(500, 300, 700, Colour_RGB, 10)));
-    EXPECT_FALSE(fullRange.scale(1, 2).sameCodes(studioLevels.scale(1, 2)));
 }
 
 // Chroma below its zero truncates, luma is held below its ceiling, nothing to drop keeps the value.
@@ -261,4 +230,38 @@ TEST(ConversionFailure, UnsupportedTargetsThrowTheAssertionsReport) {
         }
         EXPECT_EQ("", testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr());
     }
+}
+
+// Every line is a progress line of the sink, whole, and the text holds the checks that differ from
+// their references (values and differences from the reference tables); nothing reaches the process's
+// streams. A sink that takes no lines gives the same result.
+TEST(SelfTest, TextReachesTheSinkAlone) {
+    std::string text;
+    bool wholeProgressLines = true;
+    const MessageSink sink = [&](MessageKind kind, const std::string& lines) {
+        wholeProgressLines =
+            wholeProgressLines && kind == MessageKind::Progress && !lines.empty() && lines.back() == '\n';
+        text += lines;
+    };
+    int status = 0;
+    const std::string printed = TestFiles::stdoutOf([&] {
+        status = UnitTests::runUnitTests(1280, 720, 4, 3, PatternGen::Colour_RGB, sink);
+        EXPECT_EQ(1, UnitTests::runUnitTests(1280, 720, 4, 3, PatternGen::Colour_RGB, MessageSink()));
+    });
+    EXPECT_EQ(1, status);
+    EXPECT_EQ("", printed);
+    EXPECT_TRUE(wholeProgressLines);
+    EXPECT_EQ(0u, text.rfind("Width x Height: 1280x720\nAspect: 4:3\nPixel aspect: 1:1.333\n"
+                             "\nCheck 75% scaling\n  Yellow75  Cb  705   +1\t\n",
+                             0))
+        << text;
+    for (const char* expected :
+         {"\nCheck 8 bit truncation\n", "\nCheck RGB - YCbCr Maths\n", "\nCheck 95% white rgb 219 - full RGB\n",
+          "\nCheck 709 YCbCr - PQ 2020\n  White PQ   Y  509 -1527\tCb  512 -1536\tCr  512 -1536\t\n"})
+        EXPECT_NE(std::string::npos, text.find(expected)) << expected;
+    EXPECT_EQ("\n\n", text.substr(text.size() - 2));
+    // Headings are formats, so "%%" prints one percent sign; labels are printed as they are.
+    EXPECT_NE(std::string::npos, text.find("\nCheck 75% 10 bit rounding\n  Green_709_10   Cr  206   -1\t\n"
+                                           "  Blue_709_10    Y  112   +1\t\n  Grey 40%% 709_10    Y  415   +1\t\n\n"))
+        << text;
 }

@@ -1,5 +1,5 @@
 // Interlaced frames through the C API: 4:2:0 chroma per field, checked against the 4:2:2 render (its
-// rows keep their own chroma, shaped as subsampled chroma is); a clock's frames updated in place.
+// rows keep their own chroma, shaped as subsampled chroma is); what cannot be interlaced.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -12,8 +12,6 @@
 #include "pm5544/pm5544.h"
 
 namespace {
-
-using Card = std::unique_ptr<pm5544_card, decltype(&pm5544_card_free)>;
 
 constexpr int width = 640, height = 360;
 
@@ -63,38 +61,6 @@ TEST(Interlace, FourTwoZeroChromaIsEachFieldsOwn) {
             for (int sample : {0, 1, 2})  // Cr, Y', Cb
                 ASSERT_EQ(full.word(sample == 1 ? y : sourceRow(y), x, sample), fields.word(y, x, sample))
                     << y << " " << x;
-}
-
-// A clock's frame updated in place equals a fresh render, over text that changes in rows that are not
-// whole groups of four (as the progressive clock's changed rows show); the rows reported are whole groups.
-TEST(Interlace, UpdatedClockFramesEqualFreshRenders) {
-    for (pm5544_layout layout : {PM5544_LAYOUT_I420_8, PM5544_LAYOUT_FRAME16}) {
-        SCOPED_TRACE(pm5544_layout_name(layout));
-        const auto clock = [&](pm5544_scan scan) {
-            Card card = newCard(layout, scan);
-            pm5544_set_clock(card.get(), 1);
-            pm5544_set_frame_rate(card.get(), 30000, 1001);
-            EXPECT_EQ(PM5544_OK, pm5544_set_timecode(card.get(), "00:00:59;28"));
-            return card;
-        };
-        pm5544_rows pairs{};
-        ASSERT_EQ(PM5544_OK, pm5544_changed_rows(clock(PM5544_SCAN_PROGRESSIVE).get(), 0, 2, &pairs));
-        ASSERT_TRUE(pairs.first_row % 4 != 0 || (pairs.first_row + pairs.row_count) % 4 != 0);
-
-        Card card = clock(PM5544_SCAN_INTERLACED_TFF);
-        LayoutFrame held = render(card.get(), layout, 0);
-        int64_t heldFrame = 0;
-        for (int64_t frame : {1, 2, 1800, 3}) {
-            const std::vector<void*> planes = held.pointers();
-            pm5544_rows written{};
-            ASSERT_EQ(PM5544_OK, pm5544_update_frame(card.get(), frame, heldFrame, layout, planes.data(),
-                                                     held.strides.data(), &written));
-            EXPECT_TRUE(render(card.get(), layout, frame).planes == held.planes) << "frame " << frame;
-            EXPECT_EQ(0, written.first_row % 4);
-            EXPECT_EQ(0, (written.first_row + written.row_count) % 4);
-            heldFrame = frame;
-        }
-    }
 }
 
 // What is no scan is refused; interlaced 4:2:0 needs whole groups of four rows, other samplings do not.

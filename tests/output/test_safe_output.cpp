@@ -1,43 +1,29 @@
-// Safe output: whatever fails, stops or races, the name holds the earlier file or the whole new one and
-// no temporary is left. The built program meets each fault per format in a forked child (where a limit,
+// Safe output: whatever fails, runs out of memory or races, the name holds the earlier file or the whole
+// new one and no temporary is left. The built program meets each fault per format in a forked child (where a limit,
 // another user or a signal cannot reach the test process); OutputFile is driven directly only for what
 // the program's runs do not show: permissions and symbolic links kept.
-#include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <pwd.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "ChildRuns.h"
 #include "TestFiles.h"
 #include "output/OutputFile.h"
 
 namespace {
 
 using namespace TestFiles;
+using namespace ChildRuns;
 namespace fs = std::filesystem;
-using Tree = std::map<std::string, std::string>;
-
-// A batch runner may start the tests with SIGINT ignored, and the cleanup under test leaves an ignored
-// signal ignored: the stop signals start at their default action here.
-[[maybe_unused]] const bool stopSignalsAtDefault = [] {
-    for (int stop : {SIGINT, SIGTERM, SIGHUP}) signal(stop, SIG_DFL);
-    return true;
-}();
 
 Bytes noiseBytes(size_t count, uint32_t seed) {
     Bytes bytes(count);
@@ -57,90 +43,6 @@ size_t occurrences(const std::string& text, const std::string& part) {
     size_t count = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
     return count;
-}
-
-// Every path under `root` with its bytes (or "dir", "link", "special"): equal trees mean the earlier file is
-// byte-identical and nothing, a temporary included, was added or removed.
-Tree snapshot(const std::string& root) {
-    Tree tree;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-        const std::string path = entry.path().string().substr(root.size());
-        const Bytes bytes = entry.is_regular_file() && !entry.is_symlink() ? readFile(entry.path().string()) : Bytes();
-        tree[path] = entry.is_symlink()         ? "link"
-                     : entry.is_directory()     ? "dir"
-                     : !entry.is_regular_file() ? "special"
-                                                : std::string(bytes.begin(), bytes.end());
-    }
-    return tree;
-}
-
-// What differs between two trees, by path ("" when nothing does): short enough to print.
-std::string differences(const Tree& before, const Tree& after) {
-    std::string found;
-    for (const auto& [path, content] : before) {
-        const auto it = after.find(path);
-        if (it == after.end() || it->second != content) found += (it == after.end() ? " removed " : " changed ") + path;
-    }
-    for (const auto& [path, content] : after)
-        if (before.count(path) == 0) found += " added " + path;
-    return found;
-}
-
-// Names in `directory`: cheap enough to watch a run write.
-std::map<std::string, uintmax_t> listing(const std::string& directory) {
-    std::map<std::string, uintmax_t> names;
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory, ignored))
-        names[entry.path().filename().string()] = entry.file_size(ignored);
-    return names;
-}
-
-// ---- Program runs in children: limits, another user and signals stay out of the test process ----
-
-struct ChildSetup {
-    std::string directory = ".";
-    std::string program = PM5544_EXE;
-    rlim_t fileSizeLimit = RLIM_INFINITY;
-    rlim_t addressSpaceLimit = RLIM_INFINITY;
-    bool asNobody = false;
-    std::string standardError = "/dev/null";
-};
-
-// Forks a child that takes `setup` and runs its program with `arguments` (through the shell, which the
-// program replaces). Returns the child's pid.
-pid_t startProgram(const ChildSetup& setup, const std::string& arguments) {
-    const std::string command = "exec '" + setup.program + "' " + arguments;  // made before the fork
-    std::fflush(stdout);
-    std::fflush(stderr);
-    const pid_t pid = fork();
-    if (pid != 0) return pid;
-    dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
-    dup2(::open(setup.standardError.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDERR_FILENO);
-    const rlimit fileSize{setup.fileSizeLimit, setup.fileSizeLimit};
-    const rlimit addressSpace{setup.addressSpaceLimit, setup.addressSpaceLimit};
-    signal(SIGXFSZ, SIG_IGN);  // past the file-size limit a write fails with EFBIG
-    // nobody may not read the leak suppressions in the source tree; leaks are checked in the other runs.
-    if (setup.asNobody) setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    const passwd* nobody = getpwnam("nobody");
-    const bool becameNobody = !setup.asNobody || (nobody != nullptr && setgroups(0, nullptr) == 0 &&
-                                                  setgid(nobody->pw_gid) == 0 && setuid(nobody->pw_uid) == 0);
-    // The limits last: past them the child of a sanitizer build cannot map memory any more.
-    if (becameNobody && chdir(setup.directory.c_str()) == 0 && setrlimit(RLIMIT_FSIZE, &fileSize) == 0 &&
-        setrlimit(RLIMIT_AS, &addressSpace) == 0)
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-    _exit(126);
-}
-
-std::string outcome(int status) {
-    if (WIFEXITED(status)) return "exit " + std::to_string(WEXITSTATUS(status));
-    if (WIFSIGNALED(status)) return std::string("signal ") + strsignal(WTERMSIG(status));
-    return "stopped";
-}
-
-std::string runProgram(const ChildSetup& setup, const std::string& arguments) {
-    int status = -1;
-    waitpid(startProgram(setup, arguments), &status, 0);
-    return outcome(status);
 }
 
 // The program copied where nobody can run it: the build may sit in a directory only its owner can enter
@@ -178,7 +80,8 @@ public:
     SmallFileSystem(const SmallFileSystem&) = delete;
     SmallFileSystem& operator=(const SmallFileSystem&) = delete;
     bool mountAt(const std::string& directory, size_t bytes) {
-        if (mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, ("size=" + std::to_string(bytes)).c_str()) != 0)
+        if (mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV,
+                  ("size=" + std::to_string(bytes)).c_str()) != 0)
             return false;
         mounted_ = directory;
         return true;
@@ -315,76 +218,91 @@ TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
     if (!reasons.empty()) GTEST_SKIP() << "faults not set up here:" << reasons;
 }
 
-// Memory runs out at the run's peak: under the smallest address-space limit that lets the run finish,
-// less 1 MiB. For PNG and TIFF that peak is inside the writer, after the output was opened.
+// ---- Memory that runs out ----
+
+constexpr rlim_t kMiB = 1 << 20;
+constexpr const char* kEmulated =
+    "the program runs under " PM5544_RUN_PREFIX ", whose own address space a limit would measure, not the program's";
+
+// The plain program (a sanitizer build's reservations would exceed any limit) in `dir`, its errors in `logs`.
+ChildSetup plainRun(const ScratchDir& dir, const ScratchDir& logs) {
+    ChildSetup setup;
+    setup.program = PM5544_PLAIN_EXE;
+    setup.directory = dir.path("");
+    setup.standardError = logs.path("stderr");
+    return setup;
+}
+
+// The least address-space limit in MiB (17 to 2048) under which the run succeeds, `name` removed before
+// each run; 0 when it fails at 2048.
+rlim_t leastLimit(ChildSetup setup, const std::string& arguments, const std::string& name) {
+    const auto succeedsUnder = [&](rlim_t mebibytes) {
+        fs::remove(fs::path(setup.directory) / name);
+        setup.addressSpaceLimit = mebibytes * kMiB;
+        return runProgram(setup, arguments) == "exit 0";
+    };
+    rlim_t fails = 16, succeeds = 2048;
+    if (!succeedsUnder(succeeds)) return 0;
+    while (succeeds - fails > 1) {
+        const rlim_t middle = (fails + succeeds) / 2;
+        (succeedsUnder(middle) ? succeeds : fails) = middle;
+    }
+    return succeeds;
+}
+
+// Memory runs out at the run's peak: under the least limit that lets the run finish, less 1 MiB. For PNG
+// and TIFF that peak is inside the writer, after the output was opened.
 TEST(SafeOutputProgram, OutOfMemoryKeepsTheEarlierFile) {
-    if (std::string(PM5544_RUN_PREFIX) != "")
-        GTEST_SKIP() << "the program runs under " PM5544_RUN_PREFIX ", whose own address space the limit "
-                        "would measure, not the program's";
-    constexpr rlim_t MiB = 1 << 20;
+    if (std::string(PM5544_RUN_PREFIX) != "") GTEST_SKIP() << kEmulated;
     for (const Format& format : kFormats) {
         ScratchDir dir, logs;
-        const std::string name = std::string("card.") + format.extension;
-        ChildSetup setup;
-        setup.program = PM5544_PLAIN_EXE;  // a sanitizer build's reservations would exceed any limit
-        setup.directory = dir.path("");
-        setup.standardError = logs.path("stderr");
-        const auto runUnder = [&](rlim_t mebibytes) {
-            fs::remove(dir.path(name));
-            setup.addressSpaceLimit = mebibytes * MiB;
-            return runProgram(setup, format.options + name);
-        };
-        rlim_t fails = 16, succeeds = 2048;
-        ASSERT_EQ(runUnder(succeeds), "exit 0") << format.extension << "\n" << text(readFile(logs.path("stderr")));
-        while (succeeds - fails > 1) {
-            const rlim_t middle = (fails + succeeds) / 2;
-            (runUnder(middle) == "exit 0" ? succeeds : fails) = middle;
-        }
+        ChildSetup setup = plainRun(dir, logs);
+        const std::string name = std::string("card.") + format.extension, arguments = format.options + name;
+        const rlim_t least = leastLimit(setup, arguments, name);
+        ASSERT_NE(0u, least) << format.extension << "\n" << text(readFile(logs.path("stderr")));
         writeFile(dir.path(name), kEarlier);
         const Tree before = snapshot(dir.path(""));
-        setup.addressSpaceLimit = (succeeds - 1) * MiB;
-        const std::string status = runProgram(setup, format.options + name);
+        setup.addressSpaceLimit = (least - 1) * kMiB;
+        const std::string status = runProgram(setup, arguments);
         const std::string err = text(readFile(logs.path("stderr")));
         EXPECT_EQ(status, "exit 1") << format.extension << "\n" << err;
         EXPECT_FALSE(err.empty()) << format.extension;
         EXPECT_EQ(differences(before, snapshot(dir.path(""))), "")
-            << format.extension << " at " << succeeds - 1 << " MiB\n"
+            << format.extension << " at " << least - 1 << " MiB\n"
             << err;
     }
 }
 
-// True once a temporary (".card.dpx.XXXXXX") in `directory` holds some of the frame: the run is then
-// between opening its output and committing it.
-bool temporaryHasGrown(const std::string& directory) {
-    for (const auto& [name, size] : listing(directory))
-        if (name.rfind(".card.dpx.", 0) == 0 && size > 0) return true;
-    return false;
-}
-
-// A large DPX stopped while its temporary is being written: the earlier file is intact, no temporary
-// remains, and the status says which signal stopped the run.
-TEST(SafeOutputProgram, StoppedRunKeepsTheEarlierFile) {
-    for (const int stop : {SIGINT, SIGTERM, SIGHUP}) {
-        const std::string what = strsignal(stop);
-        ScratchDir dir;
-        writeFile(dir.path("card.dpx"), kEarlier);
+// Box text: the text libraries end the process when an allocation or a thread fails, so the program must
+// find the shortfall before they start. Below the least limit that lets the run finish, every run down to
+// 24 MiB less either succeeds or says "Not enough memory", exits 1 and leaves the directory as it was; a
+// limit too low for the dynamic loader or an emulator to start the program ends the walk down.
+TEST(SafeOutputProgram, OutOfMemoryWithBoxTextIsReported) {
+    if (std::string(PM5544_RUN_PREFIX) != "") GTEST_SKIP() << kEmulated;
+    ScratchDir dir, logs;
+    ChildSetup setup = plainRun(dir, logs);
+    const std::string arguments = "-d 3840x2160 --ident Hello card.png";
+    const rlim_t least = leastLimit(setup, arguments, "card.png");
+    if (least == 0) GTEST_SKIP() << "the program does not run under a 2048 MiB address-space limit here";
+    for (rlim_t below = 1; below <= 24 && below < least; ++below) {
+        const rlim_t mebibytes = least - below;
+        writeFile(dir.path("card.png"), kEarlier);
         const Tree before = snapshot(dir.path(""));
-        ChildSetup setup;
-        setup.directory = dir.path("");
-        // 33 MB to write: far longer than one poll of the directory takes.
-        const pid_t pid = startProgram(setup, "-d 3840x2160 card.dpx");
-        int status = 0;
-        bool signalled = false;
-        while (waitpid(pid, &status, WNOHANG) == 0) {
-            if (!signalled && temporaryHasGrown(dir.path(""))) signalled = kill(pid, stop) == 0;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        ASSERT_TRUE(signalled) << what << ": the run ended (" << outcome(status)
-                               << ") before its temporary was seen growing";
-        EXPECT_EQ(outcome(status), "signal " + what);
-        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << what;
+        setup.addressSpaceLimit = mebibytes * kMiB;
+        const std::string status = runProgram(setup, arguments);
+        const std::string err = text(readFile(logs.path("stderr")));
+        if (status == "exit 0") continue;
+        if (err.find("error while loading shared libraries") != std::string::npos ||
+            err.find("Unable to reserve") != std::string::npos)
+            break;
+        EXPECT_EQ(status, "exit 1") << mebibytes << " MiB\n" << err;
+        EXPECT_NE(err.find("Error: Not enough memory to render 3840x2160"), std::string::npos) << mebibytes << " MiB\n"
+                                                                                               << err;
+        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << mebibytes << " MiB";
     }
 }
+
+// ---- Races ----
 
 // Two runs on one name at once (a batch started twice, here with two colour encodings so that a mix
 // shows): both succeed and the name holds one whole PNG, read back by pngcheck.
@@ -400,7 +318,7 @@ TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
         waitpid(run, &status, 0);
         EXPECT_EQ(outcome(status), "exit 0");
     }
-    EXPECT_EQ(listing(dir.path("")).size(), 1u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path("")), fs::directory_iterator()), 1);
     EXPECT_EQ(0, std::system(("pngcheck -q '" + dir.path("card.png") + "' >/dev/null").c_str()));
 }
 

@@ -1,11 +1,14 @@
 // The PNG, TIFF and DPX writers' files read back independently (pngcheck and ffmpeg, libtiff and
-// tiffdump, DPX byte by byte), and TIFF, DPX and Y4M through the program against its PNG.
+// tiffdump, DPX byte by byte); TIFF, DPX and Y4M through the program against its PNG; interlaced Y4M
+// read back by ffmpeg; the held frame a pipe is given stays as it was given, or fails with the reason.
 #include <gtest/gtest.h>
 #include <tiffio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -15,6 +18,7 @@
 
 #include "TestFiles.h"
 #include "WholeFrame.h"
+#include "output/HeldFrame.h"
 #include "output/writeDPX.h"
 #include "output/writePng.h"
 #include "output/writeTiff.h"
@@ -82,6 +86,37 @@ int writeDpx(const Frame& frame, DPX::eFormat format, int width, int height, con
 }
 
 const size_t kDpxData = 8192;
+
+std::string fieldOrder(const std::string& path) {
+    return commandOutput("ffprobe -v error -show_entries stream=field_order -of csv=p=0 '" + path + "'");
+}
+
+// One field of a 10-bit 4:2:0 file as ffmpeg's field filter separates it, as 16-bit samples.
+std::vector<uint16_t> fieldSamples(const std::string& path, const char* field) {
+    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -vf field=" + field +
+                                          " -f rawvideo -pix_fmt yuv420p10le - 2>/dev/null");
+    std::vector<uint16_t> samples;
+    for (size_t i = 0; i + 1 < raw.size(); i += 2)
+        samples.push_back(uint16_t(uint8_t(raw[i]) | uint8_t(raw[i + 1]) << 8));
+    return samples;
+}
+
+// A frame of a little over two pages, sent twice with a change across a page boundary in between,
+// nothing read meanwhile; the bytes the two sends should deliver.
+Bytes sendTwice(int fd, bool& sent) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), size = 2 * page + 100;
+    Bytes frame(size), change(30, 0xEE);
+    for (size_t i = 0; i < size; ++i) frame[i] = static_cast<uint8_t>(i * 7 + i / 251);
+    HeldFrame held(size);
+    held.place(frame.data(), size, 0);
+    Bytes expected = frame;
+    sent = held.writeTo(fd);
+    held.place(change.data(), change.size(), page - 10);
+    std::copy(change.begin(), change.end(), frame.begin() + long(page - 10));
+    expected.insert(expected.end(), frame.begin(), frame.end());
+    sent = sent && held.writeTo(fd);
+    return expected;
+}
 
 }  // namespace
 
@@ -247,9 +282,7 @@ TEST(Formats, TiffAndDpxMatchThePngRender) {
 // place and its second frame copied within it; a pipe gets the same bytes from the frame held in memory.
 TEST(Formats, Y4mDecodesToThePngRender) {
     const int width = 161, height = 91;
-    const struct {
-        int sampling, bits;
-    } cases[] = {{444, 12}, {422, 10}, {420, 10}, {420, 8}};
+    const struct { int sampling, bits; } cases[] = {{444, 12}, {422, 10}, {420, 10}, {420, 8}};
     for (const auto& c : cases) {
         const int sampling = c.sampling, bits = c.bits;
         const std::string settings = "-d 161x91 -c 709 -s " + std::to_string(sampling) + " -b " + std::to_string(bits);
@@ -368,4 +401,97 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
     EXPECT_EQ(frame(1), frame(3));
     EXPECT_EQ(inPlace, throughPipe(Y4mWriter::kHeldFrameBudget));
     EXPECT_EQ(inPlace, throughPipe(1024));
+}
+
+// It and Ib in the header, which ffprobe reads as top or bottom field first.
+TEST(Y4mInterlace, FfprobeReadsTheFieldOrder) {
+    ScratchDir dir;
+    for (const auto& [order, read] : {std::pair{"tff", "tt\n"}, {"bff", "bb\n"}}) {
+        ASSERT_EQ(0, runProgram(dir.path(""), std::string("-d 320x180 -c 709 -s 422 -b 10 --interlaced ") + order +
+                                                  " --frames 2 card.y4m"));
+        EXPECT_EQ(read, fieldOrder(dir.path("card.y4m")));
+    }
+}
+
+// ffmpeg's field filter takes every other row of each plane, so each field it returns is a 4:2:0
+// picture of its own: its chroma is the 4:2:2 chroma of the field's rows 0, 2, 4, ... (frame rows f,
+// f + 4, ...) and its luma the field's rows.
+TEST(Y4mInterlace, EachFieldIsAFourTwoZeroPictureOfItsOwnRows) {
+    const size_t width = 320, height = 180, chromaWidth = width / 2;
+    ScratchDir dir;
+    ASSERT_EQ(0, runProgram(dir.path(""), "-d 320x180 -c 709 -b 10 -s 420 --interlaced tff fields.y4m"));
+    ASSERT_EQ(0, runProgram(dir.path(""), "-d 320x180 -c 709 -b 10 -s 422 full.y4m"));
+    const std::vector<uint16_t> full = ffmpegSamples(dir.path("full.y4m"), "yuv422p10le", false);
+    for (size_t field = 0; field < 2; ++field) {
+        const std::vector<uint16_t> got = fieldSamples(dir.path("fields.y4m"), field == 0 ? "top" : "bottom");
+        std::vector<uint16_t> expected;
+        for (size_t y = field; y < height; y += 2)
+            expected.insert(expected.end(), &full[y * width], &full[(y + 1) * width]);
+        for (size_t plane = 0; plane < 2; ++plane)
+            for (size_t y = field; y < height; y += 4) {
+                const uint16_t* row = &full[width * height + (plane * height + y) * chromaWidth];
+                expected.insert(expected.end(), row, row + chromaWidth);
+            }
+        EXPECT_TRUE(expected == got) << "field " << field << ": " << got.size() << " samples";
+    }
+}
+
+// A clock's third frame, its changed rows written again, equals a still of its time.
+TEST(Y4mInterlace, ClockFramesEqualStillsOfTheirTime) {
+    ScratchDir dir;
+    const std::string settings = "-d 320x180 -c 709 -s 420 -b 8 --interlaced bff --clock --rate 30000/1001 ";
+    ASSERT_EQ(0, runProgram(dir.path(""), settings + "--timecode '00:00:59;28' --frames 3 clip.y4m"));
+    ASSERT_EQ(0, runProgram(dir.path(""), settings + "--timecode '00:01:00;02' still.y4m"));
+    const std::string clip = text(readFile(dir.path("clip.y4m"))), still = text(readFile(dir.path("still.y4m")));
+    const size_t frameBytes = still.size() - still.find("FRAME\n");
+    EXPECT_EQ(still.substr(still.size() - frameBytes), clip.substr(clip.size() - frameBytes));
+}
+
+// Still formats have no field order; interlaced 4:2:0 needs whole pairs of each field's rows.
+TEST(Y4mInterlace, RefusesWhatCannotBeInterlaced) {
+    ScratchDir dir;
+    const struct {
+        const char* arguments;
+        const char* message;
+    } cases[] = {
+        {"-c 709 --interlaced tff card.dpx", "Error: --interlaced is for Y4M video: a dpx file is a progressive still"},
+        {"-c 709 --interlaced top card.y4m", "Error: --interlaced top is not tff (top field first) or bff"},
+        {"-d 720x486 -c 709 -s 420 --interlaced tff card.y4m", "multiple of 4, not 486"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(1, runProgram(dir.path(""), c.arguments)) << c.arguments;
+        EXPECT_NE(std::string::npos, text(readFile(dir.path("stderr"))).find(c.message)) << c.arguments;
+    }
+    EXPECT_FALSE(exists(dir.path("card.dpx")) || exists(dir.path("card.y4m")));
+}
+
+// The first send hands the pipe its pages by reference: the change must not reach them.
+TEST(HeldFrame, APipeKeepsWhatItWasGiven) {
+    int fds[2];
+    ASSERT_EQ(0, pipe(fds));
+    bool sent = false;
+    const Bytes expected = sendTwice(fds[1], sent);
+    ASSERT_TRUE(sent);
+    close(fds[1]);
+    Bytes read(expected.size() + 1);
+    size_t got = 0;
+    for (ssize_t n; (n = ::read(fds[0], read.data() + got, read.size() - got)) > 0;) got += size_t(n);
+    close(fds[0]);
+    read.resize(got);
+    EXPECT_TRUE(expected == read);
+}
+
+// A pipe whose reader has gone: the write fails with the system's reason.
+TEST(HeldFrame, AClosedPipeFailsWithItsReason) {
+    const auto previous = std::signal(SIGPIPE, SIG_IGN);
+    int fds[2];
+    ASSERT_EQ(0, pipe(fds));
+    close(fds[0]);
+    bool sent = true;
+    errno = 0;
+    sendTwice(fds[1], sent);
+    EXPECT_FALSE(sent);
+    EXPECT_EQ(EPIPE, errno);
+    close(fds[1]);
+    std::signal(SIGPIPE, previous);
 }

@@ -7,10 +7,22 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "TestFiles.h"
 #include "pm5544/pm5544.h"
+
+using Card = std::unique_ptr<pm5544_card, decltype(&pm5544_card_free)>;
+
+// A card of the raster and encoding, set for the layout.
+inline Card newCard(int width, int height, const char* encoding, pm5544_layout layout) {
+    Card card(pm5544_card_new(), pm5544_card_free);
+    EXPECT_EQ(PM5544_OK, pm5544_set_raster(card.get(), width, height));
+    EXPECT_EQ(PM5544_OK, pm5544_set_encoding_name(card.get(), encoding));
+    EXPECT_EQ(PM5544_OK, pm5544_use_layout(card.get(), layout));
+    return card;
+}
 
 struct LayoutFrame {
     pm5544_layout layout;

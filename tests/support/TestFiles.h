@@ -73,6 +73,13 @@ inline std::string commandOutput(const std::string& command) {
     pclose(pipe);
     return output;
 }
+// The bytes ffmpeg writes as raw video for an input ("-i 'file'", or raw video described before it) and
+// output options ("-pix_fmt yuv420p", "-c:v v210").
+inline Bytes ffmpegRaw(const std::string& input, const std::string& outputOptions) {
+    const std::string raw =
+        commandOutput("ffmpeg -nostdin -v error " + input + " " + outputOptions + " -f rawvideo - 2>/dev/null");
+    return Bytes(raw.begin(), raw.end());
+}
 // The 16-bit words ffmpeg decodes from `path` into `pixelFormat` (rgba64be, rgb48le, ...), read in
 // the byte order the format names.
 inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::string& pixelFormat,
@@ -111,6 +118,19 @@ protected:
     ScratchDir dir;
 };
 #endif
+// A GStreamer command-line tool that loads this build's plugin: a sanitized plugin needs the sanitizer's
+// runtime loaded first, which the tool lacks. "" when the tool or the runtime is missing.
+inline std::string gstreamerTool(const std::string& tool) {
+    if (std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) != 0) return "";
+#if defined(__SANITIZE_ADDRESS__)
+    std::string runtime = commandOutput("gcc -print-file-name=libasan.so 2>/dev/null");
+    runtime.erase(runtime.find_last_not_of(" \n") + 1);
+    if (runtime.empty() || runtime[0] != '/' || !exists(runtime)) return "";
+    return "LD_PRELOAD='" + runtime + "' ASAN_OPTIONS=detect_leaks=0 " + tool;
+#else
+    return tool;
+#endif
+}
 // What `action` prints to standard output, or to standard error.
 template <typename Action>
 std::string stdoutOf(Action&& action) {
