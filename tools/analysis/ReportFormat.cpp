@@ -13,7 +13,8 @@ namespace pm5544::analysis {
 
 namespace {
 
-using nlohmann::json;
+// Keys in the order the report lists them.
+using json = nlohmann::ordered_json;
 
 const char* verdictWord(Verdict verdict) {
     switch (verdict) {

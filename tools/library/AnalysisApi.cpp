@@ -10,16 +10,13 @@
 #include "analysis/Analysis.h"
 #include "analysis/CaptureFiles.h"
 #include "analysis/ReportFormat.h"
+#include "library/CaptureHandle.h"
 #include "library/CardHandle.h"
 #include "library/FrameLayouts.h"
 #include "pattern/FrameRow.h"
 
 using pm5544::analysis::Components;
 using pm5544::analysis::Picture;
-
-struct pm5544_capture {
-    Picture picture;
-};
 
 struct pm5544_analysis {
     pm5544::analysis::Report report;
