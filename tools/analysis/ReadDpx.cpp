@@ -105,7 +105,9 @@ Picture readDpx(File& file) {
     picture.components = h.descriptor == DPX::kRGB ? Components::RGB : Components::YCbCr;
     picture.chromaShiftX = h.descriptor == DPX::kCbYCrY ? 1 : 0;
     const int64_t samples = h.descriptor == DPX::kCbYCrY ? 2 * h.width : 3 * h.width;
-    const uint64_t dataBytes = h.bits == DPX::kDataBits ? uint64_t(samples + 2) / 3 * 4 : uint64_t(samples) * uint64_t(h.bits / 8);
+    // Lines are whole 32-bit words: three 10-bit samples a word, or 8- and 16-bit samples padded to one.
+    const uint64_t dataBytes = h.bits == DPX::kDataBits ? uint64_t(samples + 2) / 3 * 4
+                                                        : (uint64_t(samples) * uint64_t(h.bits / 8) + 3) / 4 * 4;
     const uint64_t lineBytes = dataBytes + h.linePadding;
     if (fseeko(file.stream(), 0, SEEK_END) != 0) refuse(file.path(), "cannot find the file's size");
     const uint64_t fileSize = uint64_t(ftello(file.stream()));
