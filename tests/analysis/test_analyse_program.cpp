@@ -135,4 +135,24 @@ TEST_F(Analyse, HelpShowsThePm5544Defaults) {
     }
 }
 
+// The manual page renders without warnings and, like the completion, offers every option of --help.
+TEST_F(Analyse, ManualPageAndCompletionFollowTheHelp) {
+    const std::string page = commandOutput("MANWIDTH=80 man --warnings -E UTF-8 -P cat -l '" PM5544_DOCS_DIR
+                                           "/pm5544-analyse.1.gz' 2>'" + dir.path("warnings") + "'");
+    EXPECT_EQ("", text(readFile(dir.path("warnings"))));
+    EXPECT_NE(std::string::npos, page.find("EXIT STATUS")) << page;
+    const std::string offered = commandOutput(
+        "bash -c 'source /usr/share/bash-completion/bash_completion && source " PM5544_DOCS_DIR
+        "/pm5544-analyse.bash && COMP_WORDS=(pm5544-analyse -) COMP_CWORD=1 COMP_LINE=\"pm5544-analyse -\" "
+        "COMP_POINT=${#COMP_LINE} && _pm5544_analyse && printf \"%s\\n\" \"${COMPREPLY[@]}\"'");
+    const std::string help = commandOutput("'" PM5544_ANALYSE_EXE "' --help");
+    size_t options = 0;
+    for (size_t at = help.find("\n  -"); at != std::string::npos; at = help.find("\n  -", at + 1), ++options) {
+        const std::string option = help.substr(at + 3, help.find_first_of(" \n", at + 3) - at - 3);
+        EXPECT_NE(std::string::npos, page.find("\n       " + option)) << option;
+        EXPECT_NE(std::string::npos, ("\n" + offered).find("\n" + option + "\n")) << option;
+    }
+    EXPECT_EQ(17u, options);
+}
+
 }  // namespace
