@@ -33,13 +33,14 @@ inline Sent sentOf(const std::string& options) {
 
 // Frame `frame` in FRAME16 (four samples a pixel, Cr Y' Cb A or R' G' B' A, codes in the high bits).
 inline std::vector<uint16_t> renderFrame16(const Sent& sent, int width, int height, int64_t frame = 0,
-                                           bool clock = false) {
+                                           bool clock = false, pm5544_scan scan = PM5544_SCAN_PROGRESSIVE) {
     pm5544_card* card = pm5544_card_new();
     pm5544_set_raster(card, width, height);
     pm5544_set_encoding_name(card, sent.encoding.c_str());
     pm5544_set_bits(card, sent.bits);
     pm5544_set_sampling(card, sent.sampling);
     if (clock) pm5544_set_clock(card, 1), pm5544_set_timecode(card, "10:00:00:00");
+    pm5544_set_scan(card, scan);
     std::vector<uint16_t> samples(size_t(width) * size_t(height) * 4);
     void* planes[1] = {samples.data()};
     const size_t strides[1] = {size_t(width) * 8};

@@ -51,6 +51,24 @@ TEST(Captures, ProgramFilesReadAsTheLibraryRenders) {
     }
 }
 
+// Interlaced 4:2:0 holds each field's chroma: every row reads the chroma of its field's pair of rows.
+TEST(Captures, InterlacedY4mGivesEachRowItsFieldsChroma) {
+    ScratchDir dir;
+    const std::string options = "-c 709 -s 420 -b 10";
+    ASSERT_EQ(0, runProgram(dir.path(""), "-d 160x92 " + options + " --interlaced tff card.y4m"));
+    const Picture read = readCapture(dir.path("card.y4m"), 0);
+    const auto frame = renderFrame16(sentOf(options), 160, 92, 0, false, PM5544_SCAN_INTERLACED_TFF);
+    Picture expected = expectedPicture(frame, 160, 92, {Components::YCbCr, 10, {1, 2, 0}, 1, 0});
+    for (int c = 1; c < 3; ++c)
+        for (int y = 0; y < 92; ++y)
+            for (int x = 0; x < 80; ++x) {
+                const int from = (y >> 2) * 4 + (y & 1);  // the field's first row of the pair
+                expected.planes[c][size_t(y) * 80 + size_t(x)] =
+                    uint16_t(frame[(size_t(from) * 160 + size_t(2 * x)) * 4 + size_t(yCbCrOrder[c])] >> 6);
+            }
+    EXPECT_TRUE(samePicture(expected, read));
+}
+
 // Frame N of a clip whose clock moves on each frame; past the last frame, a refusal that counts them.
 TEST(Captures, FrameOfAClipAndPastItsEnd) {
     ScratchDir dir;
@@ -105,12 +123,14 @@ TEST(Captures, FilesOfOtherToolsReadAsTheirSamples) {
         const char *file, *then;  // the output, and a command run on it afterwards
         Components components;
         int planeOf[4];  // the picture plane of each raw sample (-1: dropped); grey fills all three
+        bool grey = false;
     } cases[] = {
         {"rgb24", 8, 3, false, "rgb.png", "", Components::RGB, {0, 1, 2, -1}},
         {"rgba", 8, 4, false, "rgba.png", "", Components::RGB, {0, 1, 2, -1}},
-        {"gray", 8, 1, false, "grey.png", "", Components::RGB, {0, -1, -1, -1}},
+        {"gray", 8, 1, false, "grey.png", "", Components::RGB, {0, -1, -1, -1}, true},
+        {"ya8", 8, 2, false, "grey-alpha.png", "", Components::RGB, {0, -1, -1, -1}, true},
         {"rgb48be", 16, 3, true, "rgb16.png", "", Components::RGB, {0, 1, 2, -1}},
-        {"gray16be", 16, 1, true, "grey16.png", "", Components::RGB, {0, -1, -1, -1}},
+        {"gray16be", 16, 1, true, "grey16.png", "", Components::RGB, {0, -1, -1, -1}, true},
         {"rgb48le", 16, 3, false, "rgb16.dpx", "", Components::RGB, {0, 1, 2, -1}},
         {"rgb24", 8, 3, false, "rgb8.dpx", "", Components::RGB, {0, 1, 2, -1}},
         {"rgb24", 8, 3, false, "rgb.tif", "", Components::RGB, {0, 1, 2, -1}},
@@ -139,11 +159,27 @@ TEST(Captures, FilesOfOtherToolsReadAsTheirSamples) {
             for (int s = 0; s < c.samplesPerPixel; ++s) {
                 const uint16_t value = uint16_t(samples[p * size_t(c.samplesPerPixel) + size_t(s)] >> (16 - c.bits));
                 if (c.planeOf[s] < 0) continue;
-                for (int plane = c.planeOf[s]; plane < (c.samplesPerPixel == 1 ? 3 : c.planeOf[s] + 1); ++plane)
+                for (int plane = c.planeOf[s]; plane < (c.grey ? 3 : c.planeOf[s] + 1); ++plane)
                     differ += picture.planes[plane][p] != value;
             }
         EXPECT_EQ(0u, differ);
     }
+}
+
+// A palette PNG reads as ffmpeg decodes it.
+TEST(Captures, PalettePngReadsAsFfmpegDecodesIt) {
+    ScratchDir dir;
+    writeFile(dir.path("raw"), rawSamples(size_t(67) * 45 * 3, 8, false));
+    ASSERT_EQ(0, std::system(("cd '" + dir.path("") +
+                              "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt rgb24 -s 67x45 -i raw -pix_fmt pal8 "
+                              "pal.png && ffmpeg -nostdin -v error -i pal.png -f rawvideo -pix_fmt rgb24 decoded")
+                                 .c_str()));
+    const Bytes decoded = readFile(dir.path("decoded"));
+    const Picture picture = readCapture(dir.path("pal.png"), 0);
+    ASSERT_EQ(decoded.size(), picture.planes[0].size() * 3);
+    size_t differ = 0;
+    for (size_t i = 0; i < decoded.size(); ++i) differ += picture.planes[i % 3][i / 3] != decoded[i];
+    EXPECT_EQ(0u, differ);
 }
 
 // ffmpeg's 10-bit DPX (R, G, B from each word's top) and Y4M of 10-bit 4:2:2 and of grey (at an even
@@ -157,17 +193,23 @@ TEST(Captures, FfmpegDpxAndY4mReadAsTheirPlanes) {
                             " -s 66x45 -i raw -pix_fmt " + format + " " + extra + " " + file)
                                .c_str());
     };
-    // gbrp10le: planes G', B', R'.
-    writeFile(dir.path("raw"), rawSamples(3 * pixels, 10, false));
-    ASSERT_EQ(0, make("gbrp10le", "rgb10.dpx", ""));
+    // gbrp10: planes G', B', R', in either byte order (the file's magic says which).
     const std::vector<uint16_t> samples = distinctSamples(3 * pixels);
-    const Picture dpx = readCapture(dir.path("rgb10.dpx"), 0);
-    EXPECT_EQ(10, dpx.bits);
-    const int planeOfGbr[3] = {1, 2, 0};
-    size_t differ = 0;
-    for (int g = 0; g < 3; ++g)
-        for (size_t p = 0; p < pixels; ++p) differ += dpx.planes[planeOfGbr[g]][p] != samples[size_t(g) * pixels + p] >> 6;
-    EXPECT_EQ(0u, differ);
+    for (const bool bigEndian : {false, true}) {
+        SCOPED_TRACE(bigEndian ? "big-endian" : "little-endian");
+        writeFile(dir.path("raw"), rawSamples(3 * pixels, 10, bigEndian));
+        const std::string format = bigEndian ? "gbrp10be" : "gbrp10le", file = format + ".dpx";
+        ASSERT_EQ(0, make(format, file, ""));
+        EXPECT_EQ(bigEndian ? "SDPX" : "XPDS", text(readFile(dir.path(file))).substr(0, 4));
+        const Picture dpx = readCapture(dir.path(file), 0);
+        EXPECT_EQ(10, dpx.bits);
+        const int planeOfGbr[3] = {1, 2, 0};
+        size_t differ = 0;
+        for (int g = 0; g < 3; ++g)
+            for (size_t p = 0; p < pixels; ++p)
+                differ += dpx.planes[planeOfGbr[g]][p] != samples[size_t(g) * pixels + p] >> 6;
+        EXPECT_EQ(0u, differ);
+    }
 
     writeFile(dir.path("raw"), rawSamples(pixels + 2 * chroma, 10, false));
     ASSERT_EQ(0, make("yuv422p10le", "yuv.y4m", "-strict -1"));

@@ -31,6 +31,7 @@ struct StreamHeader {
     int64_t width = 0, height = 0;
     int bits = 8;
     const ColourSpace* space = nullptr;
+    bool interlaced = false;  // It or Ib: 4:2:0 chroma subsampled field by field
 };
 
 // One line up to '\n'; false at the end of the stream before any byte.
@@ -83,6 +84,7 @@ StreamHeader readStreamHeader(File& file) {
         if (token[0] == 'W') header.width = number(token, file.path());
         if (token[0] == 'H') header.height = number(token, file.path());
         if (token[0] == 'C') readColourSpace(token.substr(1), header, file.path()), colourGiven = true;
+        if (token == "It" || token == "Ib") header.interlaced = true;
     }
     if (!colourGiven) readColourSpace(defaultColourSpace, header, file.path());
     return header;
@@ -132,6 +134,22 @@ void readPlane(File& file, std::vector<uint16_t>& plane, int bits, std::vector<u
     }
 }
 
+// Interlaced 4:2:0 holds chroma row r for field r % 2, from the field's rows 2 (r / 2) and 2 (r / 2) + 1:
+// no progressive plane of half the rows says that, so each frame row gets its field's chroma row.
+void giveEachRowItsFieldsChroma(Picture& picture) {
+    const size_t width = size_t(picture.planeWidth(1));
+    picture.chromaShiftY = 0;
+    for (int c = 1; c < 3; ++c) {
+        std::vector<uint16_t> fields = std::move(picture.planes[c]);
+        const size_t lastRow = fields.size() / width - 1;
+        picture.planes[c].resize(width * size_t(picture.height));
+        for (int y = 0; y < picture.height; ++y) {
+            const size_t fieldRow = std::min(size_t(y >> 2) * 2 + size_t(y & 1), lastRow);
+            std::copy_n(&fields[fieldRow * width], width, &picture.planes[c][size_t(y) * width]);
+        }
+    }
+}
+
 }  // namespace
 
 Picture readY4m(File& file, int64_t frame) {
@@ -160,6 +178,7 @@ Picture readY4m(File& file, int64_t frame) {
         return picture;
     }
     for (int c = 1; c < 3; ++c) readPlane(file, picture.planes[c], picture.bits, row, size_t(picture.planeWidth(1)));
+    if (header.interlaced && picture.chromaShiftY == 1) giveEachRowItsFieldsChroma(picture);
     return picture;
 }
 

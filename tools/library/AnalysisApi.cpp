@@ -131,7 +131,7 @@ pm5544_capture* pm5544_capture_read(const char* path, int64_t frame, char* error
         if (path == nullptr) throw std::invalid_argument("No capture file named");
         return new pm5544_capture{pm5544::analysis::readCapture(path, frame)};
     } catch (const std::bad_alloc&) {
-        copyMessage(std::string(path) + ": not enough memory to read it", error, error_size);
+        copyMessage(std::string(path != nullptr ? path : "") + ": not enough memory to read it", error, error_size);
     } catch (const std::exception& e) {
         copyMessage(e.what(), error, error_size);
     } catch (...) {
@@ -171,6 +171,12 @@ pm5544_analysis* pm5544_analyse(pm5544_card* card, const pm5544_capture* capture
     const pm5544_status status = pm5544::handle::guarded(card, [&] {
         if (capture == nullptr) return fail(card, PM5544_ERROR_ARGUMENT, "No capture given");
         if (frame < 0) return fail(card, PM5544_ERROR_ARGUMENT, "Frame " + std::to_string(frame) + " is before the first");
+        const pm5544::CardSettings& s = card->settings;
+        if (int64_t(s.width) * s.height > pm5544::analysis::CaptureLimits::maximumPixels)
+            return fail(card, PM5544_ERROR_SETTINGS,
+                        std::to_string(s.width) + "x" + std::to_string(s.height) +
+                            " is too large to analyse against (at most " +
+                            std::to_string(pm5544::analysis::CaptureLimits::maximumPixels) + " pixels)");
         if (const pm5544_status prepared = pm5544::handle::prepare(card); prepared != PM5544_OK) return prepared;
         auto analysis = std::make_unique<pm5544_analysis>();
         analysis->reference = renderReference(card, frame);
