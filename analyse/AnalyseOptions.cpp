@@ -40,8 +40,9 @@ bool applySize(const char* option, const char* value, Request& r) {
 
 bool applyAspect(const char* option, const char* value, Request& r) {
     int num = 16, den = 9;
-    return readPairOption(option, value, num, den,
-                          {"aspect ratio", "NUMxDEN", "1x1 to " + std::to_string(INT_MAX) + "x" + std::to_string(INT_MAX)}) &&
+    return readPairOption(
+               option, value, num, den,
+               {"aspect ratio", "NUMxDEN", "1x1 to " + std::to_string(INT_MAX) + "x" + std::to_string(INT_MAX)}) &&
            accepted(r, pm5544_set_aspect(r.card, num, den));
 }
 
@@ -71,7 +72,9 @@ bool applyEdgeTaperOff(const char*, const char*, Request& r) { return accepted(r
 bool applyIdent(const char*, const char* value, Request& r) { return accepted(r, pm5544_set_ident(r.card, value)); }
 bool applyCaption(const char*, const char* value, Request& r) { return accepted(r, pm5544_set_caption(r.card, value)); }
 bool applyClock(const char*, const char*, Request& r) { return accepted(r, pm5544_set_clock(r.card, 1)); }
-bool applyTimecode(const char*, const char* value, Request& r) { return accepted(r, pm5544_set_timecode(r.card, value)); }
+bool applyTimecode(const char*, const char* value, Request& r) {
+    return accepted(r, pm5544_set_timecode(r.card, value));
+}
 bool applyFont(const char* option, const char* value, Request& r) {
     if (*value == '\0') return error("Option %s needs a font name", option);
     return accepted(r, pm5544_set_font(r.card, value));
@@ -111,7 +114,9 @@ bool applyNothing(const char*, const char*, Request&) { return true; }
 std::vector<std::string> bitsWords() { return {"8", "10", "12", "16"}; }
 std::vector<std::string> samplingWords() { return {"444", "422", "420"}; }
 std::vector<std::string> aspectWords() { return {"4x3", "16x9", "14x9", "1x1"}; }
-std::vector<std::string> rateWords() { return {"24", "25", "30", "50", "60", "24000/1001", "30000/1001", "60000/1001"}; }
+std::vector<std::string> rateWords() {
+    return {"24", "25", "30", "50", "60", "24000/1001", "30000/1001", "60000/1001"};
+}
 
 // pm5544's defaults: what a card handle starts with.
 const std::vector<Option> optionTable = {
@@ -125,12 +130,12 @@ const std::vector<Option> optionTable = {
     {"--ident", "TEXT", nullptr, "the identification text on the sent card", applyIdent, nullptr},
     {"--caption", "TEXT", nullptr, "the caption text on the sent card", applyCaption, nullptr},
     {"--clock", nullptr, nullptr, "the sent card showed a clock", applyClock, nullptr},
-    {"--timecode", "HH:MM:SS:FF", nullptr, "the timecode of the sent card's first frame (with --clock)",
-     applyTimecode, nullptr},
+    {"--timecode", "HH:MM:SS:FF", nullptr, "the timecode of the sent card's first frame (with --clock)", applyTimecode,
+     nullptr},
     {"--rate", "NUM[/DEN]", "25", "the sent frame rate, for the clock", applyRate, rateWords},
     {"--font", "NAME", nullptr, "the font of the sent card's text, as pm5544 --font", applyFont, nullptr},
-    {"--frame", "N", "0", "analyse frame N of a Y4M capture (0 is the first), against the card's frame N",
-     applyFrame, nullptr},
+    {"--frame", "N", "0", "analyse frame N of a Y4M capture (0 is the first), against the card's frame N", applyFrame,
+     nullptr},
     {"--json", "FILE", nullptr,
      "also write the report as JSON to FILE; - writes it to standard output and the text report to standard error",
      applyJson, nullptr},
@@ -144,8 +149,9 @@ const std::vector<Option> optionTable = {
 
 const std::vector<ExitStatus> exitStatusTable = {
     {exitAsSent, "the capture is the card as sent: bit-exact, or within the analysis' tolerances"},
-    {exitError, "an error: a bad option, an unreadable capture, no PM5544 card found, a failed write; no file is "
-                "written"},
+    {exitError,
+     "an error: a bad option, an unreadable capture, no PM5544 card found, a failed write; no file is "
+     "written"},
     {exitChanged, "the chain changed the card: the report says how"},
 };
 

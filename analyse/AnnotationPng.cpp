@@ -18,7 +18,8 @@ void onError(png_structp png, png_const_charp message) {
 }
 void onWarning(png_structp, png_const_charp) {}
 
-bool writeRows(png_structp png, png_infop info, FILE* stream, const uint8_t* rgb, int width, int height, size_t stride) {
+bool writeRows(png_structp png, png_infop info, FILE* stream, const uint8_t* rgb, int width, int height,
+               size_t stride) {
     if (setjmp(png_jmpbuf(png))) return false;
     png_init_io(png, stream);
     png_set_IHDR(png, info, png_uint_32(width), png_uint_32(height), 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
@@ -31,7 +32,8 @@ bool writeRows(png_structp png, png_infop info, FILE* stream, const uint8_t* rgb
 
 }  // namespace
 
-bool writeAnnotationPng(FILE* stream, const std::string& name, const uint8_t* rgb, int width, int height, size_t stride) {
+bool writeAnnotationPng(FILE* stream, const std::string& name, const uint8_t* rgb, int width, int height,
+                        size_t stride) {
     char message[256] = "out of memory";
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, message, onError, onWarning);
     png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;

@@ -40,11 +40,12 @@ bool setSentRaster(const Request& request, const pm5544_capture* capture) {
     const bool own = request.width == 0 && request.height == 0;
     const int sentWidth = request.width != 0 ? request.width : width;
     const int sentHeight = request.height != 0 ? request.height : height;
-    if (own && (width < PM5544_MIN_SIDE || height < PM5544_MIN_SIDE || width > PM5544_MAX_SIDE || height > PM5544_MAX_SIDE))
-        return error("no PM5544 card found: %s is %dx%d, a raster the card is not made at (%dx%d to %dx%d); -d gives "
-                     "the sent one",
-                     request.capture.c_str(), width, height, PM5544_MIN_SIDE, PM5544_MIN_SIDE, PM5544_MAX_SIDE,
-                     PM5544_MAX_SIDE);
+    if (own &&
+        (width < PM5544_MIN_SIDE || height < PM5544_MIN_SIDE || width > PM5544_MAX_SIDE || height > PM5544_MAX_SIDE))
+        return error(
+            "no PM5544 card found: %s is %dx%d, a raster the card is not made at (%dx%d to %dx%d); -d gives "
+            "the sent one",
+            request.capture.c_str(), width, height, PM5544_MIN_SIDE, PM5544_MIN_SIDE, PM5544_MAX_SIDE, PM5544_MAX_SIDE);
     return pm5544_set_raster(request.card, sentWidth, sentHeight) == PM5544_OK ||
            error("%s", pm5544_last_error(request.card));
 }
@@ -68,7 +69,8 @@ bool writeAnnotation(OutputFiles& files, const std::string& name, const pm5544_a
 
 int run(Request& request) {
     char reason[errorSize] = {};
-    const Owned<pm5544_capture> capture(pm5544_capture_read(request.capture.c_str(), request.frame, reason, sizeof reason));
+    const Owned<pm5544_capture> capture(
+        pm5544_capture_read(request.capture.c_str(), request.frame, reason, sizeof reason));
     if (!capture) return error("%s", reason), exitError;
     if (!setSentRaster(request, capture.get())) return exitError;
     const Owned<pm5544_analysis> analysis(pm5544_analyse(request.card, capture.get(), request.frame));

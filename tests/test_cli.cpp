@@ -394,8 +394,9 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     EXPECT_EQ(commandOutput("grep -h '^Copyright' '" + root + "'/usr/share/doc/*/copyright | uniq"),
               "Copyright (c) 2026 pm5544 developers\n");
     EXPECT_EQ(commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
-    EXPECT_EQ(commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544-analyse' --version").rfind("pm5544-analyse ", 0),
-              0u);
+    EXPECT_EQ(
+        commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544-analyse' --version").rfind("pm5544-analyse ", 0),
+        0u);
 }
 
 #ifdef PM5544_GST_INSTALL_DIR

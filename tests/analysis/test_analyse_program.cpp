@@ -1,6 +1,7 @@
 // pm5544-analyse as a command: its exit statuses, where the reports go, the JSON's keys, the annotated
 // PNG, no file after a failure, Y4M on standard input, and pm5544's defaults in its --help.
 #include <gtest/gtest.h>
+
 #include <nlohmann/json.hpp>
 
 #include "TestFiles.h"
@@ -53,10 +54,11 @@ TEST_F(Analyse, JsonKeysAndStreams) {
     const nlohmann::ordered_json report = nlohmann::ordered_json::parse(run.out);
     std::vector<std::string> keys;
     for (const auto& item : report.items()) keys.push_back(item.key());
-    EXPECT_EQ((std::vector<std::string>{"verdict", "components", "geometry", "range", "matrix", "swap", "levels", "psnr",
-                                        "noise", "bit_depth", "clipped", "findings"}),
+    EXPECT_EQ((std::vector<std::string>{"verdict", "components", "geometry", "range", "matrix", "swap", "levels",
+                                        "psnr", "noise", "bit_depth", "clipped", "findings"}),
               keys);
-    for (const char* key : {"scale_x", "scale_y", "offset_x", "offset_y"}) EXPECT_TRUE(report["geometry"].contains(key));
+    for (const char* key : {"scale_x", "scale_y", "offset_x", "offset_y"})
+        EXPECT_TRUE(report["geometry"].contains(key));
     EXPECT_EQ(3u, report["levels"]["gain"].size());
     EXPECT_EQ(3u, report["psnr"]["explained"].size());
     EXPECT_EQ((nlohmann::ordered_json{"Y", "Cb", "Cr"}), report["components"]);
@@ -64,7 +66,8 @@ TEST_F(Analyse, JsonKeysAndStreams) {
 
     const Outcome toFile = analyse("card.png -c RGB --json report.json");
     ASSERT_EQ(0, toFile.status) << toFile.err;
-    EXPECT_EQ((nlohmann::ordered_json{"R", "G", "B"}), nlohmann::ordered_json::parse(readFile(dir.path("report.json")))["components"]);
+    EXPECT_EQ((nlohmann::ordered_json{"R", "G", "B"}),
+              nlohmann::ordered_json::parse(readFile(dir.path("report.json")))["components"]);
     EXPECT_EQ(0u, toFile.out.find("verdict: "));
 }
 
@@ -76,6 +79,14 @@ TEST_F(Analyse, AnnotationIsAPngTwiceTheCaptureWide) {
     const std::string check = commandOutput("pngcheck '" + dir.path("look.png") + "'");
     EXPECT_NE(std::string::npos, check.find("OK: ")) << check;
     EXPECT_NE(std::string::npos, check.find("(384x108, 24-bit RGB, non-interlaced")) << check;
+    // The card as sent leaves nothing unexplained: the difference map is black, the capture's half is not.
+    const std::string rgb =
+        commandOutput("ffmpeg -nostdin -v error -i '" + dir.path("look.png") + "' -f rawvideo -pix_fmt rgb24 -");
+    ASSERT_EQ(size_t(384) * 108 * 3, rgb.size());
+    size_t lit[2] = {0, 0};
+    for (size_t i = 0; i < rgb.size(); ++i) lit[(i / 3) % 384 >= 192] += rgb[i] != 0;
+    EXPECT_EQ(0u, lit[1]);
+    EXPECT_LT(size_t(192) * 108, lit[0]);
 }
 
 // Every error exits 1 with a message, writes no file and leaves one already there as it was.
@@ -124,7 +135,8 @@ TEST_F(Analyse, HelpShowsThePm5544Defaults) {
         if (at == std::string::npos) return std::string("none");
         std::string entry;
         for (char c : help.substr(at + 1, help.find("\n  -", at + 1) - at - 1))
-            if (!std::isspace(static_cast<unsigned char>(c)) || (!entry.empty() && entry.back() != ' ')) entry += std::isspace(static_cast<unsigned char>(c)) ? ' ' : c;
+            if (!std::isspace(static_cast<unsigned char>(c)) || (!entry.empty() && entry.back() != ' '))
+                entry += std::isspace(static_cast<unsigned char>(c)) ? ' ' : c;
         const size_t from = entry.find("(default ");
         return from == std::string::npos ? std::string("none") : entry.substr(from, entry.find(')', from) - from);
     };
@@ -137,8 +149,9 @@ TEST_F(Analyse, HelpShowsThePm5544Defaults) {
 
 // The manual page renders without warnings and, like the completion, offers every option of --help.
 TEST_F(Analyse, ManualPageAndCompletionFollowTheHelp) {
-    const std::string page = commandOutput("MANWIDTH=80 man --warnings -E UTF-8 -P cat -l '" PM5544_DOCS_DIR
-                                           "/pm5544-analyse.1.gz' 2>'" + dir.path("warnings") + "'");
+    const std::string page =
+        commandOutput("MANWIDTH=80 man --warnings -E UTF-8 -P cat -l '" PM5544_DOCS_DIR "/pm5544-analyse.1.gz' 2>'" +
+                      dir.path("warnings") + "'");
     EXPECT_EQ("", text(readFile(dir.path("warnings"))));
     EXPECT_NE(std::string::npos, page.find("EXIT STATUS")) << page;
     const std::string offered = commandOutput(

@@ -73,10 +73,12 @@ TEST(Captures, InterlacedY4mGivesEachRowItsFieldsChroma) {
 TEST(Captures, FrameOfAClipAndPastItsEnd) {
     ScratchDir dir;
     const std::string options = "-c 709 -s 422 -b 10";
-    ASSERT_EQ(0, runProgram(dir.path(""), "-d 320x180 " + options + " --clock --timecode 10:00:00:00 --frames 3 clip.y4m"));
+    ASSERT_EQ(
+        0, runProgram(dir.path(""), "-d 320x180 " + options + " --clock --timecode 10:00:00:00 --frames 3 clip.y4m"));
     const Holding holding{Components::YCbCr, 10, {1, 2, 0}, 1, 0};
     const Picture second = readCapture(dir.path("clip.y4m"), 2);
-    EXPECT_TRUE(samePicture(expectedPicture(renderFrame16(sentOf(options), 320, 180, 2, true), 320, 180, holding), second));
+    EXPECT_TRUE(
+        samePicture(expectedPicture(renderFrame16(sentOf(options), 320, 180, 2, true), 320, 180, holding), second));
     EXPECT_FALSE(samePicture(readCapture(dir.path("clip.y4m"), 0), second));  // the clock moved
     try {
         readCapture(dir.path("clip.y4m"), 3);
@@ -135,7 +137,14 @@ TEST(Captures, FilesOfOtherToolsReadAsTheirSamples) {
         {"rgb24", 8, 3, false, "rgb8.dpx", "", Components::RGB, {0, 1, 2, -1}},
         {"rgb24", 8, 3, false, "rgb.tif", "", Components::RGB, {0, 1, 2, -1}},
         {"rgb48le", 16, 3, false, "rgb16.tif", "", Components::RGB, {0, 1, 2, -1}},
-        {"rgb24", 8, 3, false, "planes.tif", "tiffcp -p separate planes.tif separate.tif", Components::RGB, {0, 1, 2, -1}},
+        {"rgb24",
+         8,
+         3,
+         false,
+         "planes.tif",
+         "tiffcp -p separate planes.tif separate.tif",
+         Components::RGB,
+         {0, 1, 2, -1}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.pixelFormat) + " " + c.file);

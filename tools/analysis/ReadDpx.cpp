@@ -63,7 +63,8 @@ void checkFormat(const Header& h, const std::string& path) {
     const bool rgb = h.descriptor == DPX::kRGB, ycbcr = h.descriptor == DPX::kCbYCrY || h.descriptor == DPX::kCbYCr;
     if (!rgb && !ycbcr)
         refuse(path, "descriptor " + std::to_string(h.descriptor) + " is not read (50 R'G'B', 100 CbYCrY, 102 CbYCr)");
-    const bool packed10 = h.bits == DPX::kDataBits && (h.packing == DPX::kPackingFilledA || h.packing == DPX::kPackingFilledB);
+    const bool packed10 =
+        h.bits == DPX::kDataBits && (h.packing == DPX::kPackingFilledA || h.packing == DPX::kPackingFilledB);
     const bool whole = (h.bits == 8 || h.bits == 16) && rgb;
     if (!packed10 && !whole)
         refuse(path, std::to_string(h.bits) + "-bit samples in packing " + std::to_string(h.packing) +
@@ -123,8 +124,8 @@ Picture readDpx(File& file) {
             const Target t = targetOf(h.descriptor, k);
             if (t.x >= picture.planeWidth(t.plane)) continue;  // the padding of an odd 4:2:2 line
             const unsigned value = h.bits == DPX::kDataBits ? wordSample(line, k, h)
-                                   : h.bits == 16          ? line.u16(size_t(k) * 2)
-                                                           : line.u8(size_t(k));
+                                   : h.bits == 16           ? line.u16(size_t(k) * 2)
+                                                            : line.u8(size_t(k));
             picture.planes[t.plane][size_t(y) * size_t(picture.planeWidth(t.plane)) + size_t(t.x)] = uint16_t(value);
         }
     }

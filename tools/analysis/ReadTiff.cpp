@@ -62,7 +62,8 @@ Layout readLayout(TIFF* tif, const std::string& path) {
         TIFFGetFieldDefaulted(tif, TIFFTAG_YCBCRSUBSAMPLING, &l.subsamplingX, &l.subsamplingY);
     const bool grey = l.photometric == PHOTOMETRIC_MINISBLACK;
     const bool colour = l.photometric == PHOTOMETRIC_RGB || l.photometric == PHOTOMETRIC_YCBCR;
-    if (!grey && !colour) refuse(path, "photometric " + std::to_string(l.photometric) + " is not read (RGB, Y'CbCr or grey)");
+    if (!grey && !colour)
+        refuse(path, "photometric " + std::to_string(l.photometric) + " is not read (RGB, Y'CbCr or grey)");
     if (l.bits != 8 && l.bits != 16) refuse(path, std::to_string(l.bits) + "-bit samples are not read (8 or 16)");
     if (l.samples < (grey ? 1 : 3)) refuse(path, std::to_string(l.samples) + " samples a pixel are too few");
     if (l.subsamplingX != 1 || l.subsamplingY != 1) refuse(path, "subsampled Y'CbCr is not read");
@@ -101,7 +102,8 @@ Picture readTiff(const std::string& path) {
     // decodes a compressed strip again from its start to go back.
     const auto copy = [&](uint32_t y, int plane, size_t offset) {
         uint16_t* out = &picture.planes[plane][size_t(y) * size_t(picture.width)];
-        for (size_t x = 0; x < size_t(picture.width); ++x) out[x] = uint16_t(sampleAt(row, x * stride + offset, l.bits));
+        for (size_t x = 0; x < size_t(picture.width); ++x)
+            out[x] = uint16_t(sampleAt(row, x * stride + offset, l.bits));
     };
     if (separate) {
         for (int c = 0; c < (grey ? 1 : 3); ++c)

@@ -39,8 +39,8 @@ bool readLine(File& file, std::string& line) {
     line.clear();
     for (int c; (c = std::fgetc(file.stream())) != EOF;) {
         if (c == '\n') return true;
-        if (line.size() == maximumHeaderLine) refuse(file.path(), "a header line longer than " +
-                                                                      std::to_string(maximumHeaderLine) + " bytes");
+        if (line.size() == maximumHeaderLine)
+            refuse(file.path(), "a header line longer than " + std::to_string(maximumHeaderLine) + " bytes");
         line += char(c);
     }
     if (!line.empty()) refuse(file.path(), "the file ends in a header line (truncated)");
@@ -106,7 +106,8 @@ FrameSize frameSize(const Picture& picture, bool mono) {
 bool readFrameLine(File& file) {
     std::string line;
     if (!readLine(file, line)) return false;
-    if (line.compare(0, std::strlen(frameMarker), frameMarker) != 0) refuse(file.path(), "a frame without its FRAME line");
+    if (line.compare(0, std::strlen(frameMarker), frameMarker) != 0)
+        refuse(file.path(), "a frame without its FRAME line");
     return true;
 }
 
@@ -163,18 +164,20 @@ Picture readY4m(File& file, int64_t frame) {
     const FrameSize size = frameSize(picture, header.space->mono);
     for (int64_t skipped = 0; skipped < frame; ++skipped) {
         if (!readFrameLine(file))
-            refuse(file.path(), "has " + std::to_string(skipped) + " frames: there is no frame " + std::to_string(frame));
+            refuse(file.path(),
+                   "has " + std::to_string(skipped) + " frames: there is no frame " + std::to_string(frame));
         skipBytes(file, size.lumaBytes + 2 * size.chromaBytes);
     }
     if (!readFrameLine(file))
-        refuse(file.path(), frame == 0 ? std::string("holds no frame")
-                                       : "has " + std::to_string(frame) + " frames: there is no frame " +
-                                             std::to_string(frame));
+        refuse(file.path(),
+               frame == 0 ? std::string("holds no frame")
+                          : "has " + std::to_string(frame) + " frames: there is no frame " + std::to_string(frame));
     picture.allocate();
     std::vector<uint8_t> row;
     readPlane(file, picture.planes[0], picture.bits, row, size_t(picture.width));
     if (header.space->mono) {
-        for (int c = 1; c < 3; ++c) std::fill(picture.planes[c].begin(), picture.planes[c].end(), 1u << (picture.bits - 1));
+        for (int c = 1; c < 3; ++c)
+            std::fill(picture.planes[c].begin(), picture.planes[c].end(), 1u << (picture.bits - 1));
         return picture;
     }
     for (int c = 1; c < 3; ++c) readPlane(file, picture.planes[c], picture.bits, row, size_t(picture.planeWidth(1)));

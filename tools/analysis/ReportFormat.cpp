@@ -66,7 +66,8 @@ json psnrs(const std::array<std::optional<double>, 3>& values) {
 std::string reportJson(const Report& r) {
     json out;
     out["verdict"] = verdictWord(r.verdict);
-    out["components"] = r.components == Components::YCbCr ? json::array({"Y", "Cb", "Cr"}) : json::array({"R", "G", "B"});
+    out["components"] =
+        r.components == Components::YCbCr ? json::array({"Y", "Cb", "Cr"}) : json::array({"R", "G", "B"});
     out["geometry"] = {{"scale_x", r.geometry.scaleX},
                        {"scale_y", r.geometry.scaleY},
                        {"offset_x", r.geometry.offsetX},
@@ -139,7 +140,8 @@ void drawCapture(const Report& report, const Picture& capture, uint8_t* rgb, siz
                 continue;
             }
             // Studio-range codes: black 16, white 235, colour differences 128 +- 112 at 8 bits.
-            const double luma = (c[0] / scale - 16) / 219, cb = (c[1] / scale - 128) / 224, cr = (c[2] / scale - 128) / 224;
+            const double luma = (c[0] / scale - 16) / 219, cb = (c[1] / scale - 128) / 224,
+                         cr = (c[2] / scale - 128) / 224;
             const double r = luma + 2 * (1 - w.kr) * cr, b = luma + 2 * (1 - w.kb) * cb;
             const double g = (luma - w.kr * r - w.kb * b) / (1 - w.kr - w.kb);
             out[0] = byteOf(r), out[1] = byteOf(g), out[2] = byteOf(b);
@@ -147,7 +149,8 @@ void drawCapture(const Report& report, const Picture& capture, uint8_t* rgb, siz
     }
 }
 
-void drawDifferences(const Report& report, const Picture& reference, const Picture& capture, uint8_t* rgb, size_t stride) {
+void drawDifferences(const Report& report, const Picture& reference, const Picture& capture, uint8_t* rgb,
+                     size_t stride) {
     const double toSent = std::ldexp(1.0, reference.bits - capture.bits);
     const double toByte = std::ldexp(double(differenceGain), 8 - reference.bits);
     for (int y = 0; y < capture.height; ++y) {
@@ -165,7 +168,8 @@ void drawDifferences(const Report& report, const Picture& reference, const Pictu
 // Drawing on the capture's half in capture pixels; what falls outside is left out.
 class Canvas {
 public:
-    Canvas(uint8_t* rgb, size_t stride, int width, int height) : rgb_(rgb), stride_(stride), width_(width), height_(height) {}
+    Canvas(uint8_t* rgb, size_t stride, int width, int height)
+        : rgb_(rgb), stride_(stride), width_(width), height_(height) {}
     void dot(long x, long y, const uint8_t colour[3]) {
         if (x < 0 || y < 0 || x >= width_ || y >= height_) return;
         std::copy(colour, colour + 3, rgb_ + stride_ * size_t(y) + size_t(x) * 3);
@@ -210,29 +214,41 @@ std::vector<double> brightRuns(const Picture& reference, bool alongRow, int at) 
     return centres;
 }
 
-// The grid lines crossing the field above the circle (rows) and beside it (columns): a line through the
-// field's grey, clear of the circle, crosses only the grid's lines. Of a few such lines, the one crossing
-// the most is taken (one that runs along a grid line is bright throughout).
-std::vector<double> gridLines(const Picture& reference, bool vertical) {
-    const int height = reference.height;
+// Rows and columns beyond the card's circle (its radius is 252/576 of the height) and inside its field.
+constexpr double clearOfTheCircle = 0.445;
+
+// The card's vertical grid lines, where a row above the circle crosses them; of a few such rows the one
+// crossing the most (a row along a horizontal line is bright throughout).
+std::vector<double> verticalGridLines(const Picture& reference) {
     std::vector<double> best;
-    for (int k = 0; k < 4; ++k) {
-        const int offset = int(height * (0.445 + 0.005 * k));  // beyond the circle, inside the field
-        const int at = vertical ? height / 2 - offset : reference.width / 2 - offset;
-        if (at < 0) continue;
-        std::vector<double> runs = brightRuns(reference, vertical, at);
+    for (double share : {clearOfTheCircle, clearOfTheCircle + 0.007, clearOfTheCircle + 0.014}) {
+        const int row = reference.height / 2 - int(reference.height * share);
+        if (row < 0) continue;
+        std::vector<double> runs = brightRuns(reference, true, row);
         if (runs.size() > best.size()) best = std::move(runs);
     }
     return best;
+}
+
+// The horizontal grid lines, along the column halfway between the two vertical lines nearest the circle
+// on its left, which crosses nothing else.
+std::vector<double> horizontalGridLines(const Picture& reference, const std::vector<double>& verticals) {
+    const double clear = reference.width / 2.0 - reference.height * clearOfTheCircle;
+    for (size_t i = verticals.size(); i-- > 1;)
+        if (verticals[i] < clear) return brightRuns(reference, false, int((verticals[i - 1] + verticals[i]) / 2));
+    return {};
 }
 
 void drawOutlineAndGrid(const Report& report, const Picture& reference, Canvas& canvas) {
     const Geometry& g = report.geometry;
     const auto cx = [&](double x) { return g.scaleX * x + g.offsetX; };
     const auto cy = [&](double y) { return g.scaleY * y + g.offsetY; };
-    const double left = -0.5, top = -0.5, right = reference.width - 0.5, bottom = reference.height - 0.5;
-    for (double x : gridLines(reference, true)) canvas.line(cx(x), cy(top), cx(x), cy(bottom), gridColour);
-    for (double y : gridLines(reference, false)) canvas.line(cx(left), cy(y), cx(right), cy(y), gridColour);
+    // The outline runs through the centres of the sent picture's outermost pixels.
+    const double left = 0, top = 0, right = reference.width - 1, bottom = reference.height - 1;
+    const std::vector<double> verticals = verticalGridLines(reference);
+    for (double x : verticals) canvas.line(cx(x), cy(top), cx(x), cy(bottom), gridColour);
+    for (double y : horizontalGridLines(reference, verticals))
+        canvas.line(cx(left), cy(y), cx(right), cy(y), gridColour);
     canvas.line(cx(left), cy(top), cx(right), cy(top), outlineColour);
     canvas.line(cx(right), cy(top), cx(right), cy(bottom), outlineColour);
     canvas.line(cx(right), cy(bottom), cx(left), cy(bottom), outlineColour);

@@ -3,8 +3,8 @@
 // As in CApi.cpp, nothing unwinds into C: failures become NULL and a message.
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <exception>
+#include <memory>
 #include <string>
 
 #include "analysis/Analysis.h"
@@ -46,8 +46,8 @@ Picture pictureOfPlanes(const pm5544::LayoutFormat& format, int width, int heigh
     picture.height = height;
     const bool frame = format.packing == pm5544::Packing::Frame16;
     picture.bits = frame ? bits : format.bits;
-    picture.components = (frame ? ycbcr : !pm5544::layoutAllows(format, PatternGen::Colour_RGB)) ? Components::YCbCr
-                                                                                                  : Components::RGB;
+    picture.components =
+        (frame ? ycbcr : !pm5544::layoutAllows(format, PatternGen::Colour_RGB)) ? Components::YCbCr : Components::RGB;
     picture.chromaShiftX = !frame && format.sampling != 444 ? 1 : 0;
     picture.chromaShiftY = !frame && format.sampling == 420 ? 1 : 0;
     picture.allocate();
@@ -170,7 +170,8 @@ pm5544_analysis* pm5544_analyse(pm5544_card* card, const pm5544_capture* capture
     pm5544_analysis* result = nullptr;
     const pm5544_status status = pm5544::handle::guarded(card, [&] {
         if (capture == nullptr) return fail(card, PM5544_ERROR_ARGUMENT, "No capture given");
-        if (frame < 0) return fail(card, PM5544_ERROR_ARGUMENT, "Frame " + std::to_string(frame) + " is before the first");
+        if (frame < 0)
+            return fail(card, PM5544_ERROR_ARGUMENT, "Frame " + std::to_string(frame) + " is before the first");
         const pm5544::CardSettings& s = card->settings;
         if (int64_t(s.width) * s.height > pm5544::analysis::CaptureLimits::maximumPixels)
             return fail(card, PM5544_ERROR_SETTINGS,

@@ -112,7 +112,6 @@ void deliver(pm5544_card* card, MessageKind kind, const std::string& text) {
     }
 }
 
-
 std::string text(const char* utf8) { return utf8 != nullptr ? utf8 : ""; }
 
 // The layout exists, suits the card's settings, and the planes and strides can take a frame of it.

@@ -185,10 +185,14 @@ void unpackV210(const uint8_t* in, int width, uint16_t* const out[3]) {
     for (int x = 0; x < width; x += v210GroupPixels, in += v210GroupBytes) {
         const uint32_t w0 = loadLE32(in), w1 = loadLE32(in + 4), w2 = loadLE32(in + 8), w3 = loadLE32(in + 12);
         const int c = x / 2;
-        put(out[1], chromaWidth, c, sample(w0, 0)), put(out[0], width, x, sample(w0, 1)), put(out[2], chromaWidth, c, sample(w0, 2));
-        put(out[0], width, x + 1, sample(w1, 0)), put(out[1], chromaWidth, c + 1, sample(w1, 1)), put(out[0], width, x + 2, sample(w1, 2));
-        put(out[2], chromaWidth, c + 1, sample(w2, 0)), put(out[0], width, x + 3, sample(w2, 1)), put(out[1], chromaWidth, c + 2, sample(w2, 2));
-        put(out[0], width, x + 4, sample(w3, 0)), put(out[2], chromaWidth, c + 2, sample(w3, 1)), put(out[0], width, x + 5, sample(w3, 2));
+        put(out[1], chromaWidth, c, sample(w0, 0)), put(out[0], width, x, sample(w0, 1)),
+            put(out[2], chromaWidth, c, sample(w0, 2));
+        put(out[0], width, x + 1, sample(w1, 0)), put(out[1], chromaWidth, c + 1, sample(w1, 1)),
+            put(out[0], width, x + 2, sample(w1, 2));
+        put(out[2], chromaWidth, c + 1, sample(w2, 0)), put(out[0], width, x + 3, sample(w2, 1)),
+            put(out[1], chromaWidth, c + 2, sample(w2, 2));
+        put(out[0], width, x + 4, sample(w3, 0)), put(out[2], chromaWidth, c + 2, sample(w3, 1)),
+            put(out[0], width, x + 5, sample(w3, 2));
     }
 }
 
@@ -336,13 +340,14 @@ void unpackRow(const LayoutFormat& format, const uint8_t* const planes[], const 
     static const int frameYCbCr[3] = {lumaAt, cbAt, crAt}, frameRGB[3] = {crAt, lumaAt, cbAt};
     switch (format.packing) {
         case Packing::Frame16:
-            unpackFour(rowOf(0, y), width, 16 - bits, ycbcr ? frameYCbCr : frameRGB,
-                       [](const uint8_t* at) {
-                           uint16_t sample;
-                           std::memcpy(&sample, at, sizeof sample);
-                           return unsigned(sample);
-                       },
-                       out);
+            unpackFour(
+                rowOf(0, y), width, 16 - bits, ycbcr ? frameYCbCr : frameRGB,
+                [](const uint8_t* at) {
+                    uint16_t sample;
+                    std::memcpy(&sample, at, sizeof sample);
+                    return unsigned(sample);
+                },
+                out);
             return;
         case Packing::RGBA16:
             unpackFour(rowOf(0, y), width, 0, frameRGB, loadLE16, out);

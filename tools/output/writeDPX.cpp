@@ -2,8 +2,6 @@
 // and every number is stored little-endian, whatever the host's byte order, so the magic reads "XPDS".
 #include "output/writeDPX.h"
 
-#include "output/DPXLayout.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -14,13 +12,14 @@
 #include <utility>
 #include <vector>
 
+#include "output/DPXLayout.h"
 #include "pattern/FrameRow.h"
 
 namespace {
 
 using namespace DPX;
 
-const uint8_t kBT709 = 6;            // transfer characteristic and colorimetric code
+const uint8_t kBT709 = 6;  // transfer characteristic and colorimetric code
 const int kReferenceBlack8 = 16;
 const int kReferenceWhite8 = 235;
 const char kTimeFormat[] = "%Y:%m:%d:%T:%Z";
@@ -123,7 +122,8 @@ constexpr size_t kWordBytes = sizeof(uint32_t);
 
 // Top 10 bits of three 16-bit samples in bits 31-22, 21-12 and 11-2; bits 1-0 stay zero.
 uint32_t packWord(uint16_t high, uint16_t middle, uint16_t low) {
-    return (static_cast<uint32_t>(high >> 6) << kFilledAShift[0]) | (static_cast<uint32_t>(middle >> 6) << kFilledAShift[1]) |
+    return (static_cast<uint32_t>(high >> 6) << kFilledAShift[0]) |
+           (static_cast<uint32_t>(middle >> 6) << kFilledAShift[1]) |
            (static_cast<uint32_t>(low >> 6) << kFilledAShift[2]);
 }
 
