@@ -51,8 +51,11 @@ Picture pictureOfPlanes(const pm5544::LayoutFormat& format, int width, int heigh
     picture.chromaShiftX = !frame && format.sampling != 444 ? 1 : 0;
     picture.chromaShiftY = !frame && format.sampling == 420 ? 1 : 0;
     picture.allocate();
+    // Only the layout's own planes are read: a caller's array may hold no more.
+    pm5544::PlaneSize sizes[pm5544::maximumPlanes];
+    const int count = pm5544::planeSizes(format, width, height, sizes);
     const uint8_t* bytes[pm5544::maximumPlanes] = {};
-    for (int p = 0; p < pm5544::maximumPlanes; ++p) bytes[p] = static_cast<const uint8_t*>(planes[p]);
+    for (int p = 0; p < count; ++p) bytes[p] = static_cast<const uint8_t*>(planes[p]);
     for (int y = 0; y < height; ++y) {
         uint16_t* const out[3] = {
             &picture.planes[0][size_t(y) * size_t(width)],
