@@ -1,6 +1,8 @@
 // Picks the reader by the file's first bytes, not its name: captures come back under any name.
 #include "analysis/CaptureFiles.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -66,6 +68,7 @@ Format formatOf(const unsigned char* bytes, size_t count) {
 Picture readCapture(const std::string& path, int64_t frame) {
     if (frame < 0) capture::refuse(path, "frame " + std::to_string(frame) + " is before the first");
     if (path == standardInputName) {
+        if (isatty(STDIN_FILENO)) capture::refuse(path, "a terminal, not a Y4M stream (pipe one in)");
         capture::File in(path);
         return capture::readY4m(in, frame);
     }
