@@ -28,7 +28,7 @@ tsan: deps-test
 
 build:
 	cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DPM5544_BUILD_TESTS=OFF
-	cmake --build build -j $(JOBS) --target pm5544
+	cmake --build build -j $(JOBS) --target pm5544 pm5544_analyse
 
 bench: deps build
 	cmake --build build -j $(JOBS) --target pm5544_bench pm5544_bench_library pm5544_bench_analysis
@@ -45,7 +45,7 @@ bench: deps build
 # one under /usr, where the plugin's directory is GStreamer's own; elsewhere the install ends by saying
 # how to set GST_PLUGIN_PATH).
 PREFIX         ?= /usr/local
-INSTALLED      := pm5544 pm5544_docs libpm5544 gstpm5544
+INSTALLED      := pm5544 pm5544_docs pm5544_analyse pm5544_analyse_docs libpm5544 gstpm5544
 install: deps build
 	cmake -S . -B build -DCMAKE_INSTALL_PREFIX="$(PREFIX)"
 	cmake --build build -j $(JOBS) --target $(INSTALLED)

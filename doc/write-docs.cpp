@@ -6,41 +6,15 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "DocWriting.h"
 #include "OutputFormats.h"
 
 using namespace PatternRender;
+using DocWriting::roff;
+using DocWriting::writeFile;
+using DocWriting::writeOptions;
 
 namespace {
-
-// Text for roff: backslashes and quotes made literal, every "-" a minus so that options can be copied,
-// and a line never starting with a control character.
-std::string roff(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        if (c == '\\')
-            out += "\\e";
-        else if (c == '-')
-            out += "\\-";
-        else if (c == '\'')
-            out += "\\(aq";
-        else
-            out += c;
-    }
-    return out.empty() || out[0] != '.' ? out : "\\&" + out;
-}
-
-void writeOptions(std::ostream& out, Rows<Option> options) {
-    for (const Option& option : options) {
-        out << ".TP\n";
-        if (option.value)
-            out << ".BI " << roff(option.name) << " \" " << roff(option.value) << "\"\n";
-        else
-            out << ".B " << roff(option.name) << "\n";
-        out << roff(option.help) << ".";
-        if (option.defaultValue) out << "\nDefault: " << roff(option.defaultValue) << ".";
-        out << "\n";
-    }
-}
 
 void writeManPage(std::ostream& out) {
     out << ".TH PM5544 1 \"\" \"pm5544 " << programVersion() << "\" \"User Commands\"\n"
@@ -88,68 +62,10 @@ void writeManPage(std::ostream& out) {
     out << ".SH SEE ALSO\n.BR ffmpeg (1),\n.BR pngcheck (1),\n.BR tiffinfo (1)\n";
 }
 
-std::string quotedWords(const std::vector<std::string>& words) {
-    std::string list;
-    for (const std::string& word : words) list += (list.empty() ? "" : " ") + word;
-    return "'" + list + "'";
-}
-
-// Values: a list of words, files (the value's name says FILE, maybe with an extension), or free text.
-void writeValueCompletions(std::ostream& out, const std::vector<Option>& options) {
-    std::string freeText;
-    for (const Option& option : options) {
-        const std::string value = option.value ? option.value : "";
-        const size_t dot = value.find('.');
-        if (option.words)
-            out << "        " << option.name << ") COMPREPLY=($(compgen -W " << quotedWords(option.words())
-                << " -- \"$cur\")); return ;;\n";
-        else if (value.find("FILE") != std::string::npos)
-            out << "        " << option.name << ") _filedir"
-                << (dot == std::string::npos ? "" : " " + value.substr(dot + 1)) << "; return ;;\n";
-        else if (!value.empty())
-            freeText += (freeText.empty() ? "" : " | ") + std::string(option.name);
-    }
-    if (!freeText.empty()) out << "        " << freeText << ") return ;;\n";
-}
-
-template <typename Options>
-std::vector<std::string> names(const Options& options) {
-    std::vector<std::string> list;
-    for (const Option& option : options) list.push_back(option.name);
-    return list;
-}
-
 void writeCompletion(std::ostream& out) {
     std::vector<Option> options(shortOptions().begin(), shortOptions().end());
     options.insert(options.end(), longOptions().begin(), longOptions().end());
-    out << "# bash completion for pm5544, written from the program's option tables   -*- shell-script -*-\n"
-        << "_pm5544() {\n"
-        << "    local cur prev words cword split\n"
-        << "    _init_completion -s || return\n"
-        << "    case $prev in\n";
-    writeValueCompletions(out, options);
-    out << "    esac\n"
-        << "    $split && return\n"
-        << "    case $cur in\n"
-        << "        --*)\n"
-        << "            COMPREPLY=($(compgen -W " << quotedWords(names(longOptions())) << " -- \"$cur\"))\n"
-        << "            ;;\n"
-        << "        -*)\n"
-        << "            COMPREPLY=($(compgen -W " << quotedWords(names(options)) << " -- \"$cur\"))\n"
-        << "            ;;\n"
-        << "        *)\n"
-        << "            _filedir\n"
-        << "            ;;\n"
-        << "    esac\n"
-        << "} && complete -F _pm5544 pm5544\n";
-}
-
-bool writeFile(const std::string& path, void (*write)(std::ostream&)) {
-    std::ofstream file(path);
-    write(file);
-    file.close();
-    if (!file) std::cerr << "write-docs: cannot write " << path << "\n";
-    return bool(file);
+    DocWriting::writeCompletion(out, "pm5544", options);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #!/bin/sh
 # The tree's directions: the library (tools/, patterns/) includes only its own headers and the public
 # one, never the program's (the top level) or a client's (gstreamer/, examples/); the plugin and the
-# examples include only the public headers and their own. Prints each wrong include; fails if any.
+# examples include only the public headers and their own; pm5544-analyse (analyse/) those and the
+# program's readers of option values. Prints each wrong include; fails if any.
 # Usage: scripts/check-include-directions.sh [SOURCE_DIR]
 cd "${1:-$(dirname "$0")/..}" || exit 2
 status=0
@@ -21,7 +22,7 @@ for file in $(find tools patterns -name '*.h' -o -name '*.cpp' | sort); do
             [ -e "$(dirname "$file")/$name" ]; then
             continue
         fi
-        if [ -e "$name" ] || [ -e "gstreamer/$name" ]; then
+        if [ -e "$name" ] || [ -e "gstreamer/$name" ] || [ -e "analyse/$name" ]; then
             wrong "$file" "$name" "the library includes a client's header"
         fi
     done
@@ -31,6 +32,12 @@ for file in $(find gstreamer examples -name '*.h' -o -name '*.c' -o -name '*.cpp
     for name in $(quoted_includes "$file"); do
         [ -e "$(dirname "$file")/$name" ] || [ -e "include/$name" ] ||
             wrong "$file" "$name" "a client sees only include/ and its own files"
+    done
+done
+for file in $(find analyse -name '*.h' -o -name '*.cpp' | sort); do
+    for name in $(quoted_includes "$file"); do
+        [ -e "$(dirname "$file")/$name" ] || [ -e "include/$name" ] || [ "$name" = CommandLineReading.h ] ||
+            wrong "$file" "$name" "pm5544-analyse sees only include/, its own files and CommandLineReading.h"
     done
 done
 exit $status

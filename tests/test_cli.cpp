@@ -335,6 +335,7 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     ASSERT_TRUE(contains(log, "installed\n")) << log;
     const std::string libdir = "./usr/" PM5544_INSTALL_LIBDIR "/";
     std::vector<std::string> files = {"./usr/bin/pm5544",
+                                      "./usr/bin/pm5544-analyse",
                                       "./usr/include/pm5544/pm5544.h",
                                       "./usr/include/pm5544/pm5544.hpp",
                                       libdir + "libpm5544.so",
@@ -346,10 +347,12 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
                                       libdir + "cmake/pm5544/pm5544Targets.cmake",
                                       libdir + "cmake/pm5544/pm5544Targets-" PM5544_INSTALL_CONFIG ".cmake",
                                       "./usr/share/bash-completion/completions/pm5544",
+                                      "./usr/share/bash-completion/completions/pm5544-analyse",
                                       "./usr/share/doc/libpm5544-1/copyright",
                                       "./usr/share/doc/libpm5544-dev/copyright",
                                       "./usr/share/doc/pm5544/copyright",
-                                      "./usr/share/man/man1/pm5544.1.gz"};
+                                      "./usr/share/man/man1/pm5544.1.gz",
+                                      "./usr/share/man/man1/pm5544-analyse.1.gz"};
 #ifdef PM5544_GST_INSTALL_DIR
     files.push_back("./usr/" PM5544_GST_INSTALL_DIR "/libgstpm5544.so");  // under the prefix, as the library
     files.push_back("./usr/share/doc/gstreamer1.0-pm5544/copyright");
@@ -365,6 +368,9 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     EXPECT_EQ(commandOutput("grep -h '^Copyright' '" + root + "'/usr/share/doc/*/copyright | uniq"),
               "Copyright (c) 2026 pm5544 developers\n");
     EXPECT_EQ(commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544' --version").rfind("pm5544 ", 0), 0u);
+    EXPECT_EQ(
+        commandOutput(PM5544_RUN_PREFIX " '" + root + "/usr/bin/pm5544-analyse' --version").rfind("pm5544-analyse ", 0),
+        0u);
 }
 
 #ifdef PM5544_GST_INSTALL_DIR

@@ -9,37 +9,21 @@
 #include <utility>
 #include <vector>
 
-#include "library/Card.h"
+#include "library/CardHandle.h"
 #include "library/FrameLayouts.h"
 #include "pattern/FrameRow.h"
 #include "pm5544/pm5544.h"
 
 using pm5544::LayoutFormat;
-
-struct pm5544_card {
-    pm5544::CardSettings settings;
-    std::unique_ptr<PhilipsPm5544Spec> pattern;  // built for the settings; null after a change
-    std::unique_ptr<pm5544::Card> card;
-    int64_t shown = 0;  // the frame whose text the boxes show
-    std::string error;
-    pm5544_message_fn callback = nullptr;
-    void* userData = nullptr;
-    std::vector<uint16_t> row;    // one full-frame row
-    int inCallback = 0;           // > 0 while the message callback runs: calls on the card are refused
-    std::string callbackFault;    // what the callback threw, reported when the call ends
-    bool settingsChanged = true;  // since the last frame rendered: no frame held is of the present settings
-};
+using pm5544::handle::fail;
+using pm5544::handle::guarded;
+using pm5544::handle::prepare;
 
 namespace {
 
 #ifndef PM5544_VERSION
 #define PM5544_VERSION "unknown"
 #endif
-
-pm5544_status fail(pm5544_card* card, pm5544_status status, const std::string& message) {
-    card->error = message;
-    return status;
-}
 
 // The library's names for its settings in its messages.
 const pm5544::SettingNames& names = pm5544::settingNames;
@@ -76,32 +60,6 @@ static_assert(sameNumber(PM5544_ENCODING_RGB, PatternGen::Colour_RGB) &&
                   sameNumber(PM5544_ENCODING_RGB_SLOG3_MAPPED, PatternGen::Colour_RGB_SLog3_Mapped) &&
                   sameNumber(PM5544_ENCODING_RGB_SLOG3_LIVE_MAPPED, PatternGen::Colour_RGB_SLog3_Live_Mapped),
               "the public and the internal encodings are numbered alike");
-
-// Runs a call's body, turning what it throws into a status and a message; a call from inside the
-// card's message callback is refused, as the card is then in the middle of another call. The message
-// of the last failing call stays until another call fails.
-template <typename Body>
-pm5544_status guarded(pm5544_card* card, Body&& body) {
-    if (card == nullptr) return PM5544_ERROR_ARGUMENT;
-    if (card->inCallback > 0)
-        return fail(card, PM5544_ERROR_IN_CALLBACK,
-                    "A card's message callback called one of the card's functions; only pm5544_last_error may be");
-    try {
-        const pm5544_status status = body();
-        const std::string thrown = std::exchange(card->callbackFault, {});
-        if (status == PM5544_OK && !thrown.empty())
-            return fail(card, PM5544_ERROR_FAILED, "The message callback threw " + thrown);
-        return status;
-    } catch (const std::bad_alloc&) {
-        return fail(card, PM5544_ERROR_MEMORY,
-                    "Not enough memory to render " + std::to_string(card->settings.width) + "x" +
-                        std::to_string(card->settings.height));
-    } catch (const std::exception& error) {
-        return fail(card, PM5544_ERROR_FAILED, error.what());
-    } catch (...) {
-        return fail(card, PM5544_ERROR_FAILED, "An exception that is no std::exception stopped the call");
-    }
-}
 
 // A setting changed: the card is built afresh when next needed. A value the card already has keeps the
 // prepared card (and where a time-of-day clock started).
@@ -152,21 +110,6 @@ void deliver(pm5544_card* card, MessageKind kind, const std::string& text) {
         --card->inCallback;
         if (card->callbackFault.empty()) card->callbackFault = thrown;
     }
-}
-
-pm5544_status prepare(pm5544_card* card) {
-    if (card->card) return PM5544_OK;
-    if (const std::string fault = pm5544::settingsFault(card->settings, names); !fault.empty())
-        return fail(card, PM5544_ERROR_SETTINGS, fault);
-    auto pattern = std::make_unique<PhilipsPm5544Spec>();
-    const auto sink = [card](MessageKind kind, const std::string& text) { deliver(card, kind, text); };
-    auto built = std::make_unique<pm5544::Card>(*pattern, sink, names);
-    if (!built->prepare(card->settings)) return fail(card, PM5544_ERROR_SETTINGS, built->fault());
-    card->row.assign(static_cast<size_t>(card->settings.width) * FrameRow::samplesPerPixel, 0);
-    card->pattern = std::move(pattern);
-    card->card = std::move(built);
-    card->shown = 0;
-    return PM5544_OK;
 }
 
 std::string text(const char* utf8) { return utf8 != nullptr ? utf8 : ""; }
@@ -235,6 +178,37 @@ pm5544_status checkFrame(pm5544_card* card, int64_t frame) {
 }
 
 }  // namespace
+
+namespace pm5544::handle {
+
+pm5544_status prepare(pm5544_card* card) {
+    if (card->card) return PM5544_OK;
+    if (const std::string fault = pm5544::settingsFault(card->settings, names); !fault.empty())
+        return fail(card, PM5544_ERROR_SETTINGS, fault);
+    auto pattern = std::make_unique<PhilipsPm5544Spec>();
+    const auto sink = [card](MessageKind kind, const std::string& text) { deliver(card, kind, text); };
+    auto built = std::make_unique<pm5544::Card>(*pattern, sink, names);
+    if (!built->prepare(card->settings)) return fail(card, PM5544_ERROR_SETTINGS, built->fault());
+    card->row.assign(static_cast<size_t>(card->settings.width) * FrameRow::samplesPerPixel, 0);
+    card->pattern = std::move(pattern);
+    card->card = std::move(built);
+    card->shown = 0;
+    return PM5544_OK;
+}
+
+void forEachFrameRow(pm5544_card* card, int64_t frame, const std::function<void(int, const uint16_t*)>& take) {
+    const pm5544::CardSettings& s = card->settings;
+    if (card->shown != frame) card->card->showFrame(frame);
+    card->shown = frame;
+    const std::unique_ptr<FullFrameRowSource> rows = card->card->frameRows({0, s.height});
+    for (int y = 0; y < rows->rows(); ++y) {
+        rows->nextRow(card->row.data());
+        FrameRow::round(card->row.data(), static_cast<size_t>(s.width), s.axes, s.bits);
+        take(y, card->row.data());
+    }
+}
+
+}  // namespace pm5544::handle
 
 extern "C" {
 

@@ -159,6 +159,63 @@ void packSemiPlanar(const LayoutFormat& format, const uint16_t* row, int width, 
     }
 }
 
+// ---- Unpacking, the reverse of the packing above ----
+
+unsigned loadLE16(const uint8_t* at) { return unsigned(at[0]) | unsigned(at[1]) << 8; }
+uint32_t loadLE32(const uint8_t* at) {
+    uint32_t value = 0;
+    for (int i = 0; i < 4; ++i) value |= uint32_t(at[i]) << (8 * i);
+    return value;
+}
+unsigned loadSample(const uint8_t* in, int index, int bits) {
+    return bits == 8 ? in[index] : loadLE16(in + 2 * static_cast<size_t>(index));
+}
+unsigned loadHighSample(const uint8_t* in, int index, int bits) {
+    return bits == 8 ? in[index] : loadSample(in, index, bits) >> (16 - bits);
+}
+
+// Stores a value into a row of `count` samples, dropping what lies past its end (a packed group's padding).
+void put(uint16_t* row, int count, int x, unsigned value) {
+    if (x < count) row[x] = static_cast<uint16_t>(value);
+}
+
+void unpackV210(const uint8_t* in, int width, uint16_t* const out[3]) {
+    const int chromaWidth = chromaWidthOf(422, width);
+    const auto sample = [](uint32_t word, int which) { return unsigned(word >> (10 * which)) & 0x3FF; };
+    for (int x = 0; x < width; x += v210GroupPixels, in += v210GroupBytes) {
+        const uint32_t w0 = loadLE32(in), w1 = loadLE32(in + 4), w2 = loadLE32(in + 8), w3 = loadLE32(in + 12);
+        const int c = x / 2;
+        put(out[1], chromaWidth, c, sample(w0, 0)), put(out[0], width, x, sample(w0, 1)),
+            put(out[2], chromaWidth, c, sample(w0, 2));
+        put(out[0], width, x + 1, sample(w1, 0)), put(out[1], chromaWidth, c + 1, sample(w1, 1)),
+            put(out[0], width, x + 2, sample(w1, 2));
+        put(out[2], chromaWidth, c + 1, sample(w2, 0)), put(out[0], width, x + 3, sample(w2, 1)),
+            put(out[1], chromaWidth, c + 2, sample(w2, 2));
+        put(out[0], width, x + 4, sample(w3, 0)), put(out[2], chromaWidth, c + 2, sample(w3, 1)),
+            put(out[0], width, x + 5, sample(w3, 2));
+    }
+}
+
+void unpackPairs(const uint8_t* in, int width, PairOrder order, uint16_t* const out[3]) {
+    for (int x = 0; x < width; x += 2, in += 4) {
+        out[0][x] = in[order.y0];
+        out[1][x / 2] = in[order.cb];
+        out[2][x / 2] = in[order.cr];
+        put(out[0], width, x + 1, in[order.y1]);
+    }
+}
+
+void unpackRGBA8(const uint8_t* in, int width, PixelOrder order, uint16_t* const out[3]) {
+    for (int x = 0; x < width; ++x, in += px) out[0][x] = in[order.r], out[1][x] = in[order.g], out[2][x] = in[order.b];
+}
+
+// FRAME16 and RGBA16: four 16-bit samples a pixel, in host order or little-endian.
+template <typename Load>
+void unpackFour(const uint8_t* in, int width, int shift, const int from[3], Load load, uint16_t* const out[3]) {
+    for (int x = 0; x < width; ++x, in += px * sizeof(uint16_t))
+        for (int c = 0; c < 3; ++c) out[c][x] = static_cast<uint16_t>(load(in + 2 * from[c]) >> shift);
+}
+
 }  // namespace
 
 const LayoutFormat* layoutFormat(int layout) {
@@ -274,6 +331,64 @@ void packRow(const LayoutFormat& format, const uint16_t* row, int width, int y, 
     if (chromaRow < 0) return;
     packChroma(row, chromaWidthOf(format.sampling, width), chromaColumnStep(format.sampling), format.bits,
                rowOf(1, chromaRow), rowOf(2, chromaRow));
+}
+
+void unpackRow(const LayoutFormat& format, const uint8_t* const planes[], const size_t strides[], int width, int y,
+               int bits, bool ycbcr, uint16_t* const out[3]) {
+    const int chromaRow = format.sampling == 420 ? y / 2 : y;
+    const auto rowOf = [&](int plane, int planeRow) { return planes[plane] + strides[plane] * size_t(planeRow); };
+    static const int frameYCbCr[3] = {lumaAt, cbAt, crAt}, frameRGB[3] = {crAt, lumaAt, cbAt};
+    switch (format.packing) {
+        case Packing::Frame16:
+            unpackFour(
+                rowOf(0, y), width, 16 - bits, ycbcr ? frameYCbCr : frameRGB,
+                [](const uint8_t* at) {
+                    uint16_t sample;
+                    std::memcpy(&sample, at, sizeof sample);
+                    return unsigned(sample);
+                },
+                out);
+            return;
+        case Packing::RGBA16:
+            unpackFour(rowOf(0, y), width, 0, frameRGB, loadLE16, out);
+            return;
+        case Packing::V210:
+            unpackV210(rowOf(0, y), width, out);
+            return;
+        case Packing::UYVY:
+            unpackPairs(rowOf(0, y), width, uyvyOrder, out);
+            return;
+        case Packing::YUY2:
+            unpackPairs(rowOf(0, y), width, yuy2Order, out);
+            return;
+        case Packing::RGBA8:
+            unpackRGBA8(rowOf(0, y), width, rgbaOrder, out);
+            return;
+        case Packing::BGRA8:
+            unpackRGBA8(rowOf(0, y), width, bgraOrder, out);
+            return;
+        case Packing::GBR:
+            for (int x = 0; x < width; ++x) {
+                out[0][x] = uint16_t(loadSample(rowOf(2, y), x, format.bits));  // R'
+                out[1][x] = uint16_t(loadSample(rowOf(0, y), x, format.bits));  // G'
+                out[2][x] = uint16_t(loadSample(rowOf(1, y), x, format.bits));  // B'
+            }
+            return;
+        case Packing::SemiPlanar:
+            for (int x = 0; x < width; ++x) out[0][x] = uint16_t(loadHighSample(rowOf(0, y), x, format.bits));
+            for (int c = 0; c < chromaWidthOf(format.sampling, width); ++c) {
+                out[1][c] = uint16_t(loadHighSample(rowOf(1, chromaRow), 2 * c, format.bits));
+                out[2][c] = uint16_t(loadHighSample(rowOf(1, chromaRow), 2 * c + 1, format.bits));
+            }
+            return;
+        case Packing::Planar:
+            break;
+    }
+    for (int x = 0; x < width; ++x) out[0][x] = uint16_t(loadSample(rowOf(0, y), x, format.bits));
+    for (int c = 0; c < chromaWidthOf(format.sampling, width); ++c) {
+        out[1][c] = uint16_t(loadSample(rowOf(1, chromaRow), c, format.bits));
+        out[2][c] = uint16_t(loadSample(rowOf(2, chromaRow), c, format.bits));
+    }
 }
 
 }  // namespace pm5544

@@ -49,4 +49,10 @@ void packRow(const LayoutFormat& format, const uint16_t* row, int width, int y, 
 void packLuma(const uint16_t* row, int width, int bits, uint8_t* out);
 void packChroma(const uint16_t* row, int chromaWidth, int columnStep, int bits, uint8_t* cb, uint8_t* cr);
 
+// Unpacks row y of a frame in the layout into three rows of codes at the layout's depth (FRAME16: at
+// `bits`, its codes taken from the high bits): Y', Cb, Cr for Y'CbCr (FRAME16 when ycbcr) or R', G', B',
+// the chroma rows (width + 1) / 2 wide in 4:2:2 and 4:2:0, where 4:2:0 row y takes chroma row y / 2.
+void unpackRow(const LayoutFormat& format, const uint8_t* const planes[], const size_t strides[], int width, int y,
+               int bits, bool ycbcr, uint16_t* const out[3]);
+
 }  // namespace pm5544

@@ -12,49 +12,14 @@
 #include <utility>
 #include <vector>
 
+#include "output/DPXLayout.h"
 #include "pattern/FrameRow.h"
 
 namespace {
 
-// Layout of the 8192 bytes before the image data: file information header (0-767), image
-// information header (768-1407), then zeros.
-namespace Layout {
-const uint32_t kMagic = 0x53445058;  // "XPDS" when stored little-endian
-const uint32_t kImageDataOffset = 8192;
-const uint32_t kGenericHeaderSize = 768;
-const uint32_t kNotEncrypted = 0xFFFFFFFF;
-const uint32_t kFloatOneBits = 0x3F800000;  // IEEE single 1.0
-const char kVersion[] = "V2.0";
+using namespace DPX;
 
-const size_t kMagicAt = 0;
-const size_t kImageOffsetAt = 4;
-const size_t kVersionAt = 8;
-const size_t kFileSizeAt = 16;
-const size_t kGenericSizeAt = 24;
-const size_t kFileNameAt = 36, kFileNameSize = 100;
-const size_t kTimeAt = 136, kTimeSize = 24;
-const size_t kCreatorAt = 160, kCreatorSize = 100;
-const size_t kProjectAt = 260, kProjectSize = 200;
-const size_t kCopyrightAt = 460, kCopyrightSize = 200;
-const size_t kEncryptionKeyAt = 660;
-
-const size_t kOrientationAt = 768;
-const size_t kElementCountAt = 770;
-const size_t kPixelsPerLineAt = 772;
-const size_t kLinesAt = 776;
-const size_t kLowCodeAt = 784;
-const size_t kHighCodeAt = 792;
-const size_t kHighQuantityAt = 796;
-const size_t kDescriptorAt = 800;
-const size_t kTransferAt = 801;
-const size_t kColorimetricAt = 802;
-const size_t kBitSizeAt = 803;
-const size_t kPackingAt = 804;
-const size_t kDataOffsetAt = 808;
-}  // namespace Layout
-
-const uint8_t kBT709 = 6;            // transfer characteristic and colorimetric code
-const uint16_t kPackingMethodA = 1;  // samples filled into 32-bit words from the top bits down
+const uint8_t kBT709 = 6;  // transfer characteristic and colorimetric code
 const int kReferenceBlack8 = 16;
 const int kReferenceWhite8 = 235;
 const char kTimeFormat[] = "%Y:%m:%d:%T:%Z";
@@ -149,7 +114,7 @@ void fillImageHeader(std::vector<uint8_t>& header, DPX::eFormat format, int widt
     putU8(header, kTransferAt, kBT709);
     putU8(header, kColorimetricAt, kBT709);
     putU8(header, kBitSizeAt, static_cast<uint8_t>(bits));
-    putU16(header, kPackingAt, kPackingMethodA);
+    putU16(header, kPackingAt, kPackingFilledA);
     putU32(header, kDataOffsetAt, kImageDataOffset);
 }
 
@@ -157,8 +122,9 @@ constexpr size_t kWordBytes = sizeof(uint32_t);
 
 // Top 10 bits of three 16-bit samples in bits 31-22, 21-12 and 11-2; bits 1-0 stay zero.
 uint32_t packWord(uint16_t high, uint16_t middle, uint16_t low) {
-    return (static_cast<uint32_t>(high >> 6) << 22) | (static_cast<uint32_t>(middle >> 6) << 12) |
-           (static_cast<uint32_t>(low >> 6) << 2);
+    return (static_cast<uint32_t>(high >> 6) << kFilledAShift[0]) |
+           (static_cast<uint32_t>(middle >> 6) << kFilledAShift[1]) |
+           (static_cast<uint32_t>(low >> 6) << kFilledAShift[2]);
 }
 
 // One word per pixel: R or Cr high, G or Y' middle, B or Cb low.
