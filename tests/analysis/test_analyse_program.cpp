@@ -64,7 +64,8 @@ TEST_F(Analyse, JsonKeysAndStreams) {
     EXPECT_EQ((nlohmann::ordered_json{"Y", "Cb", "Cr"}), report["components"]);
     EXPECT_TRUE(report["findings"].is_array());
 
-    const Outcome toFile = analyse("card.png -c RGB --json report.json");
+    render("-d 192x108 -c RGB -b 10 rgb.png");
+    const Outcome toFile = analyse("rgb.png -c RGB -b 10 --json report.json");
     ASSERT_EQ(0, toFile.status) << toFile.err;
     EXPECT_EQ((nlohmann::ordered_json{"R", "G", "B"}),
               nlohmann::ordered_json::parse(readFile(dir.path("report.json")))["components"]);

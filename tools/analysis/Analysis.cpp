@@ -62,20 +62,6 @@ bool bitExact(const Picture& ref, const Picture& cap, const Sent& sent, const De
     return true;
 }
 
-// The reference at a real position, bilinear between its pixels.
-Triple sampleReference(const Picture& ref, double x, double y) {
-    const int x0 = std::clamp(int(std::floor(x)), 0, ref.width - 1), y0 = std::clamp(int(std::floor(y)), 0, ref.height - 1);
-    const int x1 = std::min(x0 + 1, ref.width - 1), y1 = std::min(y0 + 1, ref.height - 1);
-    const double fx = std::clamp(x - x0, 0.0, 1.0), fy = std::clamp(y - y0, 0.0, 1.0);
-    Triple out{};
-    for (int c = 0; c < 3; ++c) {
-        const double top = ref.at(c, x0, y0) * (1 - fx) + ref.at(c, x1, y0) * fx;
-        const double bottom = ref.at(c, x0, y1) * (1 - fx) + ref.at(c, x1, y1) * fx;
-        out[size_t(c)] = top * (1 - fy) + bottom * fy;
-    }
-    return out;
-}
-
 struct PsnrPair {
     std::array<std::optional<double>, 3> raw, explained;  // as captured; after undoing the named operations
     double fitted = 0;  // after undoing all of the fitted chain, over the three components together
@@ -89,6 +75,11 @@ bool wholePixels(const Geometry& g) {
            whole(g.offsetX) && whole(g.offsetY);
 }
 
+// The whole-pixel placement nearest a fitted one.
+Geometry wholeOf(const Geometry& g) {
+    return {g.scaleX < 0 ? -1.0 : 1.0, g.scaleY < 0 ? -1.0 : 1.0, std::round(g.offsetX), std::round(g.offsetY)};
+}
+
 PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, const ColourModel& model,
                      const DepthScale& depth, const int (&order)[3], int bits) {
     const double pixels = double(cap.width) * double(cap.height);
@@ -99,7 +90,7 @@ PsnrPair measurePsnr(const Picture& ref, const Picture& cap, const Geometry& g, 
     named.offset = {0, 0, 0};
     const bool direct = wholePixels(g);
     // Where the chain kept the card's pixels, it is compared pixel for pixel.
-    const Geometry whole{g.scaleX < 0 ? -1.0 : 1.0, g.scaleY < 0 ? -1.0 : 1.0, std::round(g.offsetX), std::round(g.offsetY)};
+    const Geometry whole = wholeOf(g);
     std::optional<ReferenceResampler> resampler;
     if (!direct) resampler.emplace(ref, g, cap.width, cap.height);
     for (int cy = 0; cy < cap.height; cy += step) {
@@ -236,6 +227,14 @@ double pinnedOffset(const Report& r, int c, int bits) {
     return r.offset[size_t(c)] + (r.gain[size_t(c)] - 1) * pin;
 }
 
+// A leftover gain and offset in words: colour differences by their offset at the neutral code.
+std::string levelsText(const Report& r, int c, int bits) {
+    const double gain = r.gain[size_t(c)];
+    if (capturedComponents(r) == Components::YCbCr && c > 0)
+        return format(" gain %.4f, offset %+.2f codes at %.0f", gain, pinnedOffset(r, c, bits), Levels::chromaZero(bits));
+    return format(" gain %.4f, offset %+.2f codes", gain, r.offset[size_t(c)]);
+}
+
 void describeColour(const Report& r, const Sent& sent, std::vector<Finding>& findings) {
     if (r.range == RangeChange::Expanded) findings.push_back({"range", "studio range stretched to full (expanded)"});
     if (r.range == RangeChange::Compressed) findings.push_back({"range", "full range squeezed into studio range (compressed)"});
@@ -254,8 +253,7 @@ void describeColour(const Report& r, const Sent& sent, std::vector<Finding>& fin
     for (int c = 0; c < 3; ++c)
         if (std::fabs(r.gain[size_t(c)] - 1) > kGainTolerance * step ||
             std::fabs(pinnedOffset(r, c, sent.bits)) > std::max(kOffsetCodes * codeScale(sent.bits), 0.25 * step))
-            findings.push_back({"levels", componentName(shown, c) +
-                                              format(" gain %.4f, offset %+.2f codes", r.gain[size_t(c)], r.offset[size_t(c)])});
+            findings.push_back({"levels", componentName(shown, c) + levelsText(r, c, sent.bits)});
 }
 
 bool namesNothing(const Report& r) { return r.range == RangeChange::AsSent && !r.matrix && r.swap == Swap::None; }
@@ -301,6 +299,7 @@ Report analyse(const Picture& reference, const Sent& sent, const Picture& captur
     report.swap = model.swap;
     report.gain = model.gain;
     report.offset = model.offset;
+    report.captureScale = depth.factor;
     report.colour = model.chain;
     for (size_t i = 0; i < 3; ++i)
         for (size_t j = 0; j < 4; ++j) report.colour[i][j] *= model.gain[i];
@@ -353,16 +352,36 @@ Report analyse(const Picture& reference, const Sent& sent, const Picture& captur
     return report;
 }
 
-Triple predictCapture(const Report& report, const Picture& reference, int x, int y) {
-    const Geometry& g = report.geometry;
-    const Triple sent = sampleReference(reference, (x - g.offsetX) / g.scaleX, (y - g.offsetY) / g.scaleY);
-    Triple out{};
-    for (size_t i = 0; i < 3; ++i) {
-        double v = report.colour[i][3];
-        for (size_t j = 0; j < 3; ++j) v += report.colour[i][j] * sent[j];
-        out[i] = v;
+CapturePrediction::CapturePrediction(const Report& report, const Picture& reference, int width, int height)
+    : report_(report), reference_(reference), row_(size_t(width)) {
+    if (!wholePixels(report.geometry))
+        resampler_ = std::make_unique<ReferenceResampler>(reference, report.geometry, width, height);
+}
+
+CapturePrediction::~CapturePrediction() = default;
+
+const std::vector<Triple>& CapturePrediction::row(int y) {
+    if (resampler_) {
+        row_ = resampler_->row(y);
+    } else {
+        const Geometry w = wholeOf(report_.geometry);
+        const long ry = std::lround((y - w.offsetY) / w.scaleY);
+        for (size_t x = 0; x < row_.size(); ++x) {
+            const long rx = std::lround((double(x) - w.offsetX) / w.scaleX);
+            const bool inside = ry >= 0 && ry < reference_.height && rx >= 0 && rx < reference_.width;
+            for (size_t c = 0; c < 3; ++c) row_[x][c] = inside ? reference_.at(int(c), int(rx), int(ry)) : NAN;
+        }
     }
-    return out;
+    for (Triple& t : row_) {
+        if (std::isnan(t[0])) continue;
+        Triple out{};
+        for (size_t i = 0; i < 3; ++i) {
+            out[i] = report_.colour[i][3];
+            for (size_t j = 0; j < 3; ++j) out[i] += report_.colour[i][j] * t[j];
+        }
+        t = out;
+    }
+    return row_;
 }
 
 }  // namespace pm5544::analysis

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -56,6 +57,7 @@ struct Report {
     // For drawing: the capture's components (in its own order, at the sent depth) from the sent codes.
     Affine colour{};
     bool captureComponentsPermuted = false;  // an R'G'B' file holding Cr, Y', Cb, as the program writes them
+    double captureScale = 1;                 // capture codes to codes at the sent depth
 };
 
 // What was sent, beside the reference picture itself.
@@ -74,8 +76,21 @@ struct NoCardFound : std::runtime_error {
 // NoCardFound when the capture shows no such card.
 Report analyse(const Picture& reference, const Sent& sent, const Picture& capture);
 
-// The capture's components at the sent depth, in the sent order, at capture pixel (x, y), as the fitted
-// chain predicts them from the reference; for the difference map.
-Triple predictCapture(const Report& report, const Picture& reference, int x, int y);
+class ReferenceResampler;
+
+// The capture's components at the sent depth, in the sent order, as the fitted chain predicts them from
+// the reference, row by row and NaN outside the card; for the difference map.
+class CapturePrediction {
+public:
+    CapturePrediction(const Report& report, const Picture& reference, int width, int height);
+    ~CapturePrediction();
+    const std::vector<Triple>& row(int y);
+
+private:
+    const Report& report_;
+    const Picture& reference_;
+    std::unique_ptr<ReferenceResampler> resampler_;  // null where the chain kept the card's pixels
+    std::vector<Triple> row_;
+};
 
 }  // namespace pm5544::analysis

@@ -23,8 +23,10 @@ constexpr double kCoarseScaleStep = 0.01;
 constexpr double kSmallestScale = 0.4, kLargestScale = 2.5;
 // Candidates kept from the coarse level per axis.
 constexpr int kCandidates = 3;
-// Capture lines measured per axis, at most, to choose among candidates and then to fit.
-constexpr int kRoughLines = 64, kMeasuredLines = 512;
+// Capture lines measured per axis to choose among candidates; samples on the lines measured to fit (the
+// lines of a small capture are all measured, those of a large one in steps).
+constexpr int kRoughLines = 64;
+constexpr double kMeasuredSamples = 640.0 * 1280.0;
 // Flat samples averaged for a level either side of a feature, at most.
 constexpr int kFlatSamples = 8;
 // Features wider than this, in reference pixels (the gratings), are not measured.
@@ -35,6 +37,8 @@ constexpr double kMinimumContrast = 0.06;
 constexpr double kOutlierSigmas = 3.0, kOutlierFloor = 0.15;
 // Fewer agreeing measurements than this, or a smaller share of them, and there is no card.
 constexpr int kFewestFeatures = 24;
+// A rough placement this much like the card ends the search among candidates.
+constexpr double kPlainlyTheCard = 0.95;
 constexpr double kLeastAgreement = 0.9;
 
 // A picture seen along one axis: its lines are rows. The Y axis is seen through a transposed copy, so
@@ -48,7 +52,7 @@ struct AxisView {
 
 // The picture's planes `first` .. `last` transposed, in tiles that keep both sides in the cache.
 Picture transposed(const Picture& p, int first, int last) {
-    constexpr int kTile = 32;
+    constexpr int kTile = 64;
     Picture t;
     t.width = p.height;
     t.height = p.width;
@@ -61,13 +65,12 @@ Picture transposed(const Picture& p, int first, int last) {
         const std::vector<uint16_t>& in = p.planes[c];
         std::vector<uint16_t>& out = t.planes[c];
         out.resize(in.size());
-        for (int y0 = 0; y0 < h; y0 += kTile)
-            for (int x0 = 0; x0 < w; x0 += kTile) {
-                const int y1 = std::min(h, y0 + kTile), x1 = std::min(w, x0 + kTile);
-                for (int y = y0; y < y1; ++y) {
-                    const uint16_t* from = &in[size_t(y) * size_t(w)];
-                    uint16_t* to = &out[size_t(y)];
-                    for (int x = x0; x < x1; ++x) to[size_t(x) * size_t(h)] = from[x];
+        for (int x0 = 0; x0 < w; x0 += kTile)
+            for (int y0 = 0; y0 < h; y0 += kTile) {
+                const int x1 = std::min(w, x0 + kTile), y1 = std::min(h, y0 + kTile);
+                for (int x = x0; x < x1; ++x) {
+                    uint16_t* to = &out[size_t(x) * size_t(h)];
+                    for (int y = y0; y < y1; ++y) to[y] = in[size_t(y) * size_t(w) + size_t(x)];
                 }
             }
     }
@@ -464,12 +467,13 @@ LineFit robustFit(const std::vector<Point>& points, const AxisMap& start) {
 
 // Measures the reference's features on capture lines and fits this axis' map, the other axis' map held.
 LineFit fineFit(ReferenceAxis& ref, const AxisView& cap, const AxisMap& along, const AxisMap& across,
-                double uncertainty, int measuredLines) {
+                double uncertainty, int measuredLines /* 0: as many as the capture's size allows */) {
     Measurer measurer(cap, along.scale, uncertainty);
     const int minimumRun = int(std::ceil((2 * measurer.margin() + 2) / std::fabs(along.scale)));
     const int k = int(std::ceil(blurMargin(across.scale) / std::fabs(across.scale))) + 1;
     const int need = int(std::ceil((measurer.margin() + kFlatSamples) / std::fabs(along.scale))) + 1;
     std::vector<Point> points;
+    if (measuredLines == 0) measuredLines = std::max(kRoughLines, int(kMeasuredSamples / cap.length()));
     const int lines = cap.lines(), step = std::max(1, lines / measuredLines);
     for (int line = step / 2; line < lines; line += step) {
         const long refLine = std::lround(across.inverse(line));
@@ -504,10 +508,13 @@ struct Placement {
     }
 };
 
+// Fits both axes from the placement, each holding the other's map as it was: the axes hardly depend on
+// each other, and each has a thread and a reference axis of its own.
 void refine(ReferenceAxis (&ref)[2], const AxisView (&cap)[2], Placement& p, double uncertainty, int lines) {
+    auto y = std::async(std::launch::async, [&] { return fineFit(ref[1], cap[1], p.y, p.x, uncertainty, lines); });
     p.fitX = fineFit(ref[0], cap[0], p.x, p.y, uncertainty, lines);
+    p.fitY = y.get();
     p.x = p.fitX.map;
-    p.fitY = fineFit(ref[1], cap[1], p.y, p.x, uncertainty, lines);
     p.y = p.fitY.map;
 }
 
@@ -557,10 +564,12 @@ GeometryFit fitGeometry(const Picture& reference, const Picture& capture) {
                                  double(capture.height) / double(reference.height));
     const AxisView cap[2] = {{capture}, {captureColumns}};
     ReferenceAxis ref[2] = {ReferenceAxis({reference}), ReferenceAxis({referenceColumns})};
-    // Each pairing of the axes' candidates is fitted roughly; the one most like the card is fitted well.
+    // The pairings of the axes' candidates are fitted roughly, best first, until one is plainly the card;
+    // the one most like the card is fitted well.
     Placement best;
     for (const Candidate& cx : candidates[0])
         for (const Candidate& cy : candidates[1]) {
+            if (best.similarity >= kPlainlyTheCard && best.agreement() >= kLeastAgreement) break;
             Placement p;
             p.x = mapOf(cx, capture.width);
             p.y = mapOf(cy, capture.height);
@@ -568,7 +577,7 @@ GeometryFit fitGeometry(const Picture& reference, const Picture& capture) {
             p.similarity = similarity(reference, capture, p.x, p.y);
             if (p.similarity > best.similarity) best = p;
         }
-    for (const double uncertainty : {2.0, 0.5}) refine(ref, cap, best, uncertainty, kMeasuredLines);
+    for (const double uncertainty : {2.0, 1.0, 0.5}) refine(ref, cap, best, uncertainty, 0);
     if (best.fitX.inliers < kFewestFeatures / 2 || best.fitY.inliers < kFewestFeatures / 2 ||
         best.agreement() < kLeastAgreement)
         throw NoCardFound();

@@ -17,7 +17,7 @@ namespace pm5544::analysis {
 namespace {
 
 // Capture samples gathered for the flat areas, at most.
-constexpr double kFlatSampleBudget = 160000;
+constexpr double kFlatSampleBudget = 100000;
 // Areas with fewer samples than this are not used.
 constexpr int kSmallestArea = 12;
 // Reference pixels kept clear of any change around a flat sample, beyond the chain's blur.

@@ -149,17 +149,21 @@ void drawCapture(const Report& report, const Picture& capture, uint8_t* rgb, siz
     }
 }
 
+// Outside the card the map stays black: the chain's bars and borders are not the card's.
 void drawDifferences(const Report& report, const Picture& reference, const Picture& capture, uint8_t* rgb,
                      size_t stride) {
-    const double toSent = std::ldexp(1.0, reference.bits - capture.bits);
     const double toByte = std::ldexp(double(differenceGain), 8 - reference.bits);
+    CapturePrediction prediction(report, reference, capture.width, capture.height);
     for (int y = 0; y < capture.height; ++y) {
         uint8_t* out = rgb + stride * size_t(y) + size_t(capture.width) * 3;
+        const std::vector<Triple>& predicted = prediction.row(y);
         for (int x = 0; x < capture.width; ++x, out += 3) {
-            const Triple predicted = predictCapture(report, reference, x, y);
-            const Triple seen = sentOrder(report, capture, x, y);
+            const Triple& p = predicted[size_t(x)];
             double largest = 0;
-            for (size_t i = 0; i < 3; ++i) largest = std::max(largest, std::abs(seen[i] * toSent - predicted[i]));
+            if (!std::isnan(p[0])) {
+                const Triple seen = sentOrder(report, capture, x, y);
+                for (size_t i = 0; i < 3; ++i) largest = std::max(largest, std::abs(seen[i] * report.captureScale - p[i]));
+            }
             out[0] = out[1] = out[2] = uint8_t(std::min(255.0, largest * toByte));
         }
     }
