@@ -87,14 +87,23 @@ Picture renderReference(pm5544_card* card, int64_t frame) {
     reference.bits = s.bits;
     const bool ycbcr = PatternGen::isYCbCrAxes(s.axes);
     reference.components = ycbcr ? Components::YCbCr : Components::RGB;
+    // The chroma at the sent sampling, as the full-frame rows repeat it; interlaced 4:2:0, whose rows
+    // pair by field, keeps a chroma row for every row.
+    const bool fieldChroma = s.scan != PatternGen::Scan::Progressive;
+    reference.chromaShiftX = s.sampling == PatternGen::Sampling_444 ? 0 : 1;
+    reference.chromaShiftY = s.sampling == PatternGen::Sampling_420 && !fieldChroma ? 1 : 0;
     reference.allocate();
     const int from[3] = {ycbcr ? FrameRow::yOrG : FrameRow::crOrR, ycbcr ? FrameRow::cbOrB : FrameRow::yOrG,
                          ycbcr ? FrameRow::crOrR : FrameRow::cbOrB};
     pm5544::handle::forEachFrameRow(card, frame, [&](int y, const uint16_t* row) {
         for (int c = 0; c < 3; ++c) {
-            uint16_t* out = &reference.planes[c][size_t(y) * size_t(s.width)];
-            for (int x = 0; x < s.width; ++x)
-                out[x] = uint16_t(FrameRow::code(row[size_t(x) * FrameRow::samplesPerPixel + size_t(from[c])], s.bits));
+            const int shiftX = c == 0 ? 0 : reference.chromaShiftX, shiftY = c == 0 ? 0 : reference.chromaShiftY;
+            if (y & ((1 << shiftY) - 1)) continue;
+            const int width = reference.planeWidth(c);
+            uint16_t* out = &reference.planes[c][size_t(y >> shiftY) * size_t(width)];
+            for (int x = 0; x < width; ++x)
+                out[x] = uint16_t(FrameRow::code(
+                    row[size_t(x << shiftX) * FrameRow::samplesPerPixel + size_t(from[c])], s.bits));
         }
     });
     return reference;
