@@ -263,6 +263,7 @@ bool namesNothing(const Report& r) { return r.range == RangeChange::AsSent && !r
 Report analyse(const Picture& reference, const Sent& sent, const Picture& capture) {
     Report report;
     report.components = sent.ycbcr ? Components::YCbCr : Components::RGB;
+    report.sentMatrix = sent.matrix;
     report.bitDepth = sent.bits;
     const DepthScale depth = depthScale(capture, sent);
     const bool ownFile = sent.ycbcr && capture.components == Components::RGB;  // may hold Cr, Y', Cb

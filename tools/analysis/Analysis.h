@@ -41,6 +41,7 @@ using Affine = std::array<std::array<double, 4>, 3>;
 struct Report {
     Verdict verdict = Verdict::Changed;
     Components components = Components::RGB;  // as sent
+    std::string sentMatrix;                   // "601", "709", "2020" or "rgb", as sent
     Geometry geometry;
     RangeChange range = RangeChange::AsSent;
     std::optional<MatrixChange> matrix;

@@ -107,7 +107,8 @@ struct LumaWeights {
     double kr, kb;
 };
 LumaWeights displayWeights(const Report& report) {
-    const std::string matrix = report.matrix ? report.matrix->to : "709";
+    // The capture's Y'CbCr is the sent matrix's, or the one a matrix change left.
+    const std::string matrix = report.matrix && report.matrix->to != "rgb" ? report.matrix->to : report.sentMatrix;
     if (matrix == "601") return {ColourMatrix::BT601::kr, ColourMatrix::BT601::kb};
     if (matrix == "2020") return {ColourMatrix::BT2020::kr, ColourMatrix::BT2020::kb};
     return {ColourMatrix::BT709::kr, ColourMatrix::BT709::kb};
