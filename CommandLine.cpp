@@ -290,34 +290,7 @@ const Option* findOption(const std::string& name, Rows<Option> table) {
 
 // ---- Splitting the command line into options and the file name ----
 
-// One option with its value, or the file name (option null).
-struct Word {
-    const Option* option = nullptr;
-    const char* value = nullptr;  // the option's value, or the file name
-    std::string error;            // why the word cannot be read: it is reported in its turn
-};
-
-Word readLongOption(const std::string& word, int argc, char** argv, int& i) {
-    const size_t equals = word.find('=');
-    const std::string name = word.substr(0, equals);
-    Word read;
-    read.option = findOption(name, longOptions());
-    if (read.option == nullptr) {
-        Words names;
-        for (const Option& option : longOptions()) names.push_back(option.name);
-        read.error = "Unknown option " + name + "; did you mean " + closest(name, names) + "?\n" + helpHint;
-    } else if (read.option->value == nullptr && equals != std::string::npos) {
-        read.error = "Option " + name + " takes no value";
-    } else if (read.option->value != nullptr) {
-        if (equals != std::string::npos)
-            read.value = argv[i] + equals + 1;
-        else if (i + 1 < argc)
-            read.value = argv[++i];
-        else
-            read.error = "Option " + name + " needs a value";
-    }
-    return read;
-}
+using Word = OptionWord<Option>;
 
 // Short options are compared exactly; a word starting with "--" is a long option; "--" alone ends the
 // options; every other word is the file name.
@@ -336,7 +309,7 @@ std::vector<Word> readWords(int argc, char** argv) {
         } else if (!optionsEnded && word == "--") {
             optionsEnded = true;
         } else if (!optionsEnded && word.compare(0, 2, "--") == 0) {
-            words.push_back(readLongOption(word, argc, argv, i));
+            words.push_back(readOptionWord<Option>(longOptions(), helpHint, argc, argv, i));
         } else {
             Word name;
             name.value = argv[i];

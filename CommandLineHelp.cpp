@@ -9,6 +9,7 @@
 #include <string>
 
 #include "CommandLine.h"
+#include "CommandLineReading.h"
 #include "OutputFormats.h"
 
 #ifndef PM5544_VERSION
@@ -19,8 +20,8 @@ namespace PatternRender {
 
 namespace {
 
-constexpr size_t lineWidth = 79;
-constexpr size_t helpColumn = 26;
+using CommandLineReading::appendEntry;
+using CommandLineReading::appendWrapped;
 
 const Example exampleTable[] = {
     {"card.png", "the default card: 1920x1080, 16:9, full-range R'G'B', 12 bits, as a PNG"},
@@ -32,38 +33,6 @@ const Example exampleTable[] = {
     {"-d 1280x720 --format dpx - > card.dpx", "DPX on standard output; progress goes to standard error"},
     {"-u", "the colour-arithmetic self-test"},
 };
-
-// Appends text from `column` of the current line on, wrapped at lineWidth with further lines
-// indented to `indent`, and ends the line.
-void appendWrapped(std::string& out, const std::string& text, size_t column, size_t indent) {
-    std::istringstream words(text);
-    std::string word;
-    bool lineStarted = false;
-    while (words >> word) {
-        if (lineStarted && column + 1 + word.size() > lineWidth) {
-            out += '\n' + std::string(indent, ' ');
-            column = indent;
-            lineStarted = false;
-        }
-        if (lineStarted) out += ' ', ++column;
-        out += word;
-        column += word.size();
-        lineStarted = true;
-    }
-    out += '\n';
-}
-
-// "  term" and its help from helpColumn on; a term too long for that puts the help on the next line.
-void appendEntry(std::string& out, const std::string& term, const std::string& help) {
-    std::string line = "  " + term;
-    if (line.size() + 2 > helpColumn) {
-        out += line + '\n';
-        line.clear();
-    }
-    line.resize(helpColumn, ' ');
-    out += line;
-    appendWrapped(out, help, helpColumn, helpColumn);
-}
 
 void appendOptions(std::string& out, Rows<Option> options) {
     for (const Option& option : options) {

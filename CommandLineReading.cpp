@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 
 namespace PatternRender {
 namespace CommandLineReading {
@@ -148,6 +149,40 @@ bool readPairOption(const char* option, const char* value, int& first, int& seco
         warn("%s %s is read as %dx%d%s", option, value, first, second, meant.c_str());
     }
     return true;
+}
+
+namespace {
+constexpr size_t lineWidth = 79;
+constexpr size_t helpColumn = 26;
+}  // namespace
+
+void appendWrapped(std::string& out, const std::string& text, size_t column, size_t indent) {
+    std::istringstream words(text);
+    std::string word;
+    bool lineStarted = false;
+    while (words >> word) {
+        if (lineStarted && column + 1 + word.size() > lineWidth) {
+            out += '\n' + std::string(indent, ' ');
+            column = indent;
+            lineStarted = false;
+        }
+        if (lineStarted) out += ' ', ++column;
+        out += word;
+        column += word.size();
+        lineStarted = true;
+    }
+    out += '\n';
+}
+
+void appendEntry(std::string& out, const std::string& term, const std::string& help) {
+    std::string line = "  " + term;
+    if (line.size() + 2 > helpColumn) {
+        out += line + '\n';
+        line.clear();
+    }
+    line.resize(helpColumn, ' ');
+    out += line;
+    appendWrapped(out, help, helpColumn, helpColumn);
 }
 
 }  // namespace CommandLineReading

@@ -2,6 +2,7 @@
 // ones, and numbers read as "%d" reads them but reported as typed when they do not fit.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,48 @@ struct PairOption {
 };
 // "-d" and "-a" ("%dx%d"): a value that parses only its first number sets the first setting alone.
 bool readPairOption(const char* option, const char* value, int& first, int& second, const PairOption& pair);
+
+// Help text: `text` from `column` of the current line on, wrapped at 79 columns with further lines
+// indented to `indent`; and "  term" with its help from column 26, the help on the next line when the
+// term is too long.
+void appendWrapped(std::string& out, const std::string& text, size_t column, size_t indent);
+void appendEntry(std::string& out, const std::string& term, const std::string& help);
+
+// One word of the command line: an option of a table, or (option null) a name the program takes.
+template <typename Option>
+struct OptionWord {
+    const Option* option = nullptr;
+    const char* value = nullptr;  // the option's value, or the name
+    std::string error;            // why the word cannot be read: it is reported in its turn
+};
+
+// argv[i], an option of `table` (rows with `name`, and `value` null for options that take none), with
+// its value after "=" (long options) or in the next word, which it then consumes.
+template <typename Option, typename Table>
+OptionWord<Option> readOptionWord(const Table& table, const char* helpHint, int argc, char** argv, int& i) {
+    const std::string word = argv[i];
+    const size_t equals = word.compare(0, 2, "--") == 0 ? word.find('=') : std::string::npos;
+    const std::string name = word.substr(0, equals);
+    OptionWord<Option> read;
+    Words names;
+    for (const Option& option : table) {
+        if (name == option.name) read.option = &option;
+        names.push_back(option.name);
+    }
+    if (read.option == nullptr) {
+        read.error = "Unknown option " + name + "; did you mean " + closest(name, names) + "?\n" + helpHint;
+    } else if (read.option->value == nullptr && equals != std::string::npos) {
+        read.error = "Option " + name + " takes no value";
+    } else if (read.option->value != nullptr) {
+        if (equals != std::string::npos)
+            read.value = argv[i] + equals + 1;
+        else if (i + 1 < argc)
+            read.value = argv[++i];
+        else
+            read.error = "Option " + name + " needs a value";
+    }
+    return read;
+}
 
 }  // namespace CommandLineReading
 }  // namespace PatternRender

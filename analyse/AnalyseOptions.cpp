@@ -5,7 +5,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <sstream>
 
 #include "CommandLineReading.h"
 
@@ -155,18 +154,7 @@ const std::vector<ExitStatus> exitStatusTable = {
     {exitChanged, "the chain changed the card: the report says how"},
 };
 
-const Option* findOption(const std::string& name) {
-    for (const Option& option : optionTable)
-        if (name == option.name) return &option;
-    return nullptr;
-}
-
-// One option with its value, or the capture (option null).
-struct Word {
-    const Option* option = nullptr;
-    const char* value = nullptr;
-    std::string error;
-};
+using Word = OptionWord<Option>;
 
 // Options are compared exactly; a long option's value may follow an "="; "--" ends the options; every
 // other word is the capture.
@@ -183,54 +171,9 @@ std::vector<Word> readWords(int argc, char** argv) {
             optionsEnded = true;
             continue;
         }
-        const size_t equals = word.compare(0, 2, "--") == 0 ? word.find('=') : std::string::npos;
-        const std::string name = word.substr(0, equals);
-        Word read;
-        read.option = findOption(name);
-        if (read.option == nullptr) {
-            std::vector<std::string> names;
-            for (const Option& option : optionTable) names.push_back(option.name);
-            read.error = "Unknown option " + name + "; did you mean " + closest(name, names) + "?\n" + helpHint;
-        } else if (read.option->value == nullptr && equals != std::string::npos) {
-            read.error = "Option " + name + " takes no value";
-        } else if (read.option->value != nullptr) {
-            if (equals != std::string::npos)
-                read.value = argv[i] + equals + 1;
-            else if (i + 1 < argc)
-                read.value = argv[++i];
-            else
-                read.error = "Option " + name + " needs a value";
-        }
-        words.push_back(read);
+        words.push_back(readOptionWord<Option>(optionTable, helpHint, argc, argv, i));
     }
     return words;
-}
-
-constexpr size_t lineWidth = 79, helpColumn = 26;
-
-void appendWrapped(std::string& out, const std::string& text, size_t column, size_t indent) {
-    std::istringstream words(text);
-    bool lineStarted = false;
-    for (std::string word; words >> word;) {
-        if (lineStarted && column + 1 + word.size() > lineWidth) {
-            out += '\n' + std::string(indent, ' ');
-            column = indent;
-            lineStarted = false;
-        }
-        if (lineStarted) out += ' ', ++column;
-        out += word;
-        column += word.size();
-        lineStarted = true;
-    }
-    out += '\n';
-}
-
-void appendEntry(std::string& out, const std::string& term, const std::string& help) {
-    std::string line = "  " + term;
-    if (line.size() + 2 > helpColumn) out += line + '\n', line.clear();
-    line.resize(helpColumn, ' ');
-    out += line;
-    appendWrapped(out, help, helpColumn, helpColumn);
 }
 
 }  // namespace

@@ -37,9 +37,9 @@ constexpr double kMinimumContrast = 0.06;
 constexpr double kOutlierSigmas = 3.0, kOutlierFloor = 0.15;
 // Fewer agreeing measurements than this, or a smaller share of them, and there is no card.
 constexpr int kFewestFeatures = 24;
+constexpr double kLeastAgreement = 0.9;
 // A rough placement this much like the card ends the search among candidates.
 constexpr double kPlainlyTheCard = 0.95;
-constexpr double kLeastAgreement = 0.9;
 
 // A picture seen along one axis: its lines are rows. The Y axis is seen through a transposed copy, so
 // that both walk memory in order.
