@@ -193,12 +193,14 @@ std::vector<Candidate> coarseSearch(const std::vector<double>& reference, const 
     decimate(capture, fine, fineCapture);
     decimate(mirror, fine, fineMirror);
     // The best of each direction first: the card is almost symmetric left to right and top to bottom.
-    std::stable_partition(found.begin(), found.end(), [&](const Candidate& c) {
-        const auto first = std::find_if(found.begin(), found.end(), [&](const Candidate& o) { return o.mirrored == c.mirrored; });
-        return &*first == &c;
-    });
+    std::vector<Candidate> ordered;
+    for (const bool mirrored : {false, true}) {
+        const auto best = std::find_if(found.begin(), found.end(), [&](const Candidate& c) { return c.mirrored == mirrored; });
+        if (best != found.end()) ordered.push_back(*best);
+    }
+    ordered.insert(ordered.end(), found.begin(), found.end());
     std::vector<Candidate> refined;
-    for (const Candidate& c : found) {
+    for (const Candidate& c : ordered) {
         if (int(refined.size()) == kCandidates) break;
         const bool distinct = std::none_of(refined.begin(), refined.end(), [&](const Candidate& r) {
             return r.mirrored == c.mirrored && std::fabs(r.scale / c.scale - 1) < 0.03 &&
