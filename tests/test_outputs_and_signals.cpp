@@ -216,8 +216,6 @@ TEST(ProgramFailures, ImpossibleColourStateEndsTheRunWithTheAssertionsReport) {
     EXPECT_FALSE(exists(dir.path("card.png")));
 }
 
-// ---- Runs stopped by a signal ----
-
 constexpr auto kPatience = std::chrono::seconds(60);
 
 // Waits until `done` holds, for kPatience at most.

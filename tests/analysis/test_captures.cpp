@@ -17,8 +17,6 @@ using pm5544::analysis::readCapture;
 
 namespace {
 
-// ---- The program's own files ----
-
 TEST(Captures, ProgramFilesReadAsTheLibraryRenders) {
     const struct {
         const char *options, *file;
@@ -87,8 +85,6 @@ TEST(Captures, FrameOfAClipAndPastItsEnd) {
         EXPECT_NE(nullptr, std::strstr(e.what(), "has 3 frames: there is no frame 3")) << e.what();
     }
 }
-
-// ---- Files other tools write, from samples known here ----
 
 struct Made {
     const char* rawFormat;  // what ffmpeg reads the samples as
@@ -237,8 +233,6 @@ TEST(Captures, FfmpegDpxAndY4mReadAsTheirPlanes) {
     EXPECT_EQ(std::vector<uint16_t>(pixels, 128), grey.planes[1]);
 }
 
-// ---- Refusals ----
-
 std::string refusal(const std::string& path, int64_t frame = 0) {
     char message[512] = {};
     pm5544_capture* capture = pm5544_capture_read(path.c_str(), frame, message, sizeof message);
@@ -311,8 +305,6 @@ TEST(Captures, OnePixelReads) {
     EXPECT_EQ(1, dot.width);
     EXPECT_EQ(1, dot.height);
 }
-
-// ---- The C API's layouts ----
 
 // The card rendered into a layout, with strides a little longer than a row, and copied back as a capture.
 Picture pictureOfLayout(pm5544_layout layout, const char* encoding, int bits, int sampling, int width, int height,

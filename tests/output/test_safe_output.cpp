@@ -94,8 +94,6 @@ private:
     std::string mounted_;
 };
 
-// ---- The faults ----
-
 // Room for the earlier file and 24 KiB: less than any format's output.
 constexpr size_t kSmallFileSystemBytes = 32 * 1024;
 constexpr rlim_t kFileSizeLimit = 24 * 1024;
@@ -167,8 +165,6 @@ PreparedFault prepare(Fault fault, const ScratchDir& dir, const std::string& bas
     return p;
 }
 
-// ---- The built program ----
-
 struct Format {
     const char* extension;
     const char* options;
@@ -217,8 +213,6 @@ TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
     for (const auto& [fault, why] : notSetUp) reasons += "\n  " + fault + ": " + why;
     if (!reasons.empty()) GTEST_SKIP() << "faults not set up here:" << reasons;
 }
-
-// ---- Memory that runs out ----
 
 constexpr rlim_t kMiB = 1 << 20;
 constexpr const char* kEmulated =
@@ -302,8 +296,6 @@ TEST(SafeOutputProgram, OutOfMemoryWithBoxTextIsReported) {
     }
 }
 
-// ---- Races ----
-
 // Two runs on one name at once (a batch started twice, here with two colour encodings so that a mix
 // shows): both succeed and the name holds one whole PNG, read back by pngcheck.
 TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
@@ -321,8 +313,6 @@ TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.path("")), fs::directory_iterator()), 1);
     EXPECT_EQ(0, std::system(("pngcheck -q '" + dir.path("card.png") + "' >/dev/null").c_str()));
 }
-
-// ---- OutputFile driven directly ----
 
 mode_t modeOf(const std::string& path) {
     struct stat status {};
