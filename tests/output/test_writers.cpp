@@ -1,6 +1,4 @@
-// The PNG, TIFF and DPX writers' files read back independently (pngcheck and ffmpeg, libtiff and
-// tiffdump, DPX byte by byte); TIFF, DPX and Y4M through the program against its PNG; interlaced Y4M
-// read back by ffmpeg; the held frame a pipe is given stays as it was given, or fails with the reason.
+// PNG, TIFF and DPX files read back independently; TIFF, DPX and Y4M against the program's PNG; held frames.
 #include <gtest/gtest.h>
 #include <tiffio.h>
 #include <unistd.h>
@@ -29,8 +27,7 @@ namespace {
 using namespace TestFiles;
 using Frame = std::vector<uint16_t>;
 
-// The fields libtiff reads back ("width x length compression photometric planar bits samples strips
-// directories") and the pixels of the single strip.
+// libtiff's "width x length compression photometric planar bits samples strips directories", and the strip.
 std::string readTiff(const std::string& path, Frame& pixels) {
     TIFF* tif = TIFFOpen(path.c_str(), "r");
     if (tif == nullptr) return "cannot open";
@@ -101,8 +98,7 @@ std::vector<uint16_t> fieldSamples(const std::string& path, const char* field) {
     return samples;
 }
 
-// A frame of a little over two pages, sent twice with a change across a page boundary in between,
-// nothing read meanwhile; the bytes the two sends should deliver.
+// A frame of two pages and more, sent twice with a change across a page boundary; the bytes due.
 Bytes sendTwice(int fd, bool& sent) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), size = 2 * page + 100;
     Bytes frame(size), change(30, 0xEE);
@@ -120,8 +116,7 @@ Bytes sendTwice(int fd, bool& sent) {
 
 }  // namespace
 
-// A smooth frame (for which libpng picks the predicting filters) with the extremes and 0x0102 comes back
-// unchanged through ffmpeg.
+// A smooth frame (libpng's predicting filters) with the extremes comes back unchanged through ffmpeg.
 TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
     const int width = 64, height = 40;
     Frame frame;
@@ -138,8 +133,7 @@ TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
 
 // ImageLength is the number of stored lines; the private tag holds the line-repeat list as compact JSON.
 TEST(TiffWriter, FieldsPixelsAndLineRepeatTag) {
-    // YCbCr flag, width, height, line repeats, libtiff's fields (LZW, photometric 2 or 6, contiguous,
-    // 16 bits, 3 samples, 1 strip, 1 directory), the private tag as tiffdump shows it, and subsampling.
+    // YCbCr, size, line repeats, libtiff's fields, the private tag as tiffdump shows it, subsampling.
     const std::tuple<bool, int, int, std::vector<std::pair<int, int>>, const char*, const char*, const char*> cases[] =
         {{false, 12, 4, {{0, 10}, {11, 1}}, "12x4 5 2 1 16 3 1 1", "16<[[0,10],[11,1]]\\0>", ""},
          {true, 7, 3, {{-1, 1080}}, "7x3 5 6 1 16 3 1 1", "12<[[-1,1080]]\\0>", "2<1 1>"},
@@ -190,8 +184,7 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     std::fill(rest.begin() + 136, rest.begin() + 160, 0);
     const auto stray = std::find_if(rest.begin(), rest.end(), [](uint8_t b) { return b != 0; });
     EXPECT_EQ(rest.end(), stray) << "non-zero byte at " << (stray - rest.begin());
-    // Names longer than their field are cut without a terminator; samples keep their top ten bits, without
-    // rounding, in bits 31-22, 21-12 and 11-2 of little-endian words.
+    // Long names are cut without a terminator; samples keep their top ten bits in bits 31-22, 21-12, 11-2.
     const std::string cut = dir.path(std::string(120, 'n'));
     Frame words = {0xFFFF, 0, 0, 0xFFFF, 0, 0, 0xFFFF, 0, 0x003F, 0x0040, 0x007F, 0};
     ASSERT_EQ(0, writeDpx(words, DPX::kCbYCr, 3, 1, cut, {std::string(150, 'c'), "next field", ""}));
@@ -201,9 +194,8 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(cutFile.begin() + kDpxData, cutFile.end()));
 }
 
-// Line and file sizes and every line's data, unpacked from the low bits of each word up: B G R per pixel
-// for descriptor 50, Cb Y Cr Y per pixel pair for 100, zero after the data and for descriptors the writer
-// does not pack. Width 7 leaves a 4:2:2 tail of one pair and one pixel, padded to a whole word.
+// Line and file sizes and each line unpacked: B G R for descriptor 50, Cb Y Cr Y for 100, zero padding;
+// width 7 leaves a 4:2:2 tail of one pair and one pixel.
 TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {// descriptor, width, height, line size
                                                                 {DPX::kRGB, 7, 3, 28},
@@ -237,9 +229,7 @@ TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     }
 }
 
-// TIFF and DPX through the program, read back independently and compared pixel by pixel with the PNG
-// render of the same settings: TIFF holds every code (Y, Cb, Cr or R, G, B; photometric 6 or 2), DPX
-// the top ten bits of the 10-bit render.
+// TIFF (every code, photometric 6 or 2) and DPX (top ten bits) equal the PNG render, read back independently.
 TEST(Formats, TiffAndDpxMatchThePngRender) {
     const struct {
         const char *options, *ext;
@@ -276,10 +266,8 @@ TEST(Formats, TiffAndDpxMatchThePngRender) {
     }
 }
 
-// ffmpeg decodes the Y4M stream (odd size, so the last chroma column and row stand alone) to exactly the
-// samples of the PNG render of the same settings: Y' everywhere, Cb and Cr of the even columns (and rows
-// for 4:2:0), at the output depth, in each of two frames at 30000/1001 a second. A file is written in
-// place and its second frame copied within it; a pipe gets the same bytes from the frame held in memory.
+// ffmpeg decodes the Y4M (odd size, two frames at 30000/1001) to exactly the PNG render's samples at the
+// output depth; a pipe gets the same bytes as the file written in place.
 TEST(Formats, Y4mDecodesToThePngRender) {
     const int width = 161, height = 91;
     const struct { int sampling, bits; } cases[] = {{444, 12}, {422, 10}, {420, 10}, {420, 8}};
@@ -321,8 +309,7 @@ TEST(Formats, Y4mDecodesToThePngRender) {
     }
 }
 
-// The header line: the pixel aspect in lowest terms, refused (no file) when its terms pass 32 bits;
-// 8-bit 4:2:0 names its top-left chroma siting, which ffprobe reads back.
+// The pixel aspect in lowest terms, refused past 32 bits; 8-bit 4:2:0 names top-left chroma siting.
 TEST(Formats, Y4mHeaderAspectAndChromaSiting) {
     ScratchDir dir;
     const auto headerLine = [&](const std::string& name) {
@@ -341,9 +328,7 @@ TEST(Formats, Y4mHeaderAspectAndChromaSiting) {
     EXPECT_FALSE(exists(dir.path("over.y4m")));
 }
 
-// One clip (a second frame whose lower rows change, then two repeats) written three ways gives the same
-// bytes: in place in a regular file, through a pipe with the frame held in memory, and through a pipe
-// with the frame over a (tiny) budget, held in a temporary file.
+// One clip written in place, through a pipe held in memory and held in a temporary file: the same bytes.
 TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
     const int width = 37, height = 21, firstChangedRow = 13, frames = 4;
     // Frame 0 is one picture; every later frame is another from firstChangedRow down.
@@ -413,9 +398,7 @@ TEST(Y4mInterlace, FfprobeReadsTheFieldOrder) {
     }
 }
 
-// ffmpeg's field filter takes every other row of each plane, so each field it returns is a 4:2:0
-// picture of its own: its chroma is the 4:2:2 chroma of the field's rows 0, 2, 4, ... (frame rows f,
-// f + 4, ...) and its luma the field's rows.
+// ffmpeg's field filter gives 4:2:0 fields: luma the field's rows, chroma the 4:2:2 chroma of every 4th row.
 TEST(Y4mInterlace, EachFieldIsAFourTwoZeroPictureOfItsOwnRows) {
     const size_t width = 320, height = 180, chromaWidth = width / 2;
     ScratchDir dir;
