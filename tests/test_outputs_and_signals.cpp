@@ -283,10 +283,7 @@ TEST_F(StoppedRun, IgnoredSignalLetsTheRunFinish) {
     kill(pid, SIGUSR1);
     const int reader = ::open(dir.path("view.png").c_str(), O_RDONLY);
     ASSERT_GE(reader, 0) << std::strerror(errno);
-    Bytes preview;
-    char chunk[4096];
-    for (ssize_t count; (count = read(reader, chunk, sizeof chunk)) > 0;)
-        preview.insert(preview.end(), chunk, chunk + count);
+    const Bytes preview = readAll(reader);
     close(reader);
     const int status = statusOf(pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;

@@ -570,10 +570,7 @@ TEST(Pm5544Src, SeekGivesTheFrameAtThatTime) {
 
 // 8-bit R'G'B' samples of an image as ffmpeg decodes it (through `filters`, if any).
 Bytes rgb24(const std::string& path, const std::string& filters = "") {
-    const std::string raw =
-        commandOutput("ffmpeg -nostdin -v error -i '" + path + "' " + (filters.empty() ? "" : "-vf " + filters) +
-                      " -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
-    return Bytes(raw.begin(), raw.end());
+    return ffmpegRaw("-i '" + path + "'", (filters.empty() ? "" : "-vf " + filters) + " -pix_fmt rgb24");
 }
 
 // Whether the 5x5 pixels around (x, y) all have the colour of (x, y).

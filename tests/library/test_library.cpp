@@ -183,28 +183,24 @@ TEST(LibrarySettings, RefusesWhatItCannotDoWithAReason) {
     LayoutFrame frame(PM5544_LAYOUT_V210, 128, 96);
     std::vector<void*> planes = frame.pointers();
     std::vector<size_t> strides = frame.strides;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(nullptr, 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    const auto render = [&](pm5544_card* on, int64_t n, pm5544_layout layout) {
+        return pm5544_render_frame(on, n, layout, planes.data(), strides.data());
+    };
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(nullptr, 0, PM5544_LAYOUT_V210));
     EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, nullptr, strides.data()));
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), -1, PM5544_LAYOUT_V210, planes.data(), strides.data()));
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), 0, pm5544_layout(99), planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), -1, PM5544_LAYOUT_V210));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), 0, pm5544_layout(99)));
     strides[0] -= 4;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), 0, PM5544_LAYOUT_V210));
     EXPECT_NE(nullptr, std::strstr(pm5544_last_error(card.get()), "shorter than a row"));
     strides[0] += 2;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), 0, PM5544_LAYOUT_V210));
     strides = frame.strides;
-    EXPECT_EQ(PM5544_ERROR_SETTINGS,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_RGBA16, planes.data(), strides.data()));
-    EXPECT_EQ(PM5544_ERROR_SETTINGS,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_UYVY, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, render(card.get(), 0, PM5544_LAYOUT_RGBA16));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, render(card.get(), 0, PM5544_LAYOUT_UYVY));
     EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_set_encoding_name(card.get(), "Rec709"));
     // The failing call's message stays through calls that succeed.
-    EXPECT_EQ(PM5544_OK, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_OK, render(card.get(), 0, PM5544_LAYOUT_V210));
     EXPECT_STREQ("Encoding Rec709 is unknown", pm5544_last_error(card.get()));
     EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_changed_rows(card.get(), 0, 1, nullptr));
     EXPECT_EQ(-1, pm5544_layout_allows(pm5544_layout(-1), PM5544_ENCODING_709));
@@ -227,9 +223,8 @@ TEST(LibraryMessages, ProgressLinesReachTheCallbackNotTheTerminal) {
                                 stderrOf([&] { EXPECT_EQ(PM5544_OK, pm5544_prepare(card.get())); });
     EXPECT_EQ("", printed);
     ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ("0Width x Height: 1920x1080\n", lines[0]);
-    EXPECT_EQ("0Aspect: 16:9\n", lines[1]);
-    EXPECT_EQ("0Pixel aspect: 1:1.000\n", lines[2]);
+    EXPECT_EQ((std::vector<std::string>{"0Width x Height: 1920x1080\n", "0Aspect: 16:9\n", "0Pixel aspect: 1:1.000\n"}),
+              std::vector<std::string>(lines.begin(), lines.begin() + 3));
     EXPECT_EQ("1Warning: Font \"No Such Family\" could not be loaded; the text is drawn in the default sans-serif\n",
               lines.back());
     for (const std::string& line : lines) EXPECT_EQ(line.size() - 1, line.find('\n')) << line;

@@ -84,20 +84,6 @@ int writeDpx(const Frame& frame, DPX::eFormat format, int width, int height, con
 
 const size_t kDpxData = 8192;
 
-std::string fieldOrder(const std::string& path) {
-    return commandOutput("ffprobe -v error -show_entries stream=field_order -of csv=p=0 '" + path + "'");
-}
-
-// One field of a 10-bit 4:2:0 file as ffmpeg's field filter separates it, as 16-bit samples.
-std::vector<uint16_t> fieldSamples(const std::string& path, const char* field) {
-    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -vf field=" + field +
-                                          " -f rawvideo -pix_fmt yuv420p10le - 2>/dev/null");
-    std::vector<uint16_t> samples;
-    for (size_t i = 0; i + 1 < raw.size(); i += 2)
-        samples.push_back(uint16_t(uint8_t(raw[i]) | uint8_t(raw[i + 1]) << 8));
-    return samples;
-}
-
 // A frame of two pages and more, sent twice with a change across a page boundary; the bytes due.
 Bytes sendTwice(int fd, bool& sent) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), size = 2 * page + 100;
@@ -359,11 +345,8 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
     const auto throughPipe = [&](size_t budget) {
         int fds[2];
         if (pipe(fds) != 0) return std::string("no pipe");
-        std::string read;
-        std::thread reader([&] {
-            char chunk[4096];
-            for (ssize_t got; (got = ::read(fds[0], chunk, sizeof chunk)) > 0;) read.append(chunk, size_t(got));
-        });
+        Bytes read;
+        std::thread reader([&] { read = readAll(fds[0]); });
         FILE* stream = fdopen(fds[1], "wb");
         bool written = false;
         {
@@ -373,7 +356,7 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
         std::fclose(stream);
         reader.join();
         close(fds[0]);
-        return written ? read : "failed";
+        return written ? text(read) : "failed";
     };
     ScratchDir dir;
     OutputFile file(dir.path("clip.y4m"));
@@ -394,7 +377,8 @@ TEST(Y4mInterlace, FfprobeReadsTheFieldOrder) {
     for (const auto& [order, read] : {std::pair{"tff", "tt\n"}, {"bff", "bb\n"}}) {
         ASSERT_EQ(0, runProgram(dir.path(""), std::string("-d 320x180 -c 709 -s 422 -b 10 --interlaced ") + order +
                                                   " --frames 2 card.y4m"));
-        EXPECT_EQ(read, fieldOrder(dir.path("card.y4m")));
+        EXPECT_EQ(read, commandOutput("ffprobe -v error -show_entries stream=field_order -of csv=p=0 '" +
+                                      dir.path("card.y4m") + "'"));
     }
 }
 
@@ -406,7 +390,8 @@ TEST(Y4mInterlace, EachFieldIsAFourTwoZeroPictureOfItsOwnRows) {
     ASSERT_EQ(0, runProgram(dir.path(""), "-d 320x180 -c 709 -b 10 -s 422 full.y4m"));
     const std::vector<uint16_t> full = ffmpegSamples(dir.path("full.y4m"), "yuv422p10le", false);
     for (size_t field = 0; field < 2; ++field) {
-        const std::vector<uint16_t> got = fieldSamples(dir.path("fields.y4m"), field == 0 ? "top" : "bottom");
+        const std::vector<uint16_t> got =
+            ffmpegSamples(dir.path("fields.y4m"), "yuv420p10le", false, field == 0 ? "field=top" : "field=bottom");
         std::vector<uint16_t> expected;
         for (size_t y = field; y < height; y += 2)
             expected.insert(expected.end(), &full[y * width], &full[(y + 1) * width]);
@@ -456,12 +441,8 @@ TEST(HeldFrame, APipeKeepsWhatItWasGiven) {
     const Bytes expected = sendTwice(fds[1], sent);
     ASSERT_TRUE(sent);
     close(fds[1]);
-    Bytes read(expected.size() + 1);
-    size_t got = 0;
-    for (ssize_t n; (n = ::read(fds[0], read.data() + got, read.size() - got)) > 0;) got += size_t(n);
+    EXPECT_TRUE(expected == readAll(fds[0]));
     close(fds[0]);
-    read.resize(got);
-    EXPECT_TRUE(expected == read);
 }
 
 // A pipe whose reader has gone: the write fails with the system's reason.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cstdint>
@@ -63,6 +64,13 @@ inline uint32_t littleEndian(const Bytes& bytes, size_t at, int size = 4) {
     for (int i = size - 1; i >= 0; --i) value = value << 8 | bytes.at(at + i);
     return value;
 }
+// Everything read from a descriptor until its end.
+inline Bytes readAll(int fd) {
+    Bytes bytes;
+    uint8_t chunk[4096];
+    for (ssize_t count; (count = ::read(fd, chunk, sizeof chunk)) > 0;) bytes.insert(bytes.end(), chunk, chunk + count);
+    return bytes;
+}
 // What a shell command writes to its standard output.
 inline std::string commandOutput(const std::string& command) {
     std::string output;
@@ -80,15 +88,15 @@ inline Bytes ffmpegRaw(const std::string& input, const std::string& outputOption
         commandOutput("ffmpeg -nostdin -v error " + input + " " + outputOptions + " -f rawvideo - 2>/dev/null");
     return Bytes(raw.begin(), raw.end());
 }
-// The 16-bit words ffmpeg decodes from `path` into `pixelFormat` (rgba64be, rgb48le, ...), read in
-// the byte order the format names.
-inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::string& pixelFormat,
-                                           bool bigEndianWords) {
-    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -f rawvideo -pix_fmt " +
-                                          pixelFormat + " - 2>/dev/null");
+// The 16-bit words ffmpeg decodes from `path` into `pixelFormat` (rgba64be, rgb48le, ...) through
+// `filters`, if any, read in the byte order the format names.
+inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::string& pixelFormat, bool bigEndianWords,
+                                           const std::string& filters = "") {
+    const Bytes raw =
+        ffmpegRaw("-i '" + path + "'", (filters.empty() ? "" : "-vf " + filters) + " -pix_fmt " + pixelFormat);
     std::vector<uint16_t> samples;
     for (size_t i = 0; i + 1 < raw.size(); i += 2) {
-        const uint16_t first = uint8_t(raw[i]), second = uint8_t(raw[i + 1]);
+        const uint16_t first = raw[i], second = raw[i + 1];
         samples.push_back(uint16_t(bigEndianWords ? first << 8 | second : second << 8 | first));
     }
     return samples;
