@@ -75,7 +75,7 @@ struct Render {
         EXPECT_TRUE(file.Save(dir.path("loop.pat")));
         parsed = DeviceFileReader::parseFile(dir.path("loop.pat"));
     }
-        // Each section keeps within the format and the block expands to source line y (the body function's).
+    // Each section keeps within the format and the block expands to source line y (the body function's).
     void expectLine(const DeviceFileReader::Block& block, int y) const {
         std::vector<DeviceFileReader::Components> expected;
         for (int x = 0; x < pattern.width; ++x) {

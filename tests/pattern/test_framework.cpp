@@ -75,7 +75,7 @@ TEST(Transitions, WorkedCoefficientsSampleRateAndSubsampling) {
         p.height = lines;
         EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), pixels) << lines << " lines";
     }
-        // Subsampled chroma runs at half the clock; a zero rise time turns transitions off but keeps the lists.
+    // Subsampled chroma runs at half the clock; a zero rise time turns transitions off but keeps the lists.
     TestPattern sub;
     sub.initQuietly(1920, 1080, 16, 9, Colour_RGB, Sampling_420);
     expectRamp(sub.chromaTransition, {0.180447, 0.180447, 0.819553, 0.819553});
