@@ -101,12 +101,23 @@ inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::s
     }
     return samples;
 }
+// ffmpeg converts the raw samples in `dir` (file "raw", `size` pixels) to `file`, in `format` unless told
+// another; its exit status.
+inline int ffmpegFromRaw(const ScratchDir& dir, const std::string& format, const char* size, const std::string& file,
+                         const std::string& extra = "", const std::string& outFormat = "") {
+    return std::system(("cd '" + dir.path("") + "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt " + format +
+                        " -s " + size + " -i raw -pix_fmt " + (outFormat.empty() ? format : outFormat) + " " + extra +
+                        " " + file)
+                           .c_str());
+}
 #ifdef PM5544_EXE
-// Runs the built program in `dir`, its standard output and error to the files "stdout" and "stderr"
-// there; its exit status.
-inline int runProgram(const std::string& dir, const std::string& args) {
+// Runs `program` (the built program unless told) in `dir`, its standard output and error to the files
+// "stdout" and "stderr" there, its input what the shell command `input` writes (nothing if none).
+inline int runProgram(const std::string& dir, const std::string& args, const std::string& program = PM5544_EXE,
+                      const std::string& input = "") {
+    const std::string from = input.empty() ? "" : input + " | ", to = input.empty() ? " </dev/null" : "";
     const int raw =
-        std::system(("cd '" + dir + "' && '" PM5544_EXE "' " + args + " >stdout 2>stderr </dev/null").c_str());
+        std::system(("cd '" + dir + "' && " + from + "'" + program + "' " + args + " >stdout 2>stderr" + to).c_str());
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
 
@@ -118,8 +129,8 @@ struct Outcome {
 // Runs the built program in a scratch directory, both streams collected apart.
 class ProgramTest : public ::testing::Test {
 protected:
-    Outcome run(const std::string& args) {
-        const int status = runProgram(dir.path(""), args);
+    Outcome run(const std::string& args, const std::string& program = PM5544_EXE, const std::string& input = "") {
+        const int status = runProgram(dir.path(""), args, program, input);
         return {status, file("stdout"), file("stderr")};
     }
     std::string file(const std::string& name) const { return text(readFile(dir.path(name))); }
