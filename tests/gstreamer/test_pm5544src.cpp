@@ -845,10 +845,9 @@ TEST(Pm5544Src, OpenCapsFixateAsAUserExpects) {
         ASSERT_FALSE(pipeline.playToEnd().error);
         GstVideoInfo info;
         ASSERT_TRUE(gst_video_info_from_caps(&info, pipeline.sinkCaps().get()));
-        EXPECT_STREQ(c.format, gst_video_format_to_string(GST_VIDEO_INFO_FORMAT(&info)));
-        EXPECT_EQ(c.width, info.width);
-        EXPECT_EQ(c.height, info.height);
-        EXPECT_TRUE(info.fps_n == 25 && info.fps_d == 1 && info.par_n == 1 && info.par_d == 1);
+        EXPECT_EQ(std::make_tuple(std::string(c.format), c.width, c.height, 25, 1, 1, 1),
+                  std::make_tuple(std::string(gst_video_format_to_string(GST_VIDEO_INFO_FORMAT(&info))), info.width,
+                                  info.height, info.fps_n, info.fps_d, info.par_n, info.par_d));
     }
 
     // Through videoconvert to P010, the card goes out at 10 bits, not as 8-bit codes padded.
