@@ -161,11 +161,8 @@ TEST(CardText, LowerTextReplacedBetweenFramesEqualsAFreshCard) {
     expectRowsOf("23:59:59", 0);
 }
 
-// Every raster shape the program accepts, at the pixel aspects' limits and between, with short, long and
-// far too long texts, and a 4:3 card in every encoding: the card renders, and a pixel changed by the text
-// lies in its box (on the canvas), clear of the box's edges and of the lower box's line, where the plain
-// card is black; its codes lie between the card's black and white, full white included. Tall and narrow
-// rasters have boxes wider than the picture; under the sanitizers a write past a row fails here.
+// Every raster shape and pixel aspect the program accepts, with short, long and far too long texts, and a
+// 4:3 card in every encoding: text pixels lie inside their box on black, between black and full white.
 TEST(CardText, EveryAcceptedShapeAndEncodingKeepsTheTextInsideItsBox) {
     struct Case {
         Raster raster;

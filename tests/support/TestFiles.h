@@ -1,5 +1,4 @@
-// Helpers for tests that write files and read them back: scratch directories, whole-file reads, golden
-// bytes as hex text, ffmpeg's decode, runs of the built program, captured output and test frames.
+// Helpers for tests that write files and read them back, run the program, and capture output.
 #pragma once
 
 #include <gtest/gtest.h>
