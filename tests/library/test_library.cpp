@@ -19,26 +19,6 @@
 
 using namespace TestFiles;
 
-namespace {
-
-// Planes at `bits` from the program's PNG (Cr Y' Cb or R' G' B' as R G B): Y' all, chroma of even columns/rows.
-Bytes planesOfPng(const std::vector<uint16_t>& rgba, int width, int height, int bits, int sampling) {
-    const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
-    Bytes bytes;
-    const auto put = [&](uint16_t sample) {
-        const unsigned code = sample >> (16 - bits);
-        bytes.push_back(uint8_t(code));
-        if (bits > 8) bytes.push_back(uint8_t(code >> 8));
-    };
-    for (size_t i = 0; i < size_t(width) * height; ++i) put(rgba[i * 4 + 1]);
-    for (int channel : {2, 0})
-        for (int y = 0; y < height; y += rowStep)
-            for (int x = 0; x < width; x += columnStep) put(rgba[(size_t(y) * width + x) * 4 + channel]);
-    return bytes;
-}
-
-}  // namespace
-
 // Planar layouts hold the PNG's samples as ffmpeg reads them; an odd size rounds the chroma planes up.
 TEST(Library, PlanarLayoutsHoldThePngSamples) {
     ScratchDir dir;
