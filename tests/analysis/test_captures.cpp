@@ -281,30 +281,15 @@ TEST(Captures, OnePixelReads) {
 // The card rendered into a layout, with strides a little longer than a row, and copied back as a capture.
 Picture pictureOfLayout(pm5544_layout layout, const char* encoding, int bits, int sampling, int width, int height,
                         int frameBits = 0, int ycbcr = 0) {
-    pm5544_card* card = pm5544_card_new();
-    pm5544_set_raster(card, width, height);
-    pm5544_set_encoding_name(card, encoding);
-    pm5544_set_bits(card, bits);
-    pm5544_set_sampling(card, sampling);
-    pm5544_use_layout(card, layout);
-    pm5544_plane plane[PM5544_MAX_PLANES];
-    const int count = pm5544_layout_planes(layout, width, height, plane);
-    std::vector<std::vector<uint8_t>> memory(static_cast<size_t>(count));
-    void* data[PM5544_MAX_PLANES] = {};
-    size_t strides[PM5544_MAX_PLANES] = {};
-    for (int p = 0; p < count; ++p) {
-        strides[p] = plane[p].row_bytes + 16;
-        memory[size_t(p)].assign(strides[p] * size_t(plane[p].rows), 0xA5);
-        data[p] = memory[size_t(p)].data();
-    }
+    const Card card = sentCard({encoding, bits, sampling}, width, height);
+    pm5544_use_layout(card.get(), layout);
+    LayoutFrame frame = renderLayout(card.get(), layout, width, height, 0, 16);
+    const std::vector<void*> planes = frame.pointers();
     Picture picture;
-    if (pm5544_render_frame(card, 0, layout, data, strides) == PM5544_OK) {
-        const void* const* planes = data;
-        pm5544_capture* capture = pm5544_capture_from_planes(layout, width, height, frameBits, ycbcr, planes, strides);
-        if (capture != nullptr) picture = capture->picture;
-        pm5544_capture_free(capture);
-    }
-    pm5544_card_free(card);
+    pm5544_capture* capture =
+        pm5544_capture_from_planes(layout, width, height, frameBits, ycbcr, planes.data(), frame.strides.data());
+    if (capture != nullptr) picture = capture->picture;
+    pm5544_capture_free(capture);
     return picture;
 }
 
