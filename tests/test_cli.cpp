@@ -1,6 +1,4 @@
-// The command line as a user meets it, through the built program: messages, streams, statuses and the
-// files left; help and version, standard output as the file, rounding to the output depth, and the
-// installed manual page and completion.
+// The command line through the built program: messages, streams, statuses, files left, manual, install.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -49,10 +47,8 @@ std::vector<std::string> optionsInHelp(const std::string& help) {
     return names;
 }
 
-// One command line per row: its status, a part of standard output, the start of standard error ("" for
-// either: empty) and the one file it leaves ("" for none). Informational options win wherever they stand
-// (not as another option's value); any other word is the file name, -h and help too; numbers that do not
-// fit are quoted as typed; values read differently than they look are used as read, with a warning.
+// One command line per row: status, part of stdout, start of stderr ("": empty), the one file left.
+// Informational options win wherever they stand; numbers that do not fit are quoted as typed.
 TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
     const struct {
         const char* args;
@@ -179,9 +175,7 @@ TEST_F(Program, CommandLinesGiveTheirMessagesStatusAndFile) {
     }
 }
 
-// The clock draws the timecode the command line accepted and counts on from it: frames 0 and 1 of a clip
-// are the frames of captions naming those timecodes (drop-frame skips 00:01:00;00 and ;01; 26/5 is counted
-// as 5 frames a second).
+// Clip frames 0 and 1 equal captions of those timecodes (drop-frame skips ;00 and ;01; 26/5 counts 5 fps).
 TEST_F(Program, ClockDrawsTheAcceptedTimecode) {
     const struct {
         const char *rate, *first, *second;
@@ -199,8 +193,7 @@ TEST_F(Program, ClockDrawsTheAcceptedTimecode) {
     }
 }
 
-// The face a font name matches is the one drawn: the ident in Monospace and in serif differs from the
-// default's and from each other's.
+// The face a font name matches is drawn: Monospace and serif idents differ from the default and each other.
 TEST_F(Program, FontNamesChangeTheDrawnFace) {
     std::set<std::string> cards;
     for (const char* font : {"", "--font Monospace ", "--font serif "}) {
@@ -210,8 +203,7 @@ TEST_F(Program, FontNamesChangeTheDrawnFace) {
     EXPECT_EQ(3u, cards.size());
 }
 
-// PNG keeps only the output depth's bits of every sample, as ffmpeg, an independent decoder, reads it;
-// DPX is always 10-bit, with the descriptor the axes and sampling call for.
+// PNG keeps the output depth's bits as ffmpeg reads them; DPX is 10-bit with the descriptor called for.
 TEST_F(Program, OutputDepthAndDpxDescriptor) {
     const std::pair<const char*, unsigned> depths[] = {{"-b 10 -c 709", 0x3F}, {"-b 8", 0xFF}, {"-b 12", 0x0F}};
     for (const auto& [options, lowBits] : depths) {
@@ -232,8 +224,7 @@ TEST_F(Program, OutputDepthAndDpxDescriptor) {
     }
 }
 
-// Through a pipe, a writer that seeks back (TIFF) and one that does not (PNG) give the bytes of the file
-// of the same settings.
+// Through a pipe, TIFF (seeks back) and PNG give the bytes of the file of the same settings.
 TEST_F(Program, StandardOutputThroughAPipe) {
     const std::string program = "cd '" + dir.path("") + "' && '" PM5544_EXE "' -d 160x90 ";
     for (const std::string format : {"png", "tif"}) {
@@ -243,8 +234,7 @@ TEST_F(Program, StandardOutputThroughAPipe) {
     }
 }
 
-// A terminal never receives the file's bytes. Needs a pseudo-terminal, which a build chroot without
-// /dev/pts cannot give.
+// A terminal never receives the file's bytes (needs /dev/pts).
 TEST_F(Program, StandardOutputNotToATerminal) {
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
     const char* name = terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0 ? ptsname(terminal) : nullptr;
@@ -295,8 +285,7 @@ TEST_F(Program, SelfTestPrintsItsChecks) {
     EXPECT_FALSE(TestFiles::exists(dir.path("card.png")));
 }
 
-// The manual page renders without warnings and lists every option that --help lists, every -c word
-// and every format; the completion offers the same options and words.
+// The manual page renders cleanly and lists every option, -c word and format; completion offers the same.
 TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
     const std::string manual = PM5544_DOCS_DIR "/pm5544.1.gz", completion = PM5544_DOCS_DIR "/pm5544.bash";
     const std::string page = commandOutput("MANWIDTH=80 man --warnings -E UTF-8 -P cat -l '" + manual + "' 2>'" +
@@ -325,9 +314,7 @@ TEST_F(Program, ManualPageAndCompletionFollowTheHelp) {
         EXPECT_TRUE(contains(page, "\n       " + std::string(row.name) + " ")) << row.name;
 }
 
-// What an installation puts where (the library's SONAME links included, the CMake package files, each
-// package's licence where Debian looks), that pm5544.pc names the prefix given at install time rather
-// than the configured one, and that the installed program runs.
+// An installation's files and links, pm5544.pc naming the install-time prefix, the installed program runs.
 TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
     const std::string root = dir.path("root");
     const std::string log = commandOutput(
@@ -374,9 +361,7 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
 }
 
 #ifdef PM5544_GST_INSTALL_DIR
-// An install under a user's own prefix puts the plugin there, says which GST_PLUGIN_PATH finds it (unless
-// it is set already), and with that path GStreamer loads the installed plugin, which finds the installed
-// library without the build's.
+// A user-prefix install places the plugin, names its GST_PLUGIN_PATH, and the plugin loads the installed library.
 TEST_F(Program, PluginInstalledUnderAnyPrefixIsFoundThroughTheGstPluginPathTheInstallNames) {
     const std::string prefix = dir.path("home/.local");
     const std::string pluginDir = prefix + "/" PM5544_GST_INSTALL_DIR;

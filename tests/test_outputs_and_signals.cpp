@@ -1,8 +1,5 @@
-// Runs seen from outside the program: two names for one file are refused, the preview (an sRGB PNG of
-// square pixels, to standard output too) leaves the main output alone, a run that fails or is stopped
-// changes no file and leaves no temporary, each failure reads as its format's failure line followed by
-// the system's reason, a still format given --frames writes its one still, a clock moves on from frame to
-// frame, and an impossible colour state ends the run as a failed assertion does.
+// Runs seen from outside: name clashes, the preview, failed or stopped runs changing no file, failure
+// lines, stills given --frames, clocks moving frame to frame, and impossible colour states ending the run.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -32,10 +29,7 @@ const Bytes kEarlier(4096, 0x5a);
 
 // The width and height in a PNG's header.
 std::pair<uint32_t, uint32_t> pngSize(const Bytes& png) {
-    const auto bigEndian = [&](size_t at) {
-        return uint32_t(png.at(at)) << 24 | uint32_t(png.at(at + 1)) << 16 | uint32_t(png.at(at + 2)) << 8 |
-               png.at(at + 3);
-    };
+    const auto bigEndian = [&](size_t at) { return __builtin_bswap32(littleEndian(png, at)); };
     return {bigEndian(16), bigEndian(20)};
 }
 
@@ -80,46 +74,37 @@ TEST_F(Outputs, PreviewToStandardOutput) {
     EXPECT_TRUE(pngcheckAccepts(path("card.png")));
 }
 
-// A preview that cannot be written leaves the main output's earlier file as it was, and says so as a
-// PNG failure does; so does a main output that cannot be written.
+// An unwritable preview leaves the main output's earlier file, reported as a PNG failure; likewise the reverse.
 TEST_F(Outputs, FailedRunChangesNoFile) {
     writeFile(path("big.dpx"), kEarlier);
     writeFile(path("p.png"), kEarlier);
     const Tree before = snapshot(path(""));
-    Outcome o = run("-d 256x144 --preview missing/p.png big.dpx");
-    EXPECT_EQ(o.status, 1);
-    EXPECT_NE(o.err.find("Failed to write PNG file missing/p.png\nNo such file or directory\n"), std::string::npos)
-        << o.err;
-    EXPECT_EQ(differences(before, snapshot(path(""))), "");
-    o = run("-d 256x144 -c 709 --preview p.png missing/v.y4m");
-    EXPECT_EQ(o.status, 1);
-    EXPECT_NE(o.err.find("Failed to write Y4M file missing/v.y4m\nNo such file or directory\n"), std::string::npos)
-        << o.err;
-    EXPECT_EQ(differences(before, snapshot(path(""))), "");
-    if (fs::is_character_file("/dev/full")) {
-        o = run("-d 256x144 -c 709 --format y4m /dev/full");
-        EXPECT_EQ(o.status, 1);
-        EXPECT_NE(o.err.find("Failed to write Y4M file /dev/full\nNo space left on device\n"), std::string::npos)
-            << o.err;
-        o = run("-d 256x144 --preview /dev/full big.dpx");
-        EXPECT_EQ(o.status, 1);
-        EXPECT_NE(o.err.find("Failed to write PNG file /dev/full\nNo space left on device\n"), std::string::npos)
-            << o.err;
-        EXPECT_EQ(differences(before, snapshot(path(""))), "");
+    const std::pair<std::string, const char*> runs[] = {
+        {"--preview missing/p.png big.dpx", "PNG file missing/p.png\nNo such file or directory\n"},
+        {"-c 709 --preview p.png missing/v.y4m", "Y4M file missing/v.y4m\nNo such file or directory\n"},
+        {"-c 709 --format y4m /dev/full", "Y4M file /dev/full\nNo space left on device\n"},
+        {"--preview /dev/full big.dpx", "PNG file /dev/full\nNo space left on device\n"}};
+    for (const auto& [arguments, failure] : runs) {
+        if (arguments.find("/dev/full") != std::string::npos && !fs::is_character_file("/dev/full")) continue;
+        const Outcome o = run("-d 256x144 " + arguments);
+        EXPECT_EQ(o.status, 1) << arguments;
+        EXPECT_NE(o.err.find(std::string("Failed to write ") + failure), std::string::npos) << o.err;
+        EXPECT_EQ(differences(before, snapshot(path(""))), "") << arguments;
     }
 }
 
 // A TIFF that cannot be created says so first, then fails as every format does.
 TEST_F(Outputs, UncreatableFilesFailWithTheFormatsLines) {
-    Outcome o = run("-d 64x64 missing/out.tif");
-    EXPECT_EQ(o.status, 1);
-    EXPECT_EQ(o.err,
-              "Could not create tiff file\nFailed to write TIFF file missing/out.tif\nNo such file or directory\n");
-    o = run("-d 64x64 missing/out.png");
-    EXPECT_EQ(o.err, "Failed to write PNG file missing/out.png\nNo such file or directory\n");
-    o = run("-d 64x64 ''");
-    EXPECT_EQ(o.status, 1);
-    EXPECT_EQ(o.err.rfind("Error: Filename not given\n", 0), 0u) << o.err;
+    const std::pair<const char*, const char*> runs[] = {
+        {"missing/out.tif",
+         "Could not create tiff file\nFailed to write TIFF file missing/out.tif\nNo such file or "
+         "directory\n"},
+        {"missing/out.png", "Failed to write PNG file missing/out.png\nNo such file or directory\n"},
+        {"''", "Error: Filename not given\nTry 'pm5544 --help'.\n"}};
+    for (const auto& [name, err] : runs) {
+        const Outcome o = run(std::string("-d 64x64 ") + name);
+        EXPECT_EQ(std::make_pair(1, std::string(err)), std::make_pair(o.status, o.err)) << name;
+    }
 }
 
 // --frames on a still format writes the one still: the first frame, as a run without --frames does.
@@ -127,16 +112,14 @@ TEST_F(Outputs, StillFormatsWriteOneFrameOfAClock) {
     const struct {
         const char* name;
         const char* options;
-    } stills[] = {
-        {"card.png", ""},
-        {"card.tif", ""},
-        {"card.dpx", ""},
-        {"card.pat", "-c 709 -s 422 "},
-        {"card.yc4", "-c 709 -s 444 "},
-        {"card.rgb", "-c RGB-headroom "},
-        {"card.xyz", "-c RGB-headroom "},
-        {"-", ""},
-    };
+    } stills[] = {{"card.png", ""},
+                  {"card.tif", ""},
+                  {"card.dpx", ""},
+                  {"card.pat", "-c 709 -s 422 "},
+                  {"card.yc4", "-c 709 -s 444 "},
+                  {"card.rgb", "-c RGB-headroom "},
+                  {"card.xyz", "-c RGB-headroom "},
+                  {"-", ""}};
     const std::string clock = "-d 192x108 --clock --timecode 10:00:00:00 ";
     for (const auto& still : stills) {
         const std::string written = still.name == std::string("-") ? "stdout" : still.name;
@@ -169,17 +152,15 @@ TEST_F(Outputs, PreviewIsAnSrgbPngWithSquarePixelsAndLeavesTheMainOutputAlone) {
     ASSERT_EQ(run("-d 720x576 -a 4x3 -c 601 -b 10 -s 422 --preview view.png main.png").status, 0);
     EXPECT_EQ(readFile(path("plain.png")), readFile(path("main.png")));
     const std::string check = commandOutput("pngcheck -v '" + path("view.png") + "' 2>&1");
-    EXPECT_NE(check.find("768 x 576 image, 24-bit RGB"), std::string::npos) << check;
-    EXPECT_NE(check.find("sRGB"), std::string::npos) << check;
-    EXPECT_NE(check.find("No errors"), std::string::npos) << check;
+    for (const char* part : {"768 x 576 image, 24-bit RGB", "sRGB", "No errors"})
+        EXPECT_NE(check.find(part), std::string::npos) << check;
     // A device file gets the same preview as the PNG of the same settings.
     ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview a.png card.pat").status, 0);
     ASSERT_EQ(run("-d 1920x1080 -c 709 -s 422 -b 12 --preview b.png card.png").status, 0);
     EXPECT_EQ(readFile(path("a.png")), readFile(path("b.png")));
 }
 
-// Later frames of a clock are rendered only where the clock is: each must still equal a frame made
-// on its own at that time (4:2:0 included, whose row pairs the partial render must keep whole).
+// Later clock frames render only the clock's rows yet equal frames made alone (4:2:0 row pairs kept whole).
 TEST_F(Outputs, ClockMovesOnPerFrameAndAStillFrameRepeats) {
     const auto frameHashes = [&](const std::string& name) {
         std::vector<std::string> hashes;
@@ -202,8 +183,7 @@ TEST_F(Outputs, ClockMovesOnPerFrameAndAStillFrameRepeats) {
     }
 }
 
-// An impossible colour state, which the library throws, ends the program as a failed assertion does:
-// the library's report after the program's name on standard error, and an abnormal end.
+// An impossible colour state the library throws ends the run like a failed assertion, with the library's report.
 TEST(ProgramFailures, ImpossibleColourStateEndsTheRunWithTheAssertionsReport) {
     TestPattern pattern([](int, int) { return Pixel().convertTo(PatternGen::Colour_YCbCr_601); });
     ScratchDir dir;
@@ -215,8 +195,6 @@ TEST(ProgramFailures, ImpossibleColourStateEndsTheRunWithTheAssertionsReport) {
         "const: Assertion `0' failed\\.\n");
     EXPECT_FALSE(exists(dir.path("card.png")));
 }
-
-// ---- Runs stopped by a signal ----
 
 constexpr auto kPatience = std::chrono::seconds(60);
 
@@ -246,8 +224,7 @@ int statusOf(pid_t pid) {
     return -1;
 }
 
-// The main output is complete in its temporary, and the run waits to open its preview, a FIFO that no
-// one reads: it is stopped at a known point, whatever the machine's pace.
+// Stopped at a known point: the main output complete in its temporary, waiting on a preview FIFO none reads.
 class StoppedRun : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -283,8 +260,7 @@ TEST_F(StoppedRun, EveryStopSignalRemovesTheTemporary) {
     }
 }
 
-// A preview sent to a pipe that no one reads any more: the run ends by the broken pipe, as a program in a
-// pipeline does, and the main output's temporary, complete by then, goes with it.
+// A preview pipe no one reads: the run ends by the broken pipe and the main output's temporary goes too.
 TEST_F(StoppedRun, BrokenPipeRemovesTheTemporary) {
     const Tree before = snapshot(dir.path(""));
     int ends[2];
@@ -301,17 +277,13 @@ TEST_F(StoppedRun, BrokenPipeRemovesTheTemporary) {
     EXPECT_EQ(differences(before, snapshot(dir.path(""))), "");
 }
 
-// A signal the caller ignores stays ignored: the run goes on, and once the preview is read both
-// outputs are in place.
+// A signal the caller ignores stays ignored: once the preview is read, both outputs are in place.
 TEST_F(StoppedRun, IgnoredSignalLetsTheRunFinish) {
     const pid_t pid = startAndWaitForTheTemporary(SIGUSR1);
     kill(pid, SIGUSR1);
     const int reader = ::open(dir.path("view.png").c_str(), O_RDONLY);
     ASSERT_GE(reader, 0) << std::strerror(errno);
-    Bytes preview;
-    char chunk[4096];
-    for (ssize_t count; (count = read(reader, chunk, sizeof chunk)) > 0;)
-        preview.insert(preview.end(), chunk, chunk + count);
+    const Bytes preview = readAll(reader);
     close(reader);
     const int status = statusOf(pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;

@@ -1,6 +1,5 @@
-// The render-ahead pipeline: rows arrive in order with the worker's preparation applied, a consumer's
-// refusal stops the worker, and an exception while rendering reaches the caller; the preparation that
-// rounds rows.
+// The render-ahead pipeline: rows in order with the preparation applied, refusal stops the worker,
+// exceptions reach the caller; the rounding preparation.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -8,8 +7,8 @@
 #include <vector>
 
 #include "PatternRender.h"
-#include "colour/rounding.h"
 #include "RowPipeline.h"
+#include "colour/rounding.h"
 #include "pattern/FrameRow.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "LayoutFrame.h"
 #include "analysis/Picture.h"
 
 namespace CaptureTest {
@@ -31,21 +32,27 @@ inline Sent sentOf(const std::string& options) {
     return sent;
 }
 
+// A card of the raster with the sent settings.
+inline Card sentCard(const Sent& sent, int width, int height) {
+    Card card(pm5544_card_new(), pm5544_card_free);
+    pm5544_set_raster(card.get(), width, height);
+    pm5544_set_encoding_name(card.get(), sent.encoding.c_str());
+    pm5544_set_bits(card.get(), sent.bits);
+    pm5544_set_sampling(card.get(), sent.sampling);
+    return card;
+}
+
 // Frame `frame` in FRAME16 (four samples a pixel, Cr Y' Cb A or R' G' B' A, codes in the high bits).
 inline std::vector<uint16_t> renderFrame16(const Sent& sent, int width, int height, int64_t frame = 0,
                                            bool clock = false, pm5544_scan scan = PM5544_SCAN_PROGRESSIVE) {
-    pm5544_card* card = pm5544_card_new();
-    pm5544_set_raster(card, width, height);
-    pm5544_set_encoding_name(card, sent.encoding.c_str());
-    pm5544_set_bits(card, sent.bits);
-    pm5544_set_sampling(card, sent.sampling);
+    const Card owned = sentCard(sent, width, height);
+    pm5544_card* card = owned.get();
     if (clock) pm5544_set_clock(card, 1), pm5544_set_timecode(card, "10:00:00:00");
     pm5544_set_scan(card, scan);
     std::vector<uint16_t> samples(size_t(width) * size_t(height) * 4);
     void* planes[1] = {samples.data()};
     const size_t strides[1] = {size_t(width) * 8};
     if (pm5544_render_frame(card, frame, PM5544_LAYOUT_FRAME16, planes, strides) != PM5544_OK) samples.clear();
-    pm5544_card_free(card);
     return samples;
 }
 

@@ -278,17 +278,17 @@ class Suite:
         return out
 
     def expected(self, c):
-        want = dict(c['want'])
+        want, sent = dict(c['want']), self.sent(c)
+        bits = int(sent[sent.index('-b') + 1])
         if 'lut' in want:
             card = self.card(c['card'])
-            planes = read_y4m_planes(card) if card.endswith('.y4m') else read_rgb_planes(card, int(self.sent(c)[self.sent(c).index('-b') + 1]))
+            planes = read_y4m_planes(card) if card.endswith('.y4m') else read_rgb_planes(card, bits)
             want['gain'], want['offset'] = lut_truth(planes, want.pop('lut'), want.pop('named', {}))
         if 'calibrate' in want:
             want['noise'], want['offset'] = noise_truth(self.work, c['name'], *want.pop('calibrate'))
         if 'verdict' in want:
             want.setdefault('exit', 0 if want['verdict'] in ('bit-exact', 'as-sent') else 2)
-            want.setdefault('components', ['R', 'G', 'B'] if '-s' not in self.sent(c) else ['Y', 'Cb', 'Cr'])
-            bits = int(self.sent(c)[self.sent(c).index('-b') + 1])
+            want.setdefault('components', ['R', 'G', 'B'] if '-s' not in sent else ['Y', 'Cb', 'Cr'])
             want['pin'] = [0] + [1 << (bits - 1) if want['components'][0] == 'Y' else 0] * 2
             for key, default in (('range', 'as-sent'), ('matrix', None), ('swap', 'none'), ('geometry', [1, 1, 0, 0]),
                                  ('gain', [1, 1, 1]), ('offset', [0, 0, 0]), ('tol', 'lossless')):
@@ -374,10 +374,7 @@ def judge(want, result):
         fails.append(f'standard error lacks "{want["stderr"]}"')
     if 'verdict' not in want:
         return fails
-    try:
-        got = json.loads(result.stdout)
-    except ValueError:
-        return fails + ['standard output is not one JSON object']
+    got = parsed(result)
     if not isinstance(got, dict):
         return fails + ['standard output is not one JSON object']
     for key in ('verdict', 'components', 'range', 'swap'):
@@ -429,6 +426,13 @@ def summary(want, got):
         if got.get(key) is not None and key in want:
             parts.append(f'{key}={got[key]:.3g}' if isinstance(got[key], (int, float)) else f'{key}=' + '/'.join(f'{x:.3g}' for x in got[key] if isinstance(x, (int, float))))
     return ' '.join(parts)
+
+def parsed(result):
+    """The analyser's JSON answer, or None."""
+    try:
+        return json.loads(result.stdout) if result is not None else None
+    except ValueError:
+        return None
 
 def first_line(text):
     lines = text.decode(errors='replace').strip().splitlines()
@@ -496,14 +500,9 @@ def main():
                 suite.card(c['card'])
         with concurrent.futures.ThreadPoolExecutor(max(1, args.j)) as pool:
             done = list(pool.map(suite.one, cases))
-    rows = []
-    for c, want, result, fails in done:
-        try:
-            got = json.loads(result.stdout) if result is not None else None
-        except ValueError:
-            got = None
-        measured = 'not measured' if result is None else f'exit {result.returncode} ' + (summary(want, got) if got else first_line(result.stderr))
-        rows.append((c, want, measured.strip(), fails))
+    rows = [(c, want, ('not measured' if result is None else f'exit {result.returncode} ' + (
+        summary(want, parsed(result)) if parsed(result) else first_line(result.stderr))).strip(), fails)
+        for c, want, result, fails in done]
     print_table(rows)
     failed = [(c, fails) for c, _, _, fails in rows if fails]
     for c, fails in failed:

@@ -1,5 +1,4 @@
-// pm5544-analyse as a command: its exit statuses, where the reports go, the JSON's keys, the annotated
-// PNG, no file after a failure, Y4M on standard input, and pm5544's defaults in its --help.
+// pm5544-analyse as a command: statuses, report streams, JSON keys, annotation, failures, stdin, help.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -10,20 +9,12 @@ using namespace TestFiles;
 
 namespace {
 
-class Analyse : public ::testing::Test {
+class Analyse : public ProgramTest {
 protected:
-    // Runs pm5544-analyse in the scratch directory, standard output and error into files; `input` is
-    // a shell command whose output is piped in.
     Outcome analyse(const std::string& args, const std::string& input = "") {
-        const std::string pipe = input.empty() ? "" : input + " | ";
-        const std::string command = "cd '" + dir.path("") + "' && " + pipe + "'" PM5544_ANALYSE_EXE "' " + args +
-                                    " >stdout 2>stderr" + (input.empty() ? " </dev/null" : "");
-        const int raw = std::system(command.c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text(readFile(dir.path("stdout"))),
-                text(readFile(dir.path("stderr")))};
+        return run(args, PM5544_ANALYSE_EXE, input);
     }
     void render(const std::string& args) { ASSERT_EQ(0, runProgram(dir.path(""), args)); }
-    ScratchDir dir;
 };
 
 const char* const card10 = "-d 192x108 -c 709 -s 422 -b 10";
@@ -44,8 +35,7 @@ TEST_F(Analyse, Y4mOnStandardInput) {
     EXPECT_EQ(0u, run.out.find("verdict: "));
 }
 
-// --json - puts the JSON alone on standard output and the text on standard error; the keys are the
-// documented ones, in their order.
+// --json - puts the JSON alone on standard output, the text on standard error; the documented keys in order.
 TEST_F(Analyse, JsonKeysAndStreams) {
     render(std::string(card10) + " card.png");
     const Outcome run = analyse(std::string("card.png --json - ") + card10);
@@ -81,8 +71,7 @@ TEST_F(Analyse, AnnotationIsAPngTwiceTheCaptureWide) {
     EXPECT_NE(std::string::npos, check.find("OK: ")) << check;
     EXPECT_NE(std::string::npos, check.find("(384x108, 24-bit RGB, non-interlaced")) << check;
     // The card as sent leaves nothing unexplained: the difference map is black, the capture's half is not.
-    const std::string rgb =
-        commandOutput("ffmpeg -nostdin -v error -i '" + dir.path("look.png") + "' -f rawvideo -pix_fmt rgb24 -");
+    const Bytes rgb = ffmpegRaw("-i '" + dir.path("look.png") + "'", "-pix_fmt rgb24");
     ASSERT_EQ(size_t(384) * 108 * 3, rgb.size());
     size_t lit[2] = {0, 0};
     for (size_t i = 0; i < rgb.size(); ++i) lit[(i / 3) % 384 >= 192] += rgb[i] != 0;
@@ -94,10 +83,8 @@ TEST_F(Analyse, AnnotationIsAPngTwiceTheCaptureWide) {
 TEST_F(Analyse, ErrorsExitOneAndWriteNothing) {
     render(std::string(card10) + " card.png");
     writeFile(dir.path("report.json"), {'o', 'l', 'd'});
-    writeFile(dir.path("dot.raw"), {0, 0, 0});
-    ASSERT_EQ(0, std::system(("cd '" + dir.path("") +
-                              "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt rgb24 -s 1x1 -i dot.raw dot.png")
-                                 .c_str()));
+    writeFile(dir.path("raw"), {0, 0, 0});
+    ASSERT_EQ(0, ffmpegFromRaw(dir, "rgb24", "1x1", "dot.png"));
     const struct {
         std::string args, says;
     } cases[] = {

@@ -1,5 +1,4 @@
-// The analysis against captures made here by exact operations (shifts, mirrors, pixel repetition, level
-// formulas), whose true geometry and levels are known without the analysis.
+// The analysis against captures made here by exact operations, whose geometry and levels are known.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -78,15 +77,26 @@ TEST(Analysis, PlacementsMadeByCopying) {
         Geometry truth;
     };
     const Case cases[] = {
-        {"shifted 7 right, 5 up", kWidth, kHeight, [](int c, int x, int y) { return blackOr(c, x - 7, y + 5); },
+        {"shifted 7 right, 5 up",
+         kWidth,
+         kHeight,
+         [](int c, int x, int y) { return blackOr(c, x - 7, y + 5); },
          {1, 1, 7, -5}},
-        {"mirrored both ways", kWidth, kHeight,
+        {"mirrored both ways",
+         kWidth,
+         kHeight,
          [](int c, int x, int y) { return blackOr(c, kWidth - 1 - x, kHeight - 1 - y); },
          {-1, -1, kWidth - 1, kHeight - 1}},
         // Each sent pixel repeated over 2 x 2: its centre lies between capture pixels 2x and 2x + 1.
-        {"pixels doubled", 2 * kWidth, 2 * kHeight, [](int c, int x, int y) { return blackOr(c, x / 2, y / 2); },
+        {"pixels doubled",
+         2 * kWidth,
+         2 * kHeight,
+         [](int c, int x, int y) { return blackOr(c, x / 2, y / 2); },
          {2, 2, 0.5, 0.5}},
-        {"pillarboxed by 40 px", kWidth + 80, kHeight, [](int c, int x, int y) { return blackOr(c, x - 40, y); },
+        {"pillarboxed by 40 px",
+         kWidth + 80,
+         kHeight,
+         [](int c, int x, int y) { return blackOr(c, x - 40, y); },
          {1, 1, 40, 0}},
     };
     for (const Case& k : cases) {

@@ -1,10 +1,11 @@
-// Captures read back: every file the program writes reads as the library renders the frame; files
-// other tools write (ffmpeg, tiffcp) read as the samples they were made from; the C API's layouts give
-// the picture of their planar twin; broken, truncated and oversized files are refused with a message.
+// Captures read back: the program's files as the library renders, other tools' files as their samples,
+// the C API's layouts as their planar twins; broken, truncated and oversized files refused with a message.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "CaptureTestSupport.h"
 #include "TestFiles.h"
@@ -16,8 +17,6 @@ using namespace TestFiles;
 using pm5544::analysis::readCapture;
 
 namespace {
-
-// ---- The program's own files ----
 
 TEST(Captures, ProgramFilesReadAsTheLibraryRenders) {
     const struct {
@@ -88,17 +87,7 @@ TEST(Captures, FrameOfAClipAndPastItsEnd) {
     }
 }
 
-// ---- Files other tools write, from samples known here ----
-
-struct Made {
-    const char* rawFormat;  // what ffmpeg reads the samples as
-    int bytesPerSample, samplesPerPixel;
-    const char* file;
-    const char* ffmpegOptions;  // before the output name
-};
-
-// Distinct samples within `bits`, written as ffmpeg's raw format (little-endian words above 8 bits,
-// big-endian for the *be formats).
+// Distinct samples within `bits` as ffmpeg's raw format (words little-endian, or big for the *be formats).
 Bytes rawSamples(size_t count, int bits, bool bigEndian) {
     Bytes raw;
     const std::vector<uint16_t> samples = distinctSamples(count);
@@ -122,43 +111,32 @@ TEST(Captures, FilesOfOtherToolsReadAsTheirSamples) {
         const char* pixelFormat;  // ffmpeg's name for the raw samples
         int bits, samplesPerPixel;
         bool bigEndian;
-        const char *file, *then;  // the output, and a command run on it afterwards
+        const char* file;
+        bool separate;  // rewritten by tiffcp with separate planes
         Components components;
         int planeOf[4];  // the picture plane of each raw sample (-1: dropped); grey fills all three
         bool grey = false;
     } cases[] = {
-        {"rgb24", 8, 3, false, "rgb.png", "", Components::RGB, {0, 1, 2, -1}},
-        {"rgba", 8, 4, false, "rgba.png", "", Components::RGB, {0, 1, 2, -1}},
-        {"gray", 8, 1, false, "grey.png", "", Components::RGB, {0, -1, -1, -1}, true},
-        {"ya8", 8, 2, false, "grey-alpha.png", "", Components::RGB, {0, -1, -1, -1}, true},
-        {"rgb48be", 16, 3, true, "rgb16.png", "", Components::RGB, {0, 1, 2, -1}},
-        {"gray16be", 16, 1, true, "grey16.png", "", Components::RGB, {0, -1, -1, -1}, true},
-        {"rgb48le", 16, 3, false, "rgb16.dpx", "", Components::RGB, {0, 1, 2, -1}},
-        {"rgb24", 8, 3, false, "rgb8.dpx", "", Components::RGB, {0, 1, 2, -1}},
-        {"rgb24", 8, 3, false, "rgb.tif", "", Components::RGB, {0, 1, 2, -1}},
-        {"rgb48le", 16, 3, false, "rgb16.tif", "", Components::RGB, {0, 1, 2, -1}},
-        {"rgb24",
-         8,
-         3,
-         false,
-         "planes.tif",
-         "tiffcp -p separate planes.tif separate.tif",
-         Components::RGB,
-         {0, 1, 2, -1}},
+        {"rgb24", 8, 3, false, "rgb.png", false, Components::RGB, {0, 1, 2, -1}},
+        {"rgba", 8, 4, false, "rgba.png", false, Components::RGB, {0, 1, 2, -1}},
+        {"gray", 8, 1, false, "grey.png", false, Components::RGB, {0, -1, -1, -1}, true},
+        {"ya8", 8, 2, false, "grey-alpha.png", false, Components::RGB, {0, -1, -1, -1}, true},
+        {"rgb48be", 16, 3, true, "rgb16.png", false, Components::RGB, {0, 1, 2, -1}},
+        {"gray16be", 16, 1, true, "grey16.png", false, Components::RGB, {0, -1, -1, -1}, true},
+        {"rgb48le", 16, 3, false, "rgb16.dpx", false, Components::RGB, {0, 1, 2, -1}},
+        {"rgb24", 8, 3, false, "rgb8.dpx", false, Components::RGB, {0, 1, 2, -1}},
+        {"rgb24", 8, 3, false, "rgb.tif", false, Components::RGB, {0, 1, 2, -1}},
+        {"rgb48le", 16, 3, false, "rgb16.tif", false, Components::RGB, {0, 1, 2, -1}},
+        {"rgb24", 8, 3, false, "planes.tif", true, Components::RGB, {0, 1, 2, -1}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.pixelFormat) + " " + c.file);
         ScratchDir dir;
         writeFile(dir.path("raw"), rawSamples(pixels * size_t(c.samplesPerPixel), c.bits, c.bigEndian));
-        const std::string make = "cd '" + dir.path("") + "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt " +
-                                 c.pixelFormat + " -s 67x45 -i raw -pix_fmt " + c.pixelFormat + " " + c.file;
-        ASSERT_EQ(0, std::system(make.c_str()));
-        std::string read = c.file;
-        if (*c.then != '\0') {
-            ASSERT_EQ(0, std::system(("cd '" + dir.path("") + "' && " + c.then).c_str()));
-            read = "separate.tif";
-        }
-        const Picture picture = readCapture(dir.path(read), 0);
+        ASSERT_EQ(0, ffmpegFromRaw(dir, c.pixelFormat, "67x45", c.file));
+        const std::string tiffcp = "tiffcp -p separate '" + dir.path(c.file) + "' '" + dir.path("separate.tif") + "'";
+        ASSERT_TRUE(!c.separate || std::system(tiffcp.c_str()) == 0) << tiffcp;
+        const Picture picture = readCapture(dir.path(c.separate ? "separate.tif" : c.file), 0);
         ASSERT_EQ(width, picture.width);
         EXPECT_EQ(c.bits, picture.bits);
         EXPECT_EQ(c.components, picture.components);
@@ -179,11 +157,8 @@ TEST(Captures, FilesOfOtherToolsReadAsTheirSamples) {
 TEST(Captures, PalettePngReadsAsFfmpegDecodesIt) {
     ScratchDir dir;
     writeFile(dir.path("raw"), rawSamples(size_t(67) * 45 * 3, 8, false));
-    ASSERT_EQ(0, std::system(("cd '" + dir.path("") +
-                              "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt rgb24 -s 67x45 -i raw -pix_fmt pal8 "
-                              "pal.png && ffmpeg -nostdin -v error -i pal.png -f rawvideo -pix_fmt rgb24 decoded")
-                                 .c_str()));
-    const Bytes decoded = readFile(dir.path("decoded"));
+    ASSERT_EQ(0, ffmpegFromRaw(dir, "rgb24", "67x45", "pal.png", "", "pal8"));
+    const Bytes decoded = ffmpegRaw("-i '" + dir.path("pal.png") + "'", "-pix_fmt rgb24");
     const Picture picture = readCapture(dir.path("pal.png"), 0);
     ASSERT_EQ(decoded.size(), picture.planes[0].size() * 3);
     size_t differ = 0;
@@ -198,9 +173,7 @@ TEST(Captures, FfmpegDpxAndY4mReadAsTheirPlanes) {
     const size_t pixels = size_t(width) * height, chroma = size_t((width + 1) / 2) * height;
     ScratchDir dir;
     const auto make = [&](const std::string& format, const std::string& file, const std::string& extra) {
-        return std::system(("cd '" + dir.path("") + "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt " + format +
-                            " -s 66x45 -i raw -pix_fmt " + format + " " + extra + " " + file)
-                               .c_str());
+        return ffmpegFromRaw(dir, format, "66x45", file, extra);
     };
     // gbrp10: planes G', B', R', in either byte order (the file's magic says which).
     const std::vector<uint16_t> samples = distinctSamples(3 * pixels);
@@ -237,8 +210,6 @@ TEST(Captures, FfmpegDpxAndY4mReadAsTheirPlanes) {
     EXPECT_EQ(std::vector<uint16_t>(pixels, 128), grey.planes[1]);
 }
 
-// ---- Refusals ----
-
 std::string refusal(const std::string& path, int64_t frame = 0) {
     char message[512] = {};
     pm5544_capture* capture = pm5544_capture_read(path.c_str(), frame, message, sizeof message);
@@ -253,10 +224,8 @@ Bytes bytesOf(const std::string& text) { return Bytes(text.begin(), text.end());
 
 TEST(Captures, BrokenFilesAreRefusedWithTheirNameAndWhy) {
     ScratchDir dir;
-    ASSERT_EQ(0, runProgram(dir.path(""), "-d 96x64 -c 709 -s 422 -b 10 card.png"));
-    ASSERT_EQ(0, runProgram(dir.path(""), "-d 96x64 -c 709 -s 422 -b 10 card.dpx"));
-    ASSERT_EQ(0, runProgram(dir.path(""), "-d 96x64 -c 709 -s 422 -b 10 card.tif"));
-    ASSERT_EQ(0, runProgram(dir.path(""), "-d 96x64 -c 709 -s 422 -b 10 card.y4m"));
+    for (const char* ext : {"png", "dpx", "tif", "y4m"})
+        ASSERT_EQ(0, runProgram(dir.path(""), std::string("-d 96x64 -c 709 -s 422 -b 10 card.") + ext));
     const auto cut = [&](const std::string& from, const std::string& to, size_t keep) {
         Bytes bytes = readFile(dir.path(from));
         bytes.resize(std::min(keep, bytes.size()));
@@ -303,44 +272,24 @@ TEST(Captures, BrokenFilesAreRefusedWithTheirNameAndWhy) {
 // A 1x1 picture is a picture: it reads (the analysis then finds no card in it).
 TEST(Captures, OnePixelReads) {
     ScratchDir dir;
-    writeFile(dir.path("dot.raw"), {255, 255, 255});
-    ASSERT_EQ(0, std::system(("cd '" + dir.path("") +
-                              "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt rgb24 -s 1x1 -i dot.raw dot.png")
-                                 .c_str()));
+    writeFile(dir.path("raw"), {255, 255, 255});
+    ASSERT_EQ(0, ffmpegFromRaw(dir, "rgb24", "1x1", "dot.png"));
     const Picture dot = readCapture(dir.path("dot.png"), 0);
-    EXPECT_EQ(1, dot.width);
-    EXPECT_EQ(1, dot.height);
+    EXPECT_EQ(std::make_pair(1, 1), std::make_pair(dot.width, dot.height));
 }
-
-// ---- The C API's layouts ----
 
 // The card rendered into a layout, with strides a little longer than a row, and copied back as a capture.
 Picture pictureOfLayout(pm5544_layout layout, const char* encoding, int bits, int sampling, int width, int height,
                         int frameBits = 0, int ycbcr = 0) {
-    pm5544_card* card = pm5544_card_new();
-    pm5544_set_raster(card, width, height);
-    pm5544_set_encoding_name(card, encoding);
-    pm5544_set_bits(card, bits);
-    pm5544_set_sampling(card, sampling);
-    pm5544_use_layout(card, layout);
-    pm5544_plane plane[PM5544_MAX_PLANES];
-    const int count = pm5544_layout_planes(layout, width, height, plane);
-    std::vector<std::vector<uint8_t>> memory(static_cast<size_t>(count));
-    void* data[PM5544_MAX_PLANES] = {};
-    size_t strides[PM5544_MAX_PLANES] = {};
-    for (int p = 0; p < count; ++p) {
-        strides[p] = plane[p].row_bytes + 16;
-        memory[size_t(p)].assign(strides[p] * size_t(plane[p].rows), 0xA5);
-        data[p] = memory[size_t(p)].data();
-    }
+    const Card card = sentCard({encoding, bits, sampling}, width, height);
+    pm5544_use_layout(card.get(), layout);
+    LayoutFrame frame = renderLayout(card.get(), layout, width, height, 0, 16);
+    const std::vector<void*> planes = frame.pointers();
     Picture picture;
-    if (pm5544_render_frame(card, 0, layout, data, strides) == PM5544_OK) {
-        const void* const* planes = data;
-        pm5544_capture* capture = pm5544_capture_from_planes(layout, width, height, frameBits, ycbcr, planes, strides);
-        if (capture != nullptr) picture = capture->picture;
-        pm5544_capture_free(capture);
-    }
-    pm5544_card_free(card);
+    pm5544_capture* capture =
+        pm5544_capture_from_planes(layout, width, height, frameBits, ycbcr, planes.data(), frame.strides.data());
+    if (capture != nullptr) picture = capture->picture;
+    pm5544_capture_free(capture);
     return picture;
 }
 
@@ -394,12 +343,9 @@ TEST(CaptureApi, BadPlanesGiveNoCapture) {
     EXPECT_EQ(nullptr, pm5544_capture_from_planes(PM5544_LAYOUT_FRAME16, 64, 64, 10, 1, planes, shortStrides));
     EXPECT_EQ(nullptr, pm5544_capture_from_planes(PM5544_LAYOUT_FRAME16, 0, 64, 10, 1, planes, strides));
     pm5544_capture* capture = pm5544_capture_from_planes(PM5544_LAYOUT_FRAME16, 64, 64, 10, 1, planes, strides);
-    int w = 0, h = 0, bits = 0, ycbcr = 0;
-    ASSERT_EQ(PM5544_OK, pm5544_capture_format(capture, &w, &h, &bits, &ycbcr));
-    EXPECT_EQ(64, w);
-    EXPECT_EQ(64, h);
-    EXPECT_EQ(10, bits);
-    EXPECT_EQ(1, ycbcr);
+    std::array<int, 4> format{};  // width, height, bits, Y'CbCr
+    ASSERT_EQ(PM5544_OK, pm5544_capture_format(capture, &format[0], &format[1], &format[2], &format[3]));
+    EXPECT_EQ((std::array<int, 4>{64, 64, 10, 1}), format);
     pm5544_capture_free(capture);
 }
 

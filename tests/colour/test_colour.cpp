@@ -1,5 +1,4 @@
-// Pixel operations, rounding, SDR and HDR conversions, assertion reports, and the colour self-test's text
-// through the sink it is given.
+// Pixel operations, rounding, SDR and HDR conversions, assertion reports, and the self-test's text.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -195,8 +194,7 @@ TEST(HdrConversion, InversesRoundTrip) {
     expectNear(red, {1.6605, -0.1246, -0.0182}, 5e-4);
 }
 
-// Unsupported targets throw the assertion's report (source file, function and expression), with the
-// invalid-conversion line as its note where there is one; nothing reaches the process's streams.
+// Unsupported targets throw the assertion's report (file, function, expression) and note; nothing printed.
 TEST(ConversionFailure, UnsupportedTargetsThrowTheAssertionsReport) {
     const Pixel white709(3760, 2048, 2048), white2020(940, 512, 512, Colour_YCbCr_2020, 10);
     const Pixel pq(509, 512, 512, Colour_YCbCr_PQ, 10), rgbPq = white709.convertTo(Colour_RGB_PQ);
@@ -232,9 +230,8 @@ TEST(ConversionFailure, UnsupportedTargetsThrowTheAssertionsReport) {
     }
 }
 
-// Every line is a progress line of the sink, whole, and the text holds the checks that differ from
-// their references (values and differences from the reference tables); nothing reaches the process's
-// streams. A sink that takes no lines gives the same result.
+// The self-test's text reaches the sink alone as whole progress lines, holding the checks that differ from
+// their references; a sink that takes no lines gives the same result.
 TEST(SelfTest, TextReachesTheSinkAlone) {
     std::string text;
     bool wholeProgressLines = true;

@@ -1,5 +1,4 @@
-// Interlaced frames through the C API: 4:2:0 chroma per field, checked against the 4:2:2 render (its
-// rows keep their own chroma, shaped as subsampled chroma is); what cannot be interlaced.
+// Interlaced frames through the C API: 4:2:0 chroma per field against the 4:2:2 render; refusals.
 #include <gtest/gtest.h>
 
 #include <cstdint>

@@ -1,6 +1,5 @@
-// The C API's layouts with one sample a pixel per plane or packed pixels: whole frames equal ffmpeg's
-// reading of the program's file of the same card, either as ffmpeg repacks that file (v210 and UYVY by
-// its encoders, 16-bit RGBA as raw video) or with the frame read by ffmpeg as raw video too; plane sizes.
+// The C API's planar and packed layouts equal ffmpeg's reading of the program's file of the same card
+// (repacked by ffmpeg's encoders or read as raw video); plane sizes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -45,8 +44,7 @@ const LayoutCase kCases[] = {
 
 }  // namespace
 
-// Odd sizes check the padding of packed pixels and the rounding up of chroma planes and pixel pairs; the
-// strides' padding is not read.
+// Odd sizes check packed-pixel padding and chroma rounding up; the strides' padding is not read.
 TEST(Layouts, FramesEqualTheProgramsFilesAsFfmpegReadsThem) {
     ScratchDir dir;
     for (const auto& [width, height] : {std::pair{1921, 1081}, {720, 576}}) {

@@ -1,5 +1,4 @@
-// The C API against the program and ffmpeg: planar layouts hold the samples of the program's PNG; frames
-// of a clock equal stills; handles on threads agree with one alone; misuse is refused.
+// The C API against the program and ffmpeg, clock frames against stills, threads, misuse.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -20,29 +19,7 @@
 
 using namespace TestFiles;
 
-namespace {
-
-// The planes of a frame at `bits` as the program's PNG holds them (Cr, Y', Cb or R', G', B' as R, G, B at
-// the top of 16 bits): Y' (G') everywhere, Cb and Cr (B' and R') of the even columns (and rows for 4:2:0).
-Bytes planesOfPng(const std::vector<uint16_t>& rgba, int width, int height, int bits, int sampling) {
-    const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
-    Bytes bytes;
-    const auto put = [&](uint16_t sample) {
-        const unsigned code = sample >> (16 - bits);
-        bytes.push_back(uint8_t(code));
-        if (bits > 8) bytes.push_back(uint8_t(code >> 8));
-    };
-    for (size_t i = 0; i < size_t(width) * height; ++i) put(rgba[i * 4 + 1]);
-    for (int channel : {2, 0})
-        for (int y = 0; y < height; y += rowStep)
-            for (int x = 0; x < width; x += columnStep) put(rgba[(size_t(y) * width + x) * 4 + channel]);
-    return bytes;
-}
-
-}  // namespace
-
-// Planar layouts hold the samples of the program's PNG for the same settings, as ffmpeg reads it; an odd
-// size checks the rounding up of the chroma planes.
+// Planar layouts hold the PNG's samples as ffmpeg reads them; an odd size rounds the chroma planes up.
 TEST(Library, PlanarLayoutsHoldThePngSamples) {
     ScratchDir dir;
     const std::pair<const char*, pm5544_layout> cases[] = {
@@ -66,10 +43,8 @@ TEST(Library, PlanarLayoutsHoldThePngSamples) {
     }
 }
 
-// Frame n of a clock is the still of a card whose timecode starts at frame n's; what the changed rows
-// leave out is the same in both frames, and updating a frame held in the buffer gives the whole render.
-// Interlaced 4:2:0, the rows reported are whole groups of four, as its fields need, though the text changes
-// in rows that are not (as the progressive clock's changed rows show).
+// Clock frame n equals the still of its timecode, updated in place or whole; rows outside those reported stay;
+// interlaced 4:2:0 reports whole groups of four rows even where the text's rows are not.
 TEST(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
     const int width = 640, height = 360;
     const auto clockCard = [&](pm5544_layout layout, pm5544_scan scan, const char* timecode) {
@@ -133,8 +108,7 @@ TEST(Library, ClockFramesEqualStillsAndChangeOnlyTheRowsReported) {
         }
 }
 
-// Handles share nothing: four cards of different settings on four threads, twice over, give the frames
-// each gives alone. (ThreadSanitizer runs this in `make tsan`.)
+// Four cards of different settings on four threads, twice over, give their frames alone (also under TSan).
 TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
     struct Job {
         const char* encoding;
@@ -166,8 +140,7 @@ TEST(LibraryThreads, HandlesOnThreadsRenderWhatEachRendersAlone) {
         for (const LayoutFrame& frame : job.threaded) EXPECT_TRUE(job.alone.planes == frame.planes) << job.encoding;
 }
 
-// Settings are refused at once or when the card is prepared, naming the setting in the library's words
-// ("raster" where the program says "-d"); misuse returns an error and a message.
+// Settings are refused at once or at prepare, in the library's words ("raster", not "-d"); misuse errs.
 TEST(LibrarySettings, RefusesWhatItCannotDoWithAReason) {
     const std::pair<std::function<pm5544_status(pm5544_card*)>, const char*> refused[] = {
         {[](pm5544_card* c) { return pm5544_set_raster(c, 32, 32); }, "(raster)"},
@@ -190,28 +163,24 @@ TEST(LibrarySettings, RefusesWhatItCannotDoWithAReason) {
     LayoutFrame frame(PM5544_LAYOUT_V210, 128, 96);
     std::vector<void*> planes = frame.pointers();
     std::vector<size_t> strides = frame.strides;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(nullptr, 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    const auto render = [&](pm5544_card* on, int64_t n, pm5544_layout layout) {
+        return pm5544_render_frame(on, n, layout, planes.data(), strides.data());
+    };
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(nullptr, 0, PM5544_LAYOUT_V210));
     EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, nullptr, strides.data()));
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), -1, PM5544_LAYOUT_V210, planes.data(), strides.data()));
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), 0, pm5544_layout(99), planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), -1, PM5544_LAYOUT_V210));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), 0, pm5544_layout(99)));
     strides[0] -= 4;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), 0, PM5544_LAYOUT_V210));
     EXPECT_NE(nullptr, std::strstr(pm5544_last_error(card.get()), "shorter than a row"));
     strides[0] += 2;
-    EXPECT_EQ(PM5544_ERROR_ARGUMENT,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_ARGUMENT, render(card.get(), 0, PM5544_LAYOUT_V210));
     strides = frame.strides;
-    EXPECT_EQ(PM5544_ERROR_SETTINGS,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_RGBA16, planes.data(), strides.data()));
-    EXPECT_EQ(PM5544_ERROR_SETTINGS,
-              pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_UYVY, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, render(card.get(), 0, PM5544_LAYOUT_RGBA16));
+    EXPECT_EQ(PM5544_ERROR_SETTINGS, render(card.get(), 0, PM5544_LAYOUT_UYVY));
     EXPECT_EQ(PM5544_ERROR_SETTINGS, pm5544_set_encoding_name(card.get(), "Rec709"));
     // The failing call's message stays through calls that succeed.
-    EXPECT_EQ(PM5544_OK, pm5544_render_frame(card.get(), 0, PM5544_LAYOUT_V210, planes.data(), strides.data()));
+    EXPECT_EQ(PM5544_OK, render(card.get(), 0, PM5544_LAYOUT_V210));
     EXPECT_STREQ("Encoding Rec709 is unknown", pm5544_last_error(card.get()));
     EXPECT_EQ(PM5544_ERROR_ARGUMENT, pm5544_changed_rows(card.get(), 0, 1, nullptr));
     EXPECT_EQ(-1, pm5544_layout_allows(pm5544_layout(-1), PM5544_ENCODING_709));
@@ -234,9 +203,8 @@ TEST(LibraryMessages, ProgressLinesReachTheCallbackNotTheTerminal) {
                                 stderrOf([&] { EXPECT_EQ(PM5544_OK, pm5544_prepare(card.get())); });
     EXPECT_EQ("", printed);
     ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ("0Width x Height: 1920x1080\n", lines[0]);
-    EXPECT_EQ("0Aspect: 16:9\n", lines[1]);
-    EXPECT_EQ("0Pixel aspect: 1:1.000\n", lines[2]);
+    EXPECT_EQ((std::vector<std::string>{"0Width x Height: 1920x1080\n", "0Aspect: 16:9\n", "0Pixel aspect: 1:1.000\n"}),
+              std::vector<std::string>(lines.begin(), lines.begin() + 3));
     EXPECT_EQ("1Warning: Font \"No Such Family\" could not be loaded; the text is drawn in the default sans-serif\n",
               lines.back());
     for (const std::string& line : lines) EXPECT_EQ(line.size() - 1, line.find('\n')) << line;
@@ -279,8 +247,7 @@ struct Messages {
     }
 };
 
-// Calls on a card from inside its callback are refused, and the card is built for its settings as
-// they were: no change is lost half applied.
+// Calls from inside a card's callback are refused, and no change is lost half applied.
 TEST(LibraryCallbacks, CallsFromInsideTheCallbackAreRefused) {
     Card card = newCard(320, 180, "709", PM5544_LAYOUT_I422_10);
     Messages messages;
@@ -299,9 +266,8 @@ TEST(LibraryCallbacks, CallsFromInsideTheCallbackAreRefused) {
     EXPECT_TRUE(renderLayout(plain.get(), PM5544_LAYOUT_I422_10, 320, 180).planes == frame.planes);
 }
 
-// What a callback throws does not unwind through the card being built: the font it was told of is
-// loaded all the same (the lines go on), and the C call returns an error. The C++ wrapper rethrows the
-// handler's own exception when the call is over; the card stays prepared.
+// A throwing callback does not unwind through the build: the font still loads, the C call errs, and the
+// C++ wrapper rethrows the handler's exception afterwards with the card prepared.
 TEST(LibraryCallbacks, ThrowingCallbacksDoNotUnwindThroughTheLibrary) {
     Card card = newCard(320, 180, "709", PM5544_LAYOUT_FRAME16);
     pm5544_set_ident(card.get(), "PM5544");
@@ -328,8 +294,7 @@ TEST(LibraryCallbacks, ThrowingCallbacksDoNotUnwindThroughTheLibrary) {
     EXPECT_EQ(seen, lines.size());
 }
 
-// A setter that gives a setting the value it has, or sets the edge taper (which this card never
-// applies: its frames are the same either way), keeps the prepared card: preparing says nothing.
+// Setting a value it has, or the edge taper this card never applies, keeps the prepared card.
 TEST(LibrarySettings, SettersThatChangeNothingKeepThePreparedCard) {
     Card card = newCard(320, 180, "PQ", PM5544_LAYOUT_I422_10);
     pm5544_set_clock(card.get(), 1);
@@ -351,8 +316,7 @@ TEST(LibrarySettings, SettersThatChangeNothingKeepThePreparedCard) {
         renderLayout(newCard(320, 180, "PQ", PM5544_LAYOUT_I422_10).get(), PM5544_LAYOUT_I422_10, 320, 180).planes);
 }
 
-// After a change of settings an update renders the whole frame, whatever frame the planes are said to
-// hold: none of the new settings.
+// After a change of settings an update renders the whole frame, whatever the planes are said to hold.
 TEST(LibrarySettings, AnUpdateAfterAChangeRendersTheWholeFrame) {
     const auto clockCard = [](const char* ident) {
         Card card = newCard(320, 180, "709", PM5544_LAYOUT_I420_8);

@@ -1,5 +1,4 @@
-// Device files: exact bytes, refusals and limits, X'Y'Z' conversion, the compressed-line loop
-// and each device format through the program, read back with an independent reader.
+// Device files: exact bytes, refusals and limits, X'Y'Z', the compressed-line loop, the program's files read back.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -76,8 +75,7 @@ struct Render {
         EXPECT_TRUE(file.Save(dir.path("loop.pat")));
         parsed = DeviceFileReader::parseFile(dir.path("loop.pat"));
     }
-    // Every section of a block keeps within the format, and the block expands to source line y, asked
-    // of the body function directly.
+    // Each section keeps within the format and the block expands to source line y (the body function's).
     void expectLine(const DeviceFileReader::Block& block, int y) const {
         std::vector<DeviceFileReader::Components> expected;
         for (int x = 0; x < pattern.width; ++x) {
@@ -107,8 +105,7 @@ TEST_F(DeviceFile, FileBytes) {
     EXPECT_EQ(hex("0007 0001 | 07D0 0333 0222 0111 0444"), saved(run, 16));
 }
 
-// Errors of the model, and the limits of the 16-bit fields: the largest counts are written, one more is
-// refused before the file exists.
+// Model errors, and 16-bit field limits: the largest counts are written, one more is refused before the file.
 TEST_F(DeviceFile, RefusalsAndLimits) {
     const Sample s = Sample{{1, 2, 3, 4}};
     TovaKelmPatternFile noSections;
@@ -171,9 +168,8 @@ TEST(DeviceXYZ, EveryCodeConvertsAsChecked) {
     EXPECT_EQ(0x4b563fd054548fb9ull, hash) << std::hex << hash;
 }
 
-// Only neighbouring identical lines merge, and more than a 16-bit percentage holds continue in a further
-// block. With line repeats, blocks are rendered from the listed lines only and stand for the lines up to
-// them; a single entry is marked as one block standing for the whole picture.
+// Only neighbouring identical lines merge, overflowing a 16-bit percentage into a further block; line repeats
+// render listed lines only, and a single entry is one block for the whole picture.
 TEST(DeviceLoop, IdenticalLinesMergeAndLineRepeatsRenderListedLines) {
     const std::tuple<int, int, Repeats, Percentages, bool> cases[] = {
         // width, height, repeats, blocks, single
@@ -218,9 +214,8 @@ TEST(DeviceLoop, SectionsFollowTheRunLengthRuleAndLimits) {
     }
 }
 
-// Each device format through the program, read back and expanded to pixels, against the PNG render of the
-// same settings at 12 bits (Cr, Y, Cb or R, G, B times 16), with the header's format byte; the xyz file
-// holds the PNG's codes converted to X'Y'Z'.
+// Each device format through the program, read back, against the 12-bit PNG render (times 16), with the
+// header's format byte; xyz holds the PNG's codes converted to X'Y'Z'.
 TEST(DeviceFormats, FilesMatchThePngRender) {
     const struct {
         const char *ext, *options;

@@ -1,7 +1,5 @@
-// Safe output: whatever fails, runs out of memory or races, the name holds the earlier file or the whole
-// new one and no temporary is left. The built program meets each fault per format in a forked child (where a limit,
-// another user or a signal cannot reach the test process); OutputFile is driven directly only for what
-// the program's runs do not show: permissions and symbolic links kept.
+// Whatever fails, runs out of memory or races, the name holds the earlier file or the whole new one and no
+// temporary is left; the program runs in a forked child, OutputFile directly for permissions and links.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -45,8 +43,7 @@ size_t occurrences(const std::string& text, const std::string& part) {
     return count;
 }
 
-// The program copied where nobody can run it: the build may sit in a directory only its owner can enter
-// (/root is mode 700). Empty, with `why` set, when there is no such place.
+// The program copied where nobody can run it (the build may sit under /root); empty with `why` if nowhere.
 struct ProgramForNobody {
     std::string path, why;
 };
@@ -94,8 +91,6 @@ private:
     std::string mounted_;
 };
 
-// ---- The faults ----
-
 // Room for the earlier file and 24 KiB: less than any format's output.
 constexpr size_t kSmallFileSystemBytes = 32 * 1024;
 constexpr rlim_t kFileSizeLimit = 24 * 1024;
@@ -106,9 +101,8 @@ const Fault kFaults[] = {Fault::FullFileSystem,  Fault::ReadOnlyDirectory, Fault
 const char* const kFaultNames[] = {"full file system",    "read-only directory", "missing directory",
                                    "name is a directory", "link to /dev/full",   "read-only earlier file"};
 
-// A fault set up in a scratch directory for a file called `base`: the name to write and the errno
-// whose text the failure gives (0: cannot be set up here, with `why`). Where the name can have an
-// earlier file, it holds kEarlier.
+// A fault for a file called `base`: the name to write and the errno its failure gives (0: not here, see `why`);
+// an earlier file there holds kEarlier.
 struct PreparedFault {
     std::string name;
     int error = 0;
@@ -138,8 +132,7 @@ PreparedFault prepare(Fault fault, const ScratchDir& dir, const std::string& bas
             break;
         case Fault::ReadOnlyDirectory:
         case Fault::ReadOnlyFile:
-            // The directory refuses a temporary even though the file could be written in place; the
-            // earlier file refuses writing even though the directory takes a temporary.
+            // The directory refuses a temporary (the file is writable in place), or the earlier file refuses writing.
             fs::create_directories(dir.path("ro"));
             p.name = "ro/" + base;
             writeFile(dir.path(p.name), kEarlier, fault == Fault::ReadOnlyFile ? 0444 : 0666);
@@ -167,8 +160,6 @@ PreparedFault prepare(Fault fault, const ScratchDir& dir, const std::string& bas
     return p;
 }
 
-// ---- The built program ----
-
 struct Format {
     const char* extension;
     const char* options;
@@ -183,10 +174,8 @@ const Format kFormats[] = {
     {"xyz", "-c RGB-headroom -b 12 ", "Error: ", false},
 };
 
-// Each format against each fault: status 1, the format's failure line and the system's reason once on
-// standard error, and the directory as it was.
-// A fault this machine cannot set up is left out, and the test is reported skipped with the reason
-// once the others have run.
+// Each format against each fault: status 1, the failure line and the reason once, the directory unchanged;
+// faults this machine cannot set up are skipped with the reason.
 TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
     std::map<std::string, std::string> notSetUp;  // fault name -> reason
     for (const Format& format : kFormats) {
@@ -218,8 +207,6 @@ TEST(SafeOutputProgram, FaultsFailWithTheReasonAndKeepTheEarlierFile) {
     if (!reasons.empty()) GTEST_SKIP() << "faults not set up here:" << reasons;
 }
 
-// ---- Memory that runs out ----
-
 constexpr rlim_t kMiB = 1 << 20;
 constexpr const char* kEmulated =
     "the program runs under " PM5544_RUN_PREFIX ", whose own address space a limit would measure, not the program's";
@@ -233,8 +220,20 @@ ChildSetup plainRun(const ScratchDir& dir, const ScratchDir& logs) {
     return setup;
 }
 
-// The least address-space limit in MiB (17 to 2048) under which the run succeeds, `name` removed before
-// each run; 0 when it fails at 2048.
+// Runs under an address-space limit with the earlier file at `name`: the status, standard error, and what
+// changed in the directory.
+struct LimitedRun {
+    std::string status, err, changed;
+};
+LimitedRun runLimited(ChildSetup setup, const std::string& arguments, const std::string& name, rlim_t mebibytes) {
+    writeFile((fs::path(setup.directory) / name).string(), kEarlier);
+    const Tree before = snapshot(setup.directory);
+    setup.addressSpaceLimit = mebibytes * kMiB;
+    const std::string status = runProgram(setup, arguments);
+    return {status, text(readFile(setup.standardError)), differences(before, snapshot(setup.directory))};
+}
+
+// The least address-space limit in MiB (17 to 2048) under which the run succeeds; 0 if it fails at 2048.
 rlim_t leastLimit(ChildSetup setup, const std::string& arguments, const std::string& name) {
     const auto succeedsUnder = [&](rlim_t mebibytes) {
         fs::remove(fs::path(setup.directory) / name);
@@ -250,8 +249,7 @@ rlim_t leastLimit(ChildSetup setup, const std::string& arguments, const std::str
     return succeeds;
 }
 
-// Memory runs out at the run's peak: under the least limit that lets the run finish, less 1 MiB. For PNG
-// and TIFF that peak is inside the writer, after the output was opened.
+// Memory runs out at the run's peak (inside the writer for PNG and TIFF, after the output was opened).
 TEST(SafeOutputProgram, OutOfMemoryKeepsTheEarlierFile) {
     if (std::string(PM5544_RUN_PREFIX) != "") GTEST_SKIP() << kEmulated;
     for (const Format& format : kFormats) {
@@ -260,23 +258,15 @@ TEST(SafeOutputProgram, OutOfMemoryKeepsTheEarlierFile) {
         const std::string name = std::string("card.") + format.extension, arguments = format.options + name;
         const rlim_t least = leastLimit(setup, arguments, name);
         ASSERT_NE(0u, least) << format.extension << "\n" << text(readFile(logs.path("stderr")));
-        writeFile(dir.path(name), kEarlier);
-        const Tree before = snapshot(dir.path(""));
-        setup.addressSpaceLimit = (least - 1) * kMiB;
-        const std::string status = runProgram(setup, arguments);
-        const std::string err = text(readFile(logs.path("stderr")));
-        EXPECT_EQ(status, "exit 1") << format.extension << "\n" << err;
-        EXPECT_FALSE(err.empty()) << format.extension;
-        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "")
-            << format.extension << " at " << least - 1 << " MiB\n"
-            << err;
+        const LimitedRun r = runLimited(setup, arguments, name, least - 1);
+        EXPECT_EQ(r.status, "exit 1") << format.extension << "\n" << r.err;
+        EXPECT_FALSE(r.err.empty()) << format.extension;
+        EXPECT_EQ(r.changed, "") << format.extension << " at " << least - 1 << " MiB\n" << r.err;
     }
 }
 
-// Box text: the text libraries end the process when an allocation or a thread fails, so the program must
-// find the shortfall before they start. Below the least limit that lets the run finish, every run down to
-// 24 MiB less either succeeds or says "Not enough memory", exits 1 and leaves the directory as it was; a
-// limit too low for the dynamic loader or an emulator to start the program ends the walk down.
+// Box text: the text libraries abort on a failed allocation, so the program must find the shortfall first:
+// down to 24 MiB below the least limit, each run succeeds or says "Not enough memory" and changes nothing.
 TEST(SafeOutputProgram, OutOfMemoryWithBoxTextIsReported) {
     if (std::string(PM5544_RUN_PREFIX) != "") GTEST_SKIP() << kEmulated;
     ScratchDir dir, logs;
@@ -286,26 +276,19 @@ TEST(SafeOutputProgram, OutOfMemoryWithBoxTextIsReported) {
     if (least == 0) GTEST_SKIP() << "the program does not run under a 2048 MiB address-space limit here";
     for (rlim_t below = 1; below <= 24 && below < least; ++below) {
         const rlim_t mebibytes = least - below;
-        writeFile(dir.path("card.png"), kEarlier);
-        const Tree before = snapshot(dir.path(""));
-        setup.addressSpaceLimit = mebibytes * kMiB;
-        const std::string status = runProgram(setup, arguments);
-        const std::string err = text(readFile(logs.path("stderr")));
-        if (status == "exit 0") continue;
-        if (err.find("error while loading shared libraries") != std::string::npos ||
-            err.find("Unable to reserve") != std::string::npos)
+        const LimitedRun r = runLimited(setup, arguments, "card.png", mebibytes);
+        if (r.status == "exit 0") continue;
+        // Too little for the dynamic loader or an emulator to start the program: the walk down ends.
+        if (r.err.find("error while loading shared libraries") != std::string::npos ||
+            r.err.find("Unable to reserve") != std::string::npos)
             break;
-        EXPECT_EQ(status, "exit 1") << mebibytes << " MiB\n" << err;
-        EXPECT_NE(err.find("Error: Not enough memory to render 3840x2160"), std::string::npos) << mebibytes << " MiB\n"
-                                                                                               << err;
-        EXPECT_EQ(differences(before, snapshot(dir.path(""))), "") << mebibytes << " MiB";
+        EXPECT_EQ(r.status, "exit 1") << mebibytes << " MiB\n" << r.err;
+        EXPECT_NE(r.err.find("Error: Not enough memory to render 3840x2160"), std::string::npos) << r.err;
+        EXPECT_EQ(r.changed, "") << mebibytes << " MiB";
     }
 }
 
-// ---- Races ----
-
-// Two runs on one name at once (a batch started twice, here with two colour encodings so that a mix
-// shows): both succeed and the name holds one whole PNG, read back by pngcheck.
+// Two runs on one name at once (two encodings, so a mix shows): both succeed, one whole PNG per pngcheck.
 TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
     ScratchDir dir;
     ChildSetup setup;
@@ -322,16 +305,13 @@ TEST(SafeOutputProgram, RacingRunsLeaveOneCompleteFile) {
     EXPECT_EQ(0, std::system(("pngcheck -q '" + dir.path("card.png") + "' >/dev/null").c_str()));
 }
 
-// ---- OutputFile driven directly ----
-
 mode_t modeOf(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
 
-// Until commit the name keeps its earlier bytes; then it has the new ones with the earlier permission
-// bits (or fopen's for a new file), symbolic links are written through and stay links, and the one
-// temporary, beside the file replaced, is gone.
+// Until commit the name keeps its bytes; then the new ones with the earlier mode, links written through,
+// and no temporary left.
 TEST(OutputFile, ReplacesAtCommitKeepingModeAndLinks) {
     ScratchDir dir;
     const mode_t savedMask = umask(027);

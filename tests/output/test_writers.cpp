@@ -1,6 +1,4 @@
-// The PNG, TIFF and DPX writers' files read back independently (pngcheck and ffmpeg, libtiff and
-// tiffdump, DPX byte by byte); TIFF, DPX and Y4M through the program against its PNG; interlaced Y4M
-// read back by ffmpeg; the held frame a pipe is given stays as it was given, or fails with the reason.
+// PNG, TIFF and DPX files read back independently; TIFF, DPX and Y4M against the program's PNG; held frames.
 #include <gtest/gtest.h>
 #include <tiffio.h>
 #include <unistd.h>
@@ -29,8 +27,7 @@ namespace {
 using namespace TestFiles;
 using Frame = std::vector<uint16_t>;
 
-// The fields libtiff reads back ("width x length compression photometric planar bits samples strips
-// directories") and the pixels of the single strip.
+// libtiff's "width x length compression photometric planar bits samples strips directories", and the strip.
 std::string readTiff(const std::string& path, Frame& pixels) {
     TIFF* tif = TIFFOpen(path.c_str(), "r");
     if (tif == nullptr) return "cannot open";
@@ -87,22 +84,7 @@ int writeDpx(const Frame& frame, DPX::eFormat format, int width, int height, con
 
 const size_t kDpxData = 8192;
 
-std::string fieldOrder(const std::string& path) {
-    return commandOutput("ffprobe -v error -show_entries stream=field_order -of csv=p=0 '" + path + "'");
-}
-
-// One field of a 10-bit 4:2:0 file as ffmpeg's field filter separates it, as 16-bit samples.
-std::vector<uint16_t> fieldSamples(const std::string& path, const char* field) {
-    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -vf field=" + field +
-                                          " -f rawvideo -pix_fmt yuv420p10le - 2>/dev/null");
-    std::vector<uint16_t> samples;
-    for (size_t i = 0; i + 1 < raw.size(); i += 2)
-        samples.push_back(uint16_t(uint8_t(raw[i]) | uint8_t(raw[i + 1]) << 8));
-    return samples;
-}
-
-// A frame of a little over two pages, sent twice with a change across a page boundary in between,
-// nothing read meanwhile; the bytes the two sends should deliver.
+// A frame of two pages and more, sent twice with a change across a page boundary; the bytes due.
 Bytes sendTwice(int fd, bool& sent) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), size = 2 * page + 100;
     Bytes frame(size), change(30, 0xEE);
@@ -120,8 +102,7 @@ Bytes sendTwice(int fd, bool& sent) {
 
 }  // namespace
 
-// A smooth frame (for which libpng picks the predicting filters) with the extremes and 0x0102 comes back
-// unchanged through ffmpeg.
+// A smooth frame (libpng's predicting filters) with the extremes comes back unchanged through ffmpeg.
 TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
     const int width = 64, height = 40;
     Frame frame;
@@ -138,8 +119,7 @@ TEST(PngWriter, FrameRoundTripsAsSixteenBitRgba) {
 
 // ImageLength is the number of stored lines; the private tag holds the line-repeat list as compact JSON.
 TEST(TiffWriter, FieldsPixelsAndLineRepeatTag) {
-    // YCbCr flag, width, height, line repeats, libtiff's fields (LZW, photometric 2 or 6, contiguous,
-    // 16 bits, 3 samples, 1 strip, 1 directory), the private tag as tiffdump shows it, and subsampling.
+    // YCbCr, size, line repeats, libtiff's fields, the private tag as tiffdump shows it, subsampling.
     const std::tuple<bool, int, int, std::vector<std::pair<int, int>>, const char*, const char*, const char*> cases[] =
         {{false, 12, 4, {{0, 10}, {11, 1}}, "12x4 5 2 1 16 3 1 1", "16<[[0,10],[11,1]]\\0>", ""},
          {true, 7, 3, {{-1, 1080}}, "7x3 5 6 1 16 3 1 1", "12<[[-1,1080]]\\0>", "2<1 1>"},
@@ -190,8 +170,7 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     std::fill(rest.begin() + 136, rest.begin() + 160, 0);
     const auto stray = std::find_if(rest.begin(), rest.end(), [](uint8_t b) { return b != 0; });
     EXPECT_EQ(rest.end(), stray) << "non-zero byte at " << (stray - rest.begin());
-    // Names longer than their field are cut without a terminator; samples keep their top ten bits, without
-    // rounding, in bits 31-22, 21-12 and 11-2 of little-endian words.
+    // Long names are cut without a terminator; samples keep their top ten bits in bits 31-22, 21-12, 11-2.
     const std::string cut = dir.path(std::string(120, 'n'));
     Frame words = {0xFFFF, 0, 0, 0xFFFF, 0, 0, 0xFFFF, 0, 0x003F, 0x0040, 0x007F, 0};
     ASSERT_EQ(0, writeDpx(words, DPX::kCbYCr, 3, 1, cut, {std::string(150, 'c'), "next field", ""}));
@@ -201,9 +180,8 @@ TEST(DpxWriter, HeaderFieldsAndZerosElsewhere) {
     EXPECT_EQ(hex("0000C0FF FC0F0000 04100000"), Bytes(cutFile.begin() + kDpxData, cutFile.end()));
 }
 
-// Line and file sizes and every line's data, unpacked from the low bits of each word up: B G R per pixel
-// for descriptor 50, Cb Y Cr Y per pixel pair for 100, zero after the data and for descriptors the writer
-// does not pack. Width 7 leaves a 4:2:2 tail of one pair and one pixel, padded to a whole word.
+// Line and file sizes and each line unpacked: B G R for descriptor 50, Cb Y Cr Y for 100, zero padding;
+// width 7 leaves a 4:2:2 tail of one pair and one pixel.
 TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     const std::tuple<DPX::eFormat, int, int, size_t> cases[] = {// descriptor, width, height, line size
                                                                 {DPX::kRGB, 7, 3, 28},
@@ -237,9 +215,7 @@ TEST(DpxWriter, LinesAreSizedAndPackedByDescriptor) {
     }
 }
 
-// TIFF and DPX through the program, read back independently and compared pixel by pixel with the PNG
-// render of the same settings: TIFF holds every code (Y, Cb, Cr or R, G, B; photometric 6 or 2), DPX
-// the top ten bits of the 10-bit render.
+// TIFF (every code, photometric 6 or 2) and DPX (top ten bits) equal the PNG render, read back independently.
 TEST(Formats, TiffAndDpxMatchThePngRender) {
     const struct {
         const char *options, *ext;
@@ -276,10 +252,8 @@ TEST(Formats, TiffAndDpxMatchThePngRender) {
     }
 }
 
-// ffmpeg decodes the Y4M stream (odd size, so the last chroma column and row stand alone) to exactly the
-// samples of the PNG render of the same settings: Y' everywhere, Cb and Cr of the even columns (and rows
-// for 4:2:0), at the output depth, in each of two frames at 30000/1001 a second. A file is written in
-// place and its second frame copied within it; a pipe gets the same bytes from the frame held in memory.
+// ffmpeg decodes the Y4M (odd size, two frames at 30000/1001) to exactly the PNG render's samples at the
+// output depth; a pipe gets the same bytes as the file written in place.
 TEST(Formats, Y4mDecodesToThePngRender) {
     const int width = 161, height = 91;
     const struct { int sampling, bits; } cases[] = {{444, 12}, {422, 10}, {420, 10}, {420, 8}};
@@ -294,35 +268,21 @@ TEST(Formats, Y4mDecodesToThePngRender) {
                                   " --frames 2 --rate 30000/1001 --format y4m - 2>/dev/null | cat >pipe.y4m")
                                      .c_str()));
         EXPECT_EQ(readFile(dir.path("card.y4m")), readFile(dir.path("pipe.y4m")));
-        const std::string depth = bits == 8 ? "p" : "p" + std::to_string(bits) + "le";
-        const Frame planes = ffmpegSamples(dir.path("card.y4m"), "yuv" + std::to_string(sampling) + depth, false);
-        const Frame png = ffmpegSamples(dir.path("card.png"), "rgba64be", true);
-        const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
-        const int chromaWidth = (width + columnStep - 1) / columnStep, chromaHeight = (height + rowStep - 1) / rowStep;
-        Frame frame;
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x) frame.push_back(png[(size_t(y) * width + x) * 4 + 1] >> (16 - bits));
-        for (int sample : {2, 0})  // Cb, then Cr
-            for (int y = 0; y < chromaHeight; ++y)
-                for (int x = 0; x < chromaWidth; ++x)
-                    frame.push_back(png[(size_t(y * rowStep) * width + x * columnStep) * 4 + sample] >> (16 - bits));
-        Frame expected = frame;
+        const std::string format =
+            "yuv" + std::to_string(sampling) + (bits == 8 ? "p" : "p" + std::to_string(bits) + "le");
+        const Bytes planes = ffmpegRaw("-i '" + dir.path("card.y4m") + "'", "-pix_fmt " + format);
+        const Bytes frame =
+            planesOfPng(ffmpegSamples(dir.path("card.png"), "rgba64be", true), width, height, bits, sampling);
+        Bytes expected = frame;
         expected.insert(expected.end(), frame.begin(), frame.end());
-        if (bits == 8) {  // one byte a sample: ffmpeg's words pair them up
-            Frame bytes;
-            for (uint16_t value : expected) bytes.push_back(value);
-            expected.clear();
-            for (size_t i = 0; i + 1 < bytes.size(); i += 2) expected.push_back(uint16_t(bytes[i + 1] << 8 | bytes[i]));
-        }
-        EXPECT_TRUE(expected == planes) << planes.size() << " samples decoded";
+        EXPECT_TRUE(expected == planes) << planes.size() << " bytes decoded";
         EXPECT_EQ("30000/1001,2\n", commandOutput("ffprobe -v error -count_frames -show_entries "
                                                   "stream=r_frame_rate,nb_read_frames -of csv=p=0 '" +
                                                   dir.path("card.y4m") + "'"));
     }
 }
 
-// The header line: the pixel aspect in lowest terms, refused (no file) when its terms pass 32 bits;
-// 8-bit 4:2:0 names its top-left chroma siting, which ffprobe reads back.
+// The pixel aspect in lowest terms, refused past 32 bits; 8-bit 4:2:0 names top-left chroma siting.
 TEST(Formats, Y4mHeaderAspectAndChromaSiting) {
     ScratchDir dir;
     const auto headerLine = [&](const std::string& name) {
@@ -341,9 +301,7 @@ TEST(Formats, Y4mHeaderAspectAndChromaSiting) {
     EXPECT_FALSE(exists(dir.path("over.y4m")));
 }
 
-// One clip (a second frame whose lower rows change, then two repeats) written three ways gives the same
-// bytes: in place in a regular file, through a pipe with the frame held in memory, and through a pipe
-// with the frame over a (tiny) budget, held in a temporary file.
+// One clip written in place, through a pipe held in memory and held in a temporary file: the same bytes.
 TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
     const int width = 37, height = 21, firstChangedRow = 13, frames = 4;
     // Frame 0 is one picture; every later frame is another from firstChangedRow down.
@@ -374,11 +332,8 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
     const auto throughPipe = [&](size_t budget) {
         int fds[2];
         if (pipe(fds) != 0) return std::string("no pipe");
-        std::string read;
-        std::thread reader([&] {
-            char chunk[4096];
-            for (ssize_t got; (got = ::read(fds[0], chunk, sizeof chunk)) > 0;) read.append(chunk, size_t(got));
-        });
+        Bytes read;
+        std::thread reader([&] { read = readAll(fds[0]); });
         FILE* stream = fdopen(fds[1], "wb");
         bool written = false;
         {
@@ -388,7 +343,7 @@ TEST(Y4mWriter, InPlaceHeldAndPlaneByPlaneFramesAgree) {
         std::fclose(stream);
         reader.join();
         close(fds[0]);
-        return written ? read : "failed";
+        return written ? text(read) : "failed";
     };
     ScratchDir dir;
     OutputFile file(dir.path("clip.y4m"));
@@ -409,13 +364,12 @@ TEST(Y4mInterlace, FfprobeReadsTheFieldOrder) {
     for (const auto& [order, read] : {std::pair{"tff", "tt\n"}, {"bff", "bb\n"}}) {
         ASSERT_EQ(0, runProgram(dir.path(""), std::string("-d 320x180 -c 709 -s 422 -b 10 --interlaced ") + order +
                                                   " --frames 2 card.y4m"));
-        EXPECT_EQ(read, fieldOrder(dir.path("card.y4m")));
+        EXPECT_EQ(read, commandOutput("ffprobe -v error -show_entries stream=field_order -of csv=p=0 '" +
+                                      dir.path("card.y4m") + "'"));
     }
 }
 
-// ffmpeg's field filter takes every other row of each plane, so each field it returns is a 4:2:0
-// picture of its own: its chroma is the 4:2:2 chroma of the field's rows 0, 2, 4, ... (frame rows f,
-// f + 4, ...) and its luma the field's rows.
+// ffmpeg's field filter gives 4:2:0 fields: luma the field's rows, chroma the 4:2:2 chroma of every 4th row.
 TEST(Y4mInterlace, EachFieldIsAFourTwoZeroPictureOfItsOwnRows) {
     const size_t width = 320, height = 180, chromaWidth = width / 2;
     ScratchDir dir;
@@ -423,7 +377,8 @@ TEST(Y4mInterlace, EachFieldIsAFourTwoZeroPictureOfItsOwnRows) {
     ASSERT_EQ(0, runProgram(dir.path(""), "-d 320x180 -c 709 -b 10 -s 422 full.y4m"));
     const std::vector<uint16_t> full = ffmpegSamples(dir.path("full.y4m"), "yuv422p10le", false);
     for (size_t field = 0; field < 2; ++field) {
-        const std::vector<uint16_t> got = fieldSamples(dir.path("fields.y4m"), field == 0 ? "top" : "bottom");
+        const std::vector<uint16_t> got =
+            ffmpegSamples(dir.path("fields.y4m"), "yuv420p10le", false, field == 0 ? "field=top" : "field=bottom");
         std::vector<uint16_t> expected;
         for (size_t y = field; y < height; y += 2)
             expected.insert(expected.end(), &full[y * width], &full[(y + 1) * width]);
@@ -473,12 +428,8 @@ TEST(HeldFrame, APipeKeepsWhatItWasGiven) {
     const Bytes expected = sendTwice(fds[1], sent);
     ASSERT_TRUE(sent);
     close(fds[1]);
-    Bytes read(expected.size() + 1);
-    size_t got = 0;
-    for (ssize_t n; (n = ::read(fds[0], read.data() + got, read.size() - got)) > 0;) got += size_t(n);
+    EXPECT_TRUE(expected == readAll(fds[0]));
     close(fds[0]);
-    read.resize(got);
-    EXPECT_TRUE(expected == read);
 }
 
 // A pipe whose reader has gone: the write fails with the system's reason.

@@ -75,8 +75,7 @@ TEST(Transitions, WorkedCoefficientsSampleRateAndSubsampling) {
         p.height = lines;
         EXPECT_DOUBLE_EQ(p.freqToPixels(250000.0), pixels) << lines << " lines";
     }
-    // Subsampled chroma runs at half the clock, each value twice; a zero rise time switches transitions
-    // off but keeps the lists.
+    // Subsampled chroma runs at half the clock; a zero rise time turns transitions off but keeps the lists.
     TestPattern sub;
     sub.initQuietly(1920, 1080, 16, 9, Colour_RGB, Sampling_420);
     expectRamp(sub.chromaTransition, {0.180447, 0.180447, 0.819553, 0.819553});
@@ -161,9 +160,8 @@ TEST_F(Primitives, GridLines) {
     EXPECT_EQ(rows, (Row{1, 1, 3, 2, 2, 0, 0, 0, 0, 0, 1, 1, 3, 2, 2}));
 }
 
-// Each rendered row goes to the next frame row, from the first, whatever the first y; odd columns take the
-// chroma of the even column to their left, and in 4:2:0 odd rows that of the even row above; full-canvas
-// patterns refuse quadrant mode before anything is rendered.
+// Rendered rows go to frame rows from the first; odd columns (and 4:2:0 odd rows) take chroma from the even
+// one before; full-canvas patterns refuse quadrant mode before rendering.
 TEST(FullFrameLoop, EveryQuadrantFillsTheFrameFromItsFirstRow) {
     const struct {
         quadrant_e quadrant;
@@ -200,8 +198,7 @@ TEST(FullFrameLoop, EveryQuadrantFillsTheFrameFromItsFirstRow) {
     EXPECT_EQ(f, Samples(16 * 6 * 4, 0xABCD));
 }
 
-// Ten-bit pixels are widened to twelve bits; the outer two columns blend towards black unless the taper
-// is suppressed or transitions are off.
+// Ten-bit pixels widen to twelve; the outer two columns taper to black unless suppressed or transitions off.
 TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
     TestPattern ten([](int, int) { return Pixel(940, 512, 512, Colour_YCbCr_709, 10); });
     ten.initQuietly(4, 2, 16, 9, Colour_YCbCr_709, Sampling_444, 10, Quadrant_None, true);
@@ -222,9 +219,8 @@ TEST(FullFrameLoop, TenBitWideningAndEdgeTaper) {
     EXPECT_EQ(whiteFrame(8, true, true)[0] + whiteFrame(8, false, false)[0], 2 * 4095);
 }
 
-// A run of identical pixels is converted once and stored along: a picture of runs 1 to 33 long, from odd
-// and even columns, stores the same colour samples as that picture made of distinct pixels (alpha alone
-// differs), in every sampling, with the edge taper and without, from even and odd first columns.
+// Runs of 1 to 33 identical pixels, converted once, store what distinct pixels store (alpha aside), in every
+// sampling, tapered or not, from even and odd columns.
 TEST(FullFrameLoop, RunsStoreWhatSinglePixelsStore) {
     const auto runColour = [](int x, int y) {
         const int lengths[] = {1, 33, 2, 3, 4, 5, 15, 16, 17};  // 96 columns, repeated
@@ -254,8 +250,7 @@ TEST(FullFrameLoop, RunsStoreWhatSinglePixelsStore) {
                     << width << " wide, sampling " << sampling << (taperOff ? ", no taper" : "");
 }
 
-// The loops' conversion cache remembers a few hundred pixels: whatever the order, and however the pixels
-// share its slots, it gives what converting each afresh gives (10-bit results widened to 12 bits).
+// The conversion cache gives what converting each pixel afresh gives, whatever the order and slot sharing.
 TEST(ConversionCacheTest, GivesWhatConvertingAfreshGives) {
     ConversionCache cache(Colour_YCbCr_709, true);
     std::vector<Pixel> pixels;

@@ -1,6 +1,5 @@
-// The PM5544 card: band layout at 576 lines, edge shaping, and the rows body()
-// serves against their reference definitions.
-// Golden codes were computed independently from the raised-cosine formula and the studio-level blend.
+// The PM5544 card: band layout at 576 lines, edge shaping, and body()'s rows against their definitions;
+// golden codes computed independently from the raised-cosine formula and the studio-level blend.
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -112,10 +111,8 @@ static int firstDifference(const Pixel* a, const Pixel* b, size_t n) {
     return -1;
 }
 
-// For every row of several rasters, aspect ratios and encodings, the row fill gives exactly the pixels of
-// render(x, y) at line position x + 2, with black in the outer two columns each side and beyond, and body()
-// gives exactly that line's pixels shaped one by one (whichever of its shortcuts it took: shaping by runs,
-// copying from the line above or reshaping around moved bounds).
+// Every row of several rasters, aspects and encodings: the row fill gives render(x, y) at position x + 2 with
+// black padding, and body() gives that line shaped pixel by pixel, whichever shortcut it took.
 TEST(CardRows, RowFillAndShapedRowsEqualTheReferenceEverywhere) {
     const struct {
         int width, height, aspectNum, aspectDen;
@@ -145,8 +142,7 @@ TEST(CardRows, RowFillAndShapedRowsEqualTheReferenceEverywhere) {
     }
 }
 
-// An edge the ramps cannot shape, and a look-up left of or above the canvas, are reported as progress
-// lines of the card's sink, and the pixel is still given; nothing reaches the process's streams.
+// Unshapeable edges and look-ups off the canvas are progress lines of the sink; the pixel is still given.
 TEST(CardShaping, ImpossibleStatesReachTheSinkOnly) {
     std::vector<std::string> lines;
     const MessageSink sink = [&lines](MessageKind kind, const std::string& line) {

@@ -1,6 +1,4 @@
-// Text in the card's black boxes, against the plain card: where it may appear (box positions worked out
-// here from the layout in 576ths of the height), its codes, its centring, its shape on non-square pixels,
-// long texts, a missing font and a lower text replaced between frames.
+// Text in the card's black boxes against the plain card: position, codes, centring, shape, fonts, updates.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,8 +29,7 @@ std::unique_ptr<PhilipsPm5544Spec> makeCard(const Raster& r, colorAxes_e axes, c
     return card;
 }
 
-// A box of the card in canvas pixels, inclusive, from the layout: the black identification box at the
-// top of the circle, and the black bar below the grey scale with its white line three pixels wide.
+// A card box in canvas pixels, inclusive: the ident box atop the circle, the bar below the grey scale.
 struct Box {
     int left, right, top, bottom;
     int lineRight;  // the line's rightmost column, or INT_MIN
@@ -87,8 +84,7 @@ Ink inkIn(PhilipsPm5544Spec& text, PhilipsPm5544Spec& plain, const Box& box) {
 
 }  // namespace
 
-// Ink centred on each box within two pixels, across and down; a long text shrinks to fit and stays
-// centred, and one far too long for any box still draws without leaving it.
+// Ink centred within two pixels; long texts shrink and stay centred, far too long ones stay in the box.
 TEST(CardText, CentredAndLongTextShrinksInsideItsBox) {
     const Raster r{1024, 576, 16, 9};
     auto plain = makeCard(r, Colour_RGB);
@@ -144,8 +140,7 @@ TEST(CardText, MissingFontFallsBackWithAMessage) {
     EXPECT_GT(inkIn(*text, *plain, upperBox(r)).bright.width(), 50);
 }
 
-// A lower text replaced between frames, even while a row of its box is the current one, gives the rows a
-// card made with that text gives; the texts set before init are drawn as if set after.
+// A lower text replaced mid-frame gives the rows a card with that text gives; texts set before init count.
 TEST(CardText, LowerTextReplacedBetweenFramesEqualsAFreshCard) {
     const Raster r{480, 270, 16, 9};
     auto moving = std::make_unique<PhilipsPm5544Spec>();
@@ -166,11 +161,8 @@ TEST(CardText, LowerTextReplacedBetweenFramesEqualsAFreshCard) {
     expectRowsOf("23:59:59", 0);
 }
 
-// Every raster shape the program accepts, at the pixel aspects' limits and between, with short, long and
-// far too long texts, and a 4:3 card in every encoding: the card renders, and a pixel changed by the text
-// lies in its box (on the canvas), clear of the box's edges and of the lower box's line, where the plain
-// card is black; its codes lie between the card's black and white, full white included. Tall and narrow
-// rasters have boxes wider than the picture; under the sanitizers a write past a row fails here.
+// Every raster shape and pixel aspect the program accepts, with short, long and far too long texts, and a
+// 4:3 card in every encoding: text pixels lie inside their box on black, between black and full white.
 TEST(CardText, EveryAcceptedShapeAndEncodingKeepsTheTextInsideItsBox) {
     struct Case {
         Raster raster;

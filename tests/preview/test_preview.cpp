@@ -1,6 +1,4 @@
-// The preview of rendered cards, read back by ffmpeg (as raw rgb24) and pngcheck: colours agree
-// between encodings, the circle is round after resampling to square pixels, HDR comes to SDR with
-// a monotonic grey scale and white at the top.
+// Previews read back by ffmpeg and pngcheck: colours agree across encodings, circles round, HDR to SDR.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -40,8 +38,7 @@ struct Render {
     int width, height, aspectNum, aspectDen;
 };
 
-// The card rendered through the full-frame loop, rounded as the driver does, streamed into a preview PNG
-// and read back with ffmpeg.
+// The card through the full-frame loop, rounded as the driver does, into a preview PNG read by ffmpeg.
 Image preview(const Render& r, const TestFiles::ScratchDir& dir) {
     PhilipsPm5544Spec card;
     std::vector<uint16_t> frame(size_t(r.width) * r.height * 4);

@@ -1,5 +1,4 @@
-// The built program run in a forked child, where limits, another user and signals cannot reach the test
-// process; and snapshots of the directories a run must leave as they were.
+// The built program in a forked child, out of the test process's reach; snapshots of directories.
 #pragma once
 
 #include <fcntl.h>
@@ -60,9 +59,8 @@ struct ChildSetup {
     int ignoredSignal = 0;    // the one signal the caller ignores, as a shell's caller may
 };
 
-// Forks a child that starts as a shell would start the program (signals at their defaults, none
-// blocked, no core file), takes `setup` and runs the program with `arguments` through the shell, which
-// the program replaces. Returns the child's pid.
+// Forks a child started as a shell would start the program (default signals, none blocked, no core),
+// applies `setup` and runs the program through the shell; the child's pid.
 inline pid_t startProgram(const ChildSetup& setup, const std::string& arguments) {
     const std::string command = "exec '" + setup.program + "' " + arguments + " </dev/null";  // made before the fork
     std::fflush(stdout);

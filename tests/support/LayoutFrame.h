@@ -1,6 +1,5 @@
-// A frame of a library layout in test memory: each plane at the least stride (or `padding` bytes more),
-// filled with 0xAA beforehand so that bytes the library leaves unwritten show; frames the C API renders
-// into it; its rows without the padding, plane after plane, as raw video holds them.
+// A frame of a library layout in test memory, pre-filled with 0xAA so unwritten bytes show; renders into
+// it; its rows without the padding, plane after plane, as raw video.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
-// Helpers for tests that write files and read them back: scratch directories, whole-file reads, golden
-// bytes as hex text, ffmpeg's decode, runs of the built program, captured output and test frames.
+// Helpers for tests that write files and read them back, run the program, and capture output.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cstdint>
@@ -63,6 +63,13 @@ inline uint32_t littleEndian(const Bytes& bytes, size_t at, int size = 4) {
     for (int i = size - 1; i >= 0; --i) value = value << 8 | bytes.at(at + i);
     return value;
 }
+// Everything read from a descriptor until its end.
+inline Bytes readAll(int fd) {
+    Bytes bytes;
+    uint8_t chunk[4096];
+    for (ssize_t count; (count = ::read(fd, chunk, sizeof chunk)) > 0;) bytes.insert(bytes.end(), chunk, chunk + count);
+    return bytes;
+}
 // What a shell command writes to its standard output.
 inline std::string commandOutput(const std::string& command) {
     std::string output;
@@ -80,25 +87,36 @@ inline Bytes ffmpegRaw(const std::string& input, const std::string& outputOption
         commandOutput("ffmpeg -nostdin -v error " + input + " " + outputOptions + " -f rawvideo - 2>/dev/null");
     return Bytes(raw.begin(), raw.end());
 }
-// The 16-bit words ffmpeg decodes from `path` into `pixelFormat` (rgba64be, rgb48le, ...), read in
-// the byte order the format names.
-inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::string& pixelFormat,
-                                           bool bigEndianWords) {
-    const std::string raw = commandOutput("ffmpeg -nostdin -v error -i '" + path + "' -f rawvideo -pix_fmt " +
-                                          pixelFormat + " - 2>/dev/null");
+// The 16-bit words ffmpeg decodes from `path` into `pixelFormat` (rgba64be, rgb48le, ...) through
+// `filters`, if any, read in the byte order the format names.
+inline std::vector<uint16_t> ffmpegSamples(const std::string& path, const std::string& pixelFormat, bool bigEndianWords,
+                                           const std::string& filters = "") {
+    const Bytes raw =
+        ffmpegRaw("-i '" + path + "'", (filters.empty() ? "" : "-vf " + filters) + " -pix_fmt " + pixelFormat);
     std::vector<uint16_t> samples;
     for (size_t i = 0; i + 1 < raw.size(); i += 2) {
-        const uint16_t first = uint8_t(raw[i]), second = uint8_t(raw[i + 1]);
+        const uint16_t first = raw[i], second = raw[i + 1];
         samples.push_back(uint16_t(bigEndianWords ? first << 8 | second : second << 8 | first));
     }
     return samples;
 }
+// ffmpeg converts the raw samples in `dir` (file "raw", `size` pixels) to `file`, in `format` unless told
+// another; its exit status.
+inline int ffmpegFromRaw(const ScratchDir& dir, const std::string& format, const char* size, const std::string& file,
+                         const std::string& extra = "", const std::string& outFormat = "") {
+    return std::system(("cd '" + dir.path("") + "' && ffmpeg -nostdin -v error -f rawvideo -pix_fmt " + format +
+                        " -s " + size + " -i raw -pix_fmt " + (outFormat.empty() ? format : outFormat) + " " + extra +
+                        " " + file)
+                           .c_str());
+}
 #ifdef PM5544_EXE
-// Runs the built program in `dir`, its standard output and error to the files "stdout" and "stderr"
-// there; its exit status.
-inline int runProgram(const std::string& dir, const std::string& args) {
+// Runs `program` (the built program unless told) in `dir`, its standard output and error to the files
+// "stdout" and "stderr" there, its input what the shell command `input` writes (nothing if none).
+inline int runProgram(const std::string& dir, const std::string& args, const std::string& program = PM5544_EXE,
+                      const std::string& input = "") {
+    const std::string from = input.empty() ? "" : input + " | ", to = input.empty() ? " </dev/null" : "";
     const int raw =
-        std::system(("cd '" + dir + "' && '" PM5544_EXE "' " + args + " >stdout 2>stderr </dev/null").c_str());
+        std::system(("cd '" + dir + "' && " + from + "'" + program + "' " + args + " >stdout 2>stderr" + to).c_str());
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
 
@@ -110,8 +128,8 @@ struct Outcome {
 // Runs the built program in a scratch directory, both streams collected apart.
 class ProgramTest : public ::testing::Test {
 protected:
-    Outcome run(const std::string& args) {
-        const int status = runProgram(dir.path(""), args);
+    Outcome run(const std::string& args, const std::string& program = PM5544_EXE, const std::string& input = "") {
+        const int status = runProgram(dir.path(""), args, program, input);
         return {status, file("stdout"), file("stderr")};
     }
     std::string file(const std::string& name) const { return text(readFile(dir.path(name))); }
@@ -143,6 +161,21 @@ std::string stderrOf(Action&& action) {
     testing::internal::CaptureStderr();
     action();
     return testing::internal::GetCapturedStderr();
+}
+// Planes at `bits` from the program's PNG (Cr Y' Cb or R' G' B' as R G B): Y' all, chroma of even columns/rows.
+inline Bytes planesOfPng(const std::vector<uint16_t>& rgba, int width, int height, int bits, int sampling) {
+    const int columnStep = sampling == 444 ? 1 : 2, rowStep = sampling == 420 ? 2 : 1;
+    Bytes bytes;
+    const auto put = [&](uint16_t sample) {
+        const unsigned code = sample >> (16 - bits);
+        bytes.push_back(uint8_t(code));
+        if (bits > 8) bytes.push_back(uint8_t(code >> 8));
+    };
+    for (size_t i = 0; i < size_t(width) * height; ++i) put(rgba[i * 4 + 1]);
+    for (int channel : {2, 0})
+        for (int y = 0; y < height; y += rowStep)
+            for (int x = 0; x < width; x += columnStep) put(rgba[(size_t(y) * width + x) * 4 + channel]);
+    return bytes;
 }
 // A test frame: samples all different and spread over the 16-bit range.
 inline std::vector<uint16_t> distinctSamples(size_t count, uint16_t offset = 0x0102) {

@@ -1,5 +1,4 @@
-// A frame held whole in memory written through a writer, for tests that build a frame and read the
-// file back.
+// A frame held whole in memory written through a writer, for tests that read the file back.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,4 @@
-// Clock and timecode text per frame: known values at common rates, drop-frame counting against an
-// independent count, wrapping at midnight, the local time.
+// Clock and timecode text per frame: rates, drop-frame against an independent count, midnight, local time.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -101,8 +100,7 @@ TEST(ClockText, DropFrameCountsBySkippingFrameNumbers) {
         EXPECT_EQ(c.text, ClockText::clockText(c.start, c.frame, c.rateNum, 1001)) << c.frame << " at " << c.rateNum;
 }
 
-// Frame by frame, a drop-frame clock shows what a counter stepping label by label shows: for 80 minutes
-// from a start in a minute that skips numbers, across midnight and past a tenth minute and an hour.
+// A drop-frame clock equals a label-by-label counter for 80 minutes across skipped minutes and midnight.
 TEST(ClockText, DropFrameStepsLikeACounter) {
     for (const auto& [rateNum, fps, dropped] : {std::tuple{30000, 30, 2}, std::tuple{60000, 60, 4}}) {
         const ClockStart start = dropFrame(23, 51, 0, dropped);
@@ -148,8 +146,7 @@ TEST(ClockText, WhichTimecodesExist) {
     EXPECT_FALSE(ClockText::isCounted(timecode(0, 0, 0, 5), 26, 5));
 }
 
-// The start of a time-of-day clock is the local time, here two hours east of UTC (a zone given in the
-// POSIX form, which needs no zone files).
+// A time-of-day clock starts at local time, two hours east of UTC (a POSIX zone, no zone files needed).
 TEST(ClockText, TimeOfDayStartIsTheLocalTime) {
     setenv("TZ", "XXX-2", 1);
     tzset();

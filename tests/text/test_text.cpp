@@ -1,5 +1,4 @@
-// Fonts and the text overlay: font lines printed, and text read back from layer 0;
-// LeakSanitizer checks the Pango and Cairo objects.
+// Fonts and the text overlay read back from layer 0; LeakSanitizer checks the Pango and Cairo objects.
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include <fontconfig/fontconfig.h>
@@ -106,9 +105,8 @@ std::string fileDrawnFor(const PangoFontDescription* description) {
     return path;
 }
 
-// A name, generic or not, is resolved as fc-match resolves it (the family it reports), bold unless the
-// name says otherwise. Every font of the matched family is reported, the match first as "Font:"; the
-// face loaded, and the face Pango draws the text in, is that file.
+// A name resolves as fc-match resolves it, bold unless the name says otherwise; the family's fonts are
+// listed, the match first, and Pango draws in that file.
 TEST(FontLoading, NamesResolveAsFontconfigMatchesThem) {
     for (const char* name : {"Monospace", "serif", "Sans", "Sans:bold", "DejaVu Sans Mono", "DejaVu Sans:book"}) {
         const std::string family = TestFiles::commandOutput(std::string("fc-match -f '%{family[0]}' '") + name + "'");
