@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "AnalyseOptions.h"
@@ -68,9 +69,15 @@ bool writeAnnotation(OutputFiles& files, const std::string& name, const pm5544_a
 }
 
 int run(Request& request) {
+    // With the sent raster given, the card is rendered on a second thread while the capture is read; a
+    // failure there is met again, and reported, by the analysis.
+    std::thread reference;
+    if (request.width != 0 && request.height != 0 && pm5544_set_raster(request.card, request.width, request.height) == PM5544_OK)
+        reference = std::thread([&] { pm5544_prepare_analysis(request.card, request.frame); });
     char reason[errorSize] = {};
     const Owned<pm5544_capture> capture(
         pm5544_capture_read(request.capture.c_str(), request.frame, reason, sizeof reason));
+    if (reference.joinable()) reference.join();
     if (!capture) return error("%s", reason), exitError;
     if (!setSentRaster(request, capture.get())) return exitError;
     const Owned<pm5544_analysis> analysis(pm5544_analyse(request.card, capture.get(), request.frame));

@@ -356,6 +356,10 @@ typedef struct pm5544_analysis pm5544_analysis;
  * which no setter gives, is never needed: set the sent raster, or the capture's own size). NULL on
  * failure with pm5544_last_error: PM5544_ERROR_NO_CARD's message is "no PM5544 card found". */
 PM5544_API pm5544_analysis* pm5544_analyse(pm5544_card* card, const pm5544_capture* capture, int64_t frame);
+/* Renders the card that pm5544_analyse of frame `frame` compares with, ahead of it (say while the capture
+ * is read on another thread). pm5544_analyse renders it when needed and keeps it in the handle until a
+ * setting changes, for every frame whose lower box shows the same text. */
+PM5544_API pm5544_status pm5544_prepare_analysis(pm5544_card* card, int64_t frame);
 PM5544_API void pm5544_analysis_free(pm5544_analysis* analysis);
 PM5544_API pm5544_verdict pm5544_analysis_verdict(const pm5544_analysis* analysis);
 /* The report as JSON (one object), and as text lines for people, each ending in '\n'; both valid until

@@ -145,3 +145,31 @@ TEST(Analysis, PicturesThatAreNoCard) {
     EXPECT_THROW(analyse(card(), sent709(), noise), NoCardFound);
     EXPECT_THROW(analyse(card(), sent709(), black), NoCardFound);
 }
+
+// The handle keeps the card it renders for analyses until a setting changes.
+TEST(AnalysisApi, TheKeptCardFollowsTheSettings) {
+    const Picture& sent = card();
+    std::vector<uint16_t> frame(size_t(kWidth) * kHeight * 4);
+    const int toFrame[3] = {1, 2, 0};  // Cr, Y', Cb from Y', Cb, Cr
+    for (size_t i = 0; i < size_t(kWidth) * kHeight; ++i)
+        for (int c = 0; c < 3; ++c) frame[i * 4 + size_t(toFrame[c])] = uint16_t(sent.planes[c][i] << (16 - kBits));
+    const void* planes[] = {frame.data()};
+    const size_t strides[] = {size_t(kWidth) * 8};
+    pm5544_capture* capture = pm5544_capture_from_planes(PM5544_LAYOUT_FRAME16, kWidth, kHeight, kBits, 1, planes, strides);
+    pm5544_card* handle = pm5544_card_new();
+    pm5544_set_raster(handle, kWidth, kHeight);
+    pm5544_set_bits(handle, kBits);
+    auto verdictFor = [&](pm5544_encoding encoding) {
+        EXPECT_EQ(pm5544_set_encoding(handle, encoding), PM5544_OK);
+        EXPECT_EQ(pm5544_prepare_analysis(handle, 0), PM5544_OK);
+        pm5544_analysis* analysis = pm5544_analyse(handle, capture, 0);
+        const int verdict = analysis ? int(pm5544_analysis_verdict(analysis)) : -1;
+        pm5544_analysis_free(analysis);
+        return verdict;
+    };
+    EXPECT_EQ(verdictFor(PM5544_ENCODING_709), PM5544_VERDICT_BIT_EXACT);
+    EXPECT_EQ(verdictFor(PM5544_ENCODING_601), PM5544_VERDICT_CHANGED);  // a 709 card sent as 601
+    EXPECT_EQ(verdictFor(PM5544_ENCODING_709), PM5544_VERDICT_BIT_EXACT);
+    pm5544_card_free(handle);
+    pm5544_capture_free(capture);
+}

@@ -20,7 +20,7 @@ using pm5544::analysis::Picture;
 
 struct pm5544_analysis {
     pm5544::analysis::Report report;
-    Picture reference;     // the card as sent, chroma at full resolution
+    std::shared_ptr<const Picture> reference;  // the card as sent, chroma at its sampling
     Picture captureShape;  // the analysed capture's raster and components, without its planes
     std::string json, text;
 };
@@ -134,6 +134,23 @@ pm5544::analysis::Sent sentOf(const pm5544::CardSettings& s) {
     return sent;
 }
 
+// The reference for frame `frame` in the card's handle: kept from an earlier analysis while the settings
+// stay and the frame's lower box shows the same text, else rendered afresh.
+pm5544_status keepReference(pm5544_card* card, int64_t frame) {
+    if (frame < 0) return fail(card, PM5544_ERROR_ARGUMENT, "Frame " + std::to_string(frame) + " is before the first");
+    const pm5544::CardSettings& s = card->settings;
+    if (int64_t(s.width) * s.height > pm5544::analysis::CaptureLimits::maximumPixels)
+        return fail(card, PM5544_ERROR_SETTINGS,
+                    std::to_string(s.width) + "x" + std::to_string(s.height) + " is too large to analyse against (at most " +
+                        std::to_string(pm5544::analysis::CaptureLimits::maximumPixels) + " pixels)");
+    if (const pm5544_status prepared = pm5544::handle::prepare(card); prepared != PM5544_OK) return prepared;
+    const std::string text = card->card->lowerText(frame);
+    if (card->reference && card->referenceText == text) return PM5544_OK;
+    card->reference = std::make_shared<const Picture>(renderReference(card, frame));
+    card->referenceText = text;
+    return PM5544_OK;
+}
+
 }  // namespace
 
 extern "C" {
@@ -178,23 +195,19 @@ pm5544_status pm5544_capture_format(const pm5544_capture* capture, int* width, i
     return PM5544_OK;
 }
 
+pm5544_status pm5544_prepare_analysis(pm5544_card* card, int64_t frame) {
+    return pm5544::handle::guarded(card, [&] { return keepReference(card, frame); });
+}
+
 pm5544_analysis* pm5544_analyse(pm5544_card* card, const pm5544_capture* capture, int64_t frame) {
     pm5544_analysis* result = nullptr;
     const pm5544_status status = pm5544::handle::guarded(card, [&] {
         if (capture == nullptr) return fail(card, PM5544_ERROR_ARGUMENT, "No capture given");
-        if (frame < 0)
-            return fail(card, PM5544_ERROR_ARGUMENT, "Frame " + std::to_string(frame) + " is before the first");
-        const pm5544::CardSettings& s = card->settings;
-        if (int64_t(s.width) * s.height > pm5544::analysis::CaptureLimits::maximumPixels)
-            return fail(card, PM5544_ERROR_SETTINGS,
-                        std::to_string(s.width) + "x" + std::to_string(s.height) +
-                            " is too large to analyse against (at most " +
-                            std::to_string(pm5544::analysis::CaptureLimits::maximumPixels) + " pixels)");
-        if (const pm5544_status prepared = pm5544::handle::prepare(card); prepared != PM5544_OK) return prepared;
+        if (const pm5544_status kept = keepReference(card, frame); kept != PM5544_OK) return kept;
         auto analysis = std::make_unique<pm5544_analysis>();
-        analysis->reference = renderReference(card, frame);
+        analysis->reference = card->reference;
         try {
-            analysis->report = pm5544::analysis::analyse(analysis->reference, sentOf(card->settings), capture->picture);
+            analysis->report = pm5544::analysis::analyse(*analysis->reference, sentOf(card->settings), capture->picture);
         } catch (const pm5544::analysis::NoCardFound& none) {
             return fail(card, PM5544_ERROR_NO_CARD, none.what());
         }
@@ -247,7 +260,7 @@ pm5544_status pm5544_analysis_annotate(const pm5544_analysis* analysis, const pm
     pm5544::analysis::annotationSize(shape, width, height);
     if (stride < size_t(width) * 3) return PM5544_ERROR_ARGUMENT;
     try {
-        pm5544::analysis::annotate(analysis->report, analysis->reference, capture->picture, rgb, stride);
+        pm5544::analysis::annotate(analysis->report, *analysis->reference, capture->picture, rgb, stride);
         return PM5544_OK;
     } catch (const std::bad_alloc&) {
         return PM5544_ERROR_MEMORY;

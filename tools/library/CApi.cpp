@@ -73,6 +73,7 @@ pm5544_status change(pm5544_card* card, Change&& apply) {
         if (same) return PM5544_OK;
         card->card.reset();
         card->pattern.reset();
+        card->reference.reset();
         card->settingsChanged = true;
         return PM5544_OK;
     });

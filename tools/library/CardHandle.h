@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/Picture.h"
 #include "library/Card.h"
 #include "pm5544/pm5544.h"
 
@@ -26,6 +27,10 @@ struct pm5544_card {
     int inCallback = 0;           // > 0 while the message callback runs: calls on the card are refused
     std::string callbackFault;    // what the callback threw, reported when the call ends
     bool settingsChanged = true;  // since the last frame rendered: no frame held is of the present settings
+    // The card as analyses compare with it, and the text of its lower box then: kept until a setting
+    // changes, for every frame that shows the same text.
+    std::shared_ptr<const pm5544::analysis::Picture> reference;
+    std::string referenceText;
 };
 
 namespace pm5544::handle {
