@@ -3,7 +3,7 @@ BUILD_PACKAGES := cmake g++ make pkg-config libpng-dev libtiff-dev nlohmann-json
                   libpango1.0-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core \
                   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools \
                   gstreamer1.0-plugins-base gstreamer1.0-plugins-good
-TEST_PACKAGES  := libgtest-dev python3 python3-numpy pngcheck libtiff-tools ffmpeg man-db groff-base bash-completion
+TEST_PACKAGES  := libgtest-dev python3 python3-numpy python3-pytest python3-venv python3-setuptools pngcheck libtiff-tools ffmpeg man-db groff-base bash-completion
 EXAMPLE_PACKAGES := python3-numpy python3-png ffmpeg
 JOBS           ?= 2
 OUTPUT         ?= pm5544.png

@@ -338,6 +338,8 @@ TEST_F(Program, InstallationPutsTheProgramLibraryAndTheirFilesInPlace) {
                                       "./usr/share/doc/libpm5544-1/copyright",
                                       "./usr/share/doc/libpm5544-dev/copyright",
                                       "./usr/share/doc/pm5544/copyright",
+                                      "./usr/lib/python3/dist-packages/pm5544/__init__.py",
+                                      "./usr/share/doc/python3-pm5544/copyright",
                                       "./usr/share/man/man1/pm5544.1.gz",
                                       "./usr/share/man/man1/pm5544-analyse.1.gz"};
 #ifdef PM5544_GST_INSTALL_DIR
