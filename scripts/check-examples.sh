@@ -17,10 +17,10 @@ fail() {
     exit 1
 }
 
-# What libpm5544-1 and libpm5544-dev hold, under /usr in the stage.
+# What libpm5544-1, libpm5544-dev and python3-pm5544 hold, under /usr in the stage.
 rm -rf "$stage" "$work"
 mkdir -p "$work"
-for component in library development; do
+for component in library development python; do
     DESTDIR="$stage" cmake --install "$build" --prefix /usr --component "$component" >/dev/null
 done
 # Nothing installed names the tree it was built in, which a moved install would not find.
@@ -146,8 +146,9 @@ printf 'cmake_minimum_required(VERSION 3.16)\nproject(v2 NONE)\nfind_package(pm5
     fail "find_package(pm5544 2.0) accepted the staged version 1"
 echo "card_planes: built through find_package(pm5544), as the program renders it; version 2.0 refused"
 
-# compare_capture.py with the program's PNGs: the same card (0), a copy with a few pixels changed
-# (1, and where), a capture of another size (2).
+# compare_capture.py, through the staged pm5544 package, with the program's PNGs: the same card (0), a
+# copy with a few pixels changed (1, and where), a capture of another size (2).
+export PYTHONPATH="$stage/usr/lib/python3/dist-packages" PYTHONDONTWRITEBYTECODE=1
 compare() {  # EXPECTED-STATUS ARGUMENTS...
     expected=$1
     shift

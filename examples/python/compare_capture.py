@@ -4,21 +4,21 @@
     compare_capture.py [--encoding NAME] [--bits N] [--sampling 444|422|420] [--aspect NUMxDEN]
                        [--size WIDTHxHEIGHT] [--library PATH] CAPTURE.png
 
-The card is rendered through libpm5544 (ctypes) at the capture's size, unless --size names one, into
-a numpy array laid out as pm5544's PNG files are: R', G', B' for the R'G'B' encodings and Cr, Y', Cb
-for the Y'CbCr ones, each code in the high bits of 16 (the RGBA16 layout at 16 bits where the
-encoding allows it, else FRAME16). The capture must be an 8- or 16-bit RGB or RGBA PNG of that size;
-its alpha, which video does not carry, is not compared. An 8-bit capture is compared with a card of
-8 bits only. The report gives the pixels that differ, the largest difference per channel, the box
-holding the differences and the PSNR, all in the capture's sample values.
+The card is rendered by the pm5544 package (libpm5544 through ctypes) at the capture's size, unless
+--size names one, and laid out as pm5544's PNG files are: R', G', B' for the R'G'B' encodings and
+Cr, Y', Cb for the Y'CbCr ones, each code in the high bits of 16. The capture must be an 8- or 16-bit
+RGB or RGBA PNG of that size; its alpha, which video does not carry, is not compared. An 8-bit capture
+is compared with a card of 8 bits only. The report gives the pixels that differ, the largest
+difference per channel, the box holding the differences and the PSNR, all in the capture's sample
+values. (pm5544.analyse says what a chain did to a capture; this compares sample for sample.)
 
 The library is libpm5544.so.1 as the dynamic loader finds it, or the file named by --library or the
-environment variable PM5544_LIBRARY. Needs the Debian packages python3-numpy and python3-png.
+environment variable PM5544_LIBRARY. Needs the pm5544 package and the Debian packages python3-numpy
+and python3-png.
 
 Exit status: 0 identical, 1 different, 2 an error (a message says which).
 """
 import argparse
-import ctypes
 import math
 import os
 import sys
@@ -28,12 +28,7 @@ import numpy
 import png
 
 PROGRAM = "compare_capture"
-DEFAULT_LIBRARY = "libpm5544.so.1"
-PM5544_OK = 0
-LAYOUT_FRAME16 = 0
-LAYOUT_RGBA16 = 15
-MAX_PLANES = 3
-COLOUR_CHANNELS = 3  # of the four samples a pixel, before alpha
+COLOUR_CHANNELS = 3  # of the samples a pixel, before alpha
 CHANNELS_RGB = ("R'", "G'", "B'")
 CHANNELS_YCBCR = ("Cr", "Y'", "Cb")
 
@@ -42,78 +37,18 @@ class Failure(Exception):
     """An error to report with exit status 2."""
 
 
-class Plane(ctypes.Structure):
-    _fields_ = [("row_bytes", ctypes.c_size_t), ("rows", ctypes.c_int), ("bytes", ctypes.c_size_t)]
-
-
-def load_library(path):
+def render_card(settings, width, height):
+    """Frame 0 of the card as a (height, width, 3) array of 16-bit samples, as pm5544's PNGs hold them."""
+    import pm5544  # after --library has named the library in the environment
     try:
-        lib = ctypes.CDLL(path)
-    except OSError as error:
-        raise Failure(f"cannot load {path}: {error}")
-    card_p = ctypes.c_void_p
-    signatures = {
-        "pm5544_card_new": (card_p, []),
-        "pm5544_card_free": (None, [card_p]),
-        "pm5544_last_error": (ctypes.c_char_p, [card_p]),
-        "pm5544_encoding_name": (ctypes.c_char_p, [ctypes.c_int]),
-        "pm5544_encoding_is_ycbcr": (ctypes.c_int, [ctypes.c_int]),
-        "pm5544_layout_allows": (ctypes.c_int, [ctypes.c_int, ctypes.c_int]),
-        "pm5544_layout_planes": (ctypes.c_int, [ctypes.c_int, ctypes.c_int, ctypes.c_int, ctypes.POINTER(Plane)]),
-        "pm5544_set_raster": (ctypes.c_int, [card_p, ctypes.c_int, ctypes.c_int]),
-        "pm5544_set_aspect": (ctypes.c_int, [card_p, ctypes.c_int, ctypes.c_int]),
-        "pm5544_set_encoding": (ctypes.c_int, [card_p, ctypes.c_int]),
-        "pm5544_set_bits": (ctypes.c_int, [card_p, ctypes.c_int]),
-        "pm5544_set_sampling": (ctypes.c_int, [card_p, ctypes.c_int]),
-        "pm5544_use_layout": (ctypes.c_int, [card_p, ctypes.c_int]),
-        "pm5544_render_frame": (ctypes.c_int, [card_p, ctypes.c_int64, ctypes.c_int,
-                                               ctypes.POINTER(ctypes.c_void_p), ctypes.POINTER(ctypes.c_size_t)]),
-    }
-    for name, (result, arguments) in signatures.items():
-        function = getattr(lib, name)
-        function.restype = result
-        function.argtypes = arguments
-    return lib
-
-
-def encoding_value(lib, name):
-    """The pm5544_encoding that the -c word `name` names."""
-    value = 0
-    while (known := lib.pm5544_encoding_name(value)) is not None:
-        if known.decode() == name:
-            return value
-        value += 1
-    raise Failure(f"unknown encoding {name!r}")
-
-
-def render_card(lib, settings, width, height):
-    """Frame 0 of the card as a (height, width, 4) array of 16-bit samples and its channel names."""
-    encoding = encoding_value(lib, settings.encoding)
-    use_rgba16 = settings.bits == 16 and lib.pm5544_layout_allows(LAYOUT_RGBA16, encoding) == 1
-    layout = LAYOUT_RGBA16 if use_rgba16 else LAYOUT_FRAME16
-    sample_type = numpy.dtype("<u2") if use_rgba16 else numpy.dtype("=u2")  # FRAME16 is in machine order
-    card = lib.pm5544_card_new()
-    if not card:
-        raise Failure("not enough memory for a card")
-    try:
-        steps = [lambda: lib.pm5544_set_raster(card, width, height),
-                 lambda: lib.pm5544_set_aspect(card, *settings.aspect),
-                 lambda: lib.pm5544_set_encoding(card, encoding),
-                 lambda: lib.pm5544_set_bits(card, settings.bits),
-                 lambda: lib.pm5544_set_sampling(card, settings.sampling),
-                 lambda: lib.pm5544_use_layout(card, layout)]
-        planes = (Plane * MAX_PLANES)()
-        if any(step() != PM5544_OK for step in steps) or lib.pm5544_layout_planes(layout, width, height, planes) != 1:
-            raise Failure(lib.pm5544_last_error(card).decode())
-        frame = numpy.empty((height, planes[0].row_bytes // sample_type.itemsize), sample_type)
-        pointers = (ctypes.c_void_p * MAX_PLANES)(frame.ctypes.data)
-        strides = (ctypes.c_size_t * MAX_PLANES)(frame.strides[0])
-        if lib.pm5544_render_frame(card, 0, layout, pointers, strides) != PM5544_OK:
-            raise Failure(lib.pm5544_last_error(card).decode())
-    finally:
-        lib.pm5544_card_free(card)
-    channels = CHANNELS_YCBCR if lib.pm5544_encoding_is_ycbcr(encoding) == 1 else CHANNELS_RGB
-    return frame[:, :width * 4].reshape(height, width, 4).astype(numpy.uint16), channels
+        planes = pm5544.render(width, height, encoding=settings.encoding, bits=settings.bits,
+                               sampling=settings.sampling, aspect=settings.aspect)
+        ycbcr = pm5544.is_ycbcr(settings.encoding)
+    except (pm5544.Error, OSError) as error:
+        raise Failure(str(error))
+    order = (2, 0, 1) if ycbcr else (0, 1, 2)  # Cr, Y', Cb in the PNG's R, G, B
+    card = numpy.dstack([planes[i] for i in order]).astype(numpy.uint16) << (16 - settings.bits)
+    return card, CHANNELS_YCBCR if ycbcr else CHANNELS_RGB
 
 
 def read_capture(path):
@@ -164,8 +99,7 @@ def parse_arguments():
     parser.add_argument("--sampling", type=int, default=444, choices=(444, 422, 420))
     parser.add_argument("--aspect", type=number_pair, default=(16, 9), help="display aspect NUMxDEN (default 16x9)")
     parser.add_argument("--size", type=number_pair, help="the card's raster WIDTHxHEIGHT (default the capture's)")
-    parser.add_argument("--library", default=os.environ.get("PM5544_LIBRARY", DEFAULT_LIBRARY),
-                        help="the library to load (default $PM5544_LIBRARY, else " + DEFAULT_LIBRARY + ")")
+    parser.add_argument("--library", help="the library to load (default $PM5544_LIBRARY, else libpm5544.so.1)")
     return parser.parse_args()
 
 
@@ -176,8 +110,10 @@ def compare(settings):
         raise Failure(f"the capture is {width}x{height}, the card {settings.size[0]}x{settings.size[1]}")
     if depth == 8 and settings.bits != 8:
         raise Failure(f"the capture is 8-bit; a card of {settings.bits} bits needs a 16-bit capture")
-    card, channels = render_card(load_library(settings.library), settings, width, height)
-    compared = card[:, :, :COLOUR_CHANNELS] >> (16 - depth)
+    if settings.library:
+        os.environ["PM5544_LIBRARY"] = settings.library
+    card, channels = render_card(settings, width, height)
+    compared = card >> (16 - depth)
     print(f"capture: {settings.capture}, {width}x{height}, {depth}-bit {'RGBA' if capture.shape[2] == 4 else 'RGB'}")
     sampling = ":".join(str(settings.sampling))
     print(f"card: {settings.encoding}, {settings.bits} bits, {sampling}, {settings.aspect[0]}:{settings.aspect[1]}")

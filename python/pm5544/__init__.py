@@ -14,7 +14,7 @@ import os
 
 import numpy
 
-__all__ = ["render", "analyse", "Error", "NoCardFound"]
+__all__ = ["render", "analyse", "is_ycbcr", "Error", "NoCardFound"]
 
 _MAX_PLANES = 3
 _NO_CARD = -6
@@ -155,8 +155,7 @@ def render(width, height, encoding="RGB", bits=12, sampling=444, frame=0, layout
     if layout is not None:
         return arrays
     pixels = arrays[0].reshape(height, width, 4) >> (16 - bits)
-    ycbcr = _lib().pm5544_encoding_is_ycbcr(_encoding_value(encoding)) == 1
-    order = (1, 2, 0) if ycbcr else (0, 1, 2)  # FRAME16 holds Cr, Y', Cb
+    order = (1, 2, 0) if is_ycbcr(encoding) else (0, 1, 2)  # FRAME16 holds Cr, Y', Cb
     return tuple(numpy.ascontiguousarray(pixels[:, :, i]) for i in order)
 
 
@@ -165,6 +164,11 @@ def _layout_words(layout):
     bits, sampling = ctypes.c_int(), ctypes.c_int()
     _lib().pm5544_layout_format(layout, ctypes.byref(bits), ctypes.byref(sampling))
     return bits.value == 0 or bits.value > 8
+
+
+def is_ycbcr(encoding):
+    """Whether the encoding pm5544 -c names `encoding` is Y'CbCr (else R'G'B')."""
+    return _lib().pm5544_encoding_is_ycbcr(_encoding_value(encoding)) == 1
 
 
 def _encoding_value(word):
@@ -207,8 +211,7 @@ def analyse(capture, width=None, height=None, frame=0, capture_bits=None, captur
             raise Error(reason.value.decode())
     else:
         bits = capture_bits or sent.get("bits", 12)
-        ycbcr = capture_ycbcr if capture_ycbcr is not None else _lib().pm5544_encoding_is_ycbcr(
-            _encoding_value(sent.get("encoding", "RGB"))) == 1
+        ycbcr = capture_ycbcr if capture_ycbcr is not None else is_ycbcr(sent.get("encoding", "RGB"))
         handle = _capture_of_arrays(capture, bits, ycbcr)
         if not handle:
             raise Error("the library refused the capture's planes")
